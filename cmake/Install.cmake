@@ -1,0 +1,1 @@
+# Installation: library, public headers, pkg-config file and CMake package.
