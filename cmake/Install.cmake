@@ -1,1 +1,33 @@
-# Installation: library, public headers, pkg-config file and CMake package.
+# Installation: the library, the public headers, a pkg-config file and a
+# CMake package, so that clients use either
+#   g++ app.cpp $(pkg-config --cflags --libs veltrane)
+# or
+#   find_package(veltrane) + target_link_libraries(app veltrane::veltrane)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS veltrane EXPORT veltraneTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+install(FILES ${CMAKE_SOURCE_DIR}/include/veltrane.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+file(GLOB veltrane_platform_headers ${CMAKE_SOURCE_DIR}/platform/*.h)
+list(FILTER veltrane_platform_headers EXCLUDE REGEX "/internal_[^/]*\\.h$")
+install(FILES ${veltrane_platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane/platform)
+install(DIRECTORY ${VELTRANE_BUILD_INCLUDE}/veltrane/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane
+  FILES_MATCHING PATTERN "*.h" PATTERN "platform" EXCLUDE)
+
+set(VELTRANE_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
+set(VELTRANE_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
+configure_file(${CMAKE_SOURCE_DIR}/cmake/veltrane.pc.in ${CMAKE_BINARY_DIR}/veltrane.pc @ONLY)
+install(FILES ${CMAKE_BINARY_DIR}/veltrane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+install(EXPORT veltraneTargets NAMESPACE veltrane:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltrane)
+configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/veltraneConfig.cmake.in
+  ${CMAKE_BINARY_DIR}/veltraneConfig.cmake INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltrane)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/veltraneConfigVersion.cmake
+  VERSION ${PROJECT_VERSION} COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_BINARY_DIR}/veltraneConfig.cmake ${CMAKE_BINARY_DIR}/veltraneConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/veltrane)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/veltrane/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane
+  FILES_MATCHING PATTERN "*.h")

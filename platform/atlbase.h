@@ -161,6 +161,7 @@ class CComBSTR {
     return *this;
   }
   bool operator==(std::u16string_view s) const noexcept { return View() == s; }
+  bool operator==(const OLECHAR* s) const noexcept { return View() == std::u16string_view(s ? s : u""); }
   bool operator==(const CComBSTR& o) const noexcept { return View() == o.View(); }
 
   BSTR m_str = nullptr;

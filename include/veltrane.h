@@ -1,0 +1,24 @@
+// Veltrane: the public header. It declares the portable COM / OLE Automation
+// layer (types, BSTR, VARIANT, SAFEARRAY, IUnknown, IDispatch, error records,
+// apartments, activation), the ATL-style helpers, and the generated type
+// library VELTRANELib (interfaces, enums, IIDs, CLSIDs).
+//
+//   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+//   CComPtr<ISoapSession> session;
+//   CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER,
+//                    IID_ISoapSession, reinterpret_cast<void**>(&session));
+#pragma once
+
+#include "veltrane/platform/wtypes.h"
+#include "veltrane/platform/unknwn.h"
+#include "veltrane/platform/oleauto.h"
+#include "veltrane/platform/oaidl.h"
+#include "veltrane/platform/objbase.h"
+#include "veltrane/platform/atlbase.h"
+#include "veltrane/platform/comdef.h"
+#include "veltrane/platform/com_object.h"
+#include "veltrane/platform/dispatch_impl.h"
+#include "veltrane/platform/connection_point.h"
+#include "veltrane/platform/typelib.h"
+#include "veltrane/veltrane_tlb.h"
+#include "veltrane/module.h"
