@@ -31,7 +31,7 @@ class CComPtr {
   }
   CComPtr& operator=(const CComPtr& o) noexcept { return *this = o.p; }
   CComPtr& operator=(CComPtr&& o) noexcept {
-    if (this != &o) {
+    if (this != std::addressof(o)) {
       T* old = std::exchange(p, std::exchange(o.p, nullptr));
       if (old) old->Release();
     }
