@@ -1,0 +1,53 @@
+#include "runtime/rfc_error.h"
+
+namespace {
+
+HRESULT GetText(const CComBSTR& text, BSTR* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = text.Copy();
+  return (*pVal || !text) ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT PutText(CComBSTR& text, BSTR newVal) {
+  CComBSTR copy(SysStringLen(newVal), newVal);
+  if (newVal && !copy) return E_OUTOFMEMORY;
+  text = std::move(copy);
+  return S_OK;
+}
+
+}  // namespace
+
+HRESULT CRfcError::get_ERRORGROUP(ERRORGROUP* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = m_group;
+  return S_OK;
+}
+
+HRESULT CRfcError::put_ERRORGROUP(ERRORGROUP newVal) {
+  m_group = newVal;
+  return S_OK;
+}
+
+HRESULT CRfcError::get_ErrorGroupTxt(BSTR* pVal) { return GetText(m_groupText, pVal); }
+HRESULT CRfcError::put_ErrorGroupTxt(BSTR newVal) { return PutText(m_groupText, newVal); }
+HRESULT CRfcError::get_Message(BSTR* pVal) { return GetText(m_message, pVal); }
+HRESULT CRfcError::put_Message(BSTR newVal) { return PutText(m_message, newVal); }
+HRESULT CRfcError::get_ModuleName(BSTR* pVal) { return GetText(m_moduleName, pVal); }
+HRESULT CRfcError::put_ModuleName(BSTR newVal) { return PutText(m_moduleName, newVal); }
+
+HRESULT SetSessionError(VARIANT_BOOL* error, IRfcError* errorInfo, const RfcErrorRecord* record) {
+  if (!error || !errorInfo) return E_POINTER;
+  HRESULT hr;
+  if (!record) {
+    *error = VARIANT_FALSE;
+    if (FAILED(hr = errorInfo->put_ERRORGROUP(RFCERROR_NO_ERROR))) return hr;
+    CComBSTR empty(u"");
+    if (FAILED(hr = errorInfo->put_ErrorGroupTxt(empty))) return hr;
+    if (FAILED(hr = errorInfo->put_Message(empty))) return hr;
+    return errorInfo->put_ModuleName(empty);
+  }
+  *error = VARIANT_TRUE;
+  if (FAILED(hr = errorInfo->put_ERRORGROUP(record->group))) return hr;
+  if (FAILED(hr = errorInfo->put_ErrorGroupTxt(CComBSTR(std::u16string_view(record->key))))) return hr;
+  return errorInfo->put_Message(CComBSTR(std::u16string_view(record->message)));
+}
