@@ -1,0 +1,51 @@
+// IDispatch for the generated dual interfaces, driven by the dispatch table
+// of the interface: late-bound calls unpack their arguments and reach the
+// same virtual method as early-bound ones.
+//
+//   class CRfcError : public CComObjectBase<CRfcError, IDispatchImpl<CRfcError, IRfcError>,
+//                                           ISupportErrorInfoImpl<&IID_IRfcError>> { ... };
+#pragma once
+
+#include "platform/typelib.h"
+
+namespace veltrane::dispatch {
+
+// The entry points behind IDispatchImpl; `self` is the object seen as the
+// interface of `type`.
+HRESULT GetTypeInfoCount(UINT* pctinfo);
+HRESULT GetTypeInfo(const tlb::TypeData& type, UINT iTInfo, ITypeInfo** ppTInfo);
+HRESULT GetIDsOfNames(const tlb::TypeData& type, REFIID riid, LPOLESTR* rgszNames, UINT cNames,
+                      DISPID* rgDispId);
+HRESULT Invoke(const tlb::TypeData& type, IDispatch* self, DISPID dispIdMember, REFIID riid, LCID lcid,
+               WORD wFlags, DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo,
+               UINT* puArgErr);
+
+// The members of `type` carrying that DISPID, or null.
+const tlb::MemberInfo* FindMember(const tlb::TypeData& type, DISPID dispid, INVOKEKIND kind);
+
+}  // namespace veltrane::dispatch
+
+template <class Derived, class Itf>
+class IDispatchImpl : public Itf {
+ public:
+  using interface_type = Itf;
+
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* pctinfo) override {
+    return veltrane::dispatch::GetTypeInfoCount(pctinfo);
+  }
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT iTInfo, LCID, ITypeInfo** ppTInfo) override {
+    return veltrane::dispatch::GetTypeInfo(veltrane_dispatch_table<Itf>::get(), iTInfo, ppTInfo);
+  }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID,
+                                          DISPID* rgDispId) override {
+    return veltrane::dispatch::GetIDsOfNames(veltrane_dispatch_table<Itf>::get(), riid, rgszNames, cNames,
+                                             rgDispId);
+  }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags,
+                                   DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo,
+                                   UINT* puArgErr) override {
+    return veltrane::dispatch::Invoke(veltrane_dispatch_table<Itf>::get(),
+                                      static_cast<IDispatch*>(static_cast<Itf*>(this)), dispIdMember, riid, lcid,
+                                      wFlags, pDispParams, pVarResult, pExcepInfo, puArgErr);
+  }
+};
