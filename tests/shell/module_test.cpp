@@ -1,0 +1,58 @@
+#include "veltrane/module.h"
+
+#include "platform/atlbase.h"
+#include "platform/com_object.h"
+#include "platform/typelib.h"
+#include "shell/object_map.h"
+#include "veltrane_tlb.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::u16string progIdOf(REFCLSID clsid) {
+  LPOLESTR text = nullptr;
+  if (FAILED(ProgIDFromCLSID(clsid, &text))) return u"<none>";
+  std::u16string s(text);
+  CoTaskMemFree(text);
+  return s;
+}
+
+}  // namespace
+
+TEST(Module, EveryClassIsKnownByItsProgIdAfterLoading) {
+  EXPECT_EQ(progIdOf(CLSID_RfcType), u"Veltrane.RfcType.1");
+  EXPECT_EQ(progIdOf(CLSID_RfcField), u"Veltrane.RfcField.1");
+  EXPECT_EQ(progIdOf(CLSID_RfcSession), u"Veltrane.RfcSession.1");
+  EXPECT_EQ(progIdOf(CLSID_SoapSession), u"Veltrane.SoapSession.1");
+  CLSID clsid;
+  EXPECT_EQ(CLSIDFromProgID(u"Veltrane.SoapSession", &clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_SoapSession);
+  EXPECT_EQ(CLSIDFromProgID(u"Veltrane.SoapSession.1", &clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_SoapSession);
+}
+
+TEST(Module, ClassesOutsideTheObjectMapHaveNoFactory) {
+  void* p = reinterpret_cast<void*>(1);
+  EXPECT_EQ(DllGetClassObject(CLSID_RfcField, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(p, nullptr);
+  EXPECT_EQ(DllGetClassObject(CLSID_RfcType, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(DllGetClassObject(CLSID_RfcField, IID_IClassFactory, nullptr), E_POINTER);
+}
+
+TEST(Module, ObjectMapEntriesAreCreatableClasses) {
+  for (const auto& e : veltrane::shell::ObjectMap()) {
+    const auto* id = veltrane::tlb::FindClassIdentity(*e.clsid);
+    ASSERT_NE(id, nullptr);
+    EXPECT_TRUE(id->activatable);
+  }
+}
+
+TEST(Module, CanUnloadOnlyWithoutLiveObjects) {
+  const HRESULT before = DllCanUnloadNow();
+  CComPtr<ICreateErrorInfo> record;  // an object of the library
+  ASSERT_EQ(CreateErrorInfo(&record), S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+  record.Release();
+  EXPECT_EQ(DllCanUnloadNow(), before);
+}
