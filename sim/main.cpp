@@ -1,0 +1,135 @@
+// veltrane-sim: starts the simulated ABAP system and its SOAP front.
+#include <pthread.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "engine/data_dir.hpp"
+#include "engine/system.hpp"
+#include "soap/http_server.hpp"
+#include "soap/log.hpp"
+#include "soap/soap_service.hpp"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: veltrane-sim [options]\n"
+    "  --soap-port PORT     port of the SOAP front, 0 picks a free one (default 8000)\n"
+    "  --host ADDRESS       address to listen on (default 127.0.0.1)\n"
+    "  --data-dir DIR       load the *.json files of DIR: tables, types, users, function modules\n"
+    "  --log-level LEVEL    off, error, warn, info or debug (default info); one line per request at info\n"
+    "  --flight-rows N      rows of the flight table SFLIGHT (default 3120)\n"
+    "  --workers N          threads that run function modules (default 16)\n"
+    "  --max-wait-ms N      upper bound of Z_VSIM_WAIT (default 600000)\n"
+    "  --version            print the version and exit\n"
+    "  --help               print this text and exit\n"
+    "When ready, the first line on standard output is\n"
+    "  veltrane-sim listening soap=http://HOST:PORT\n"
+    "Default logon: client 001, user DEMO, password Welcome1, language EN.\n";
+
+[[noreturn]] void usageError(const std::string& message) {
+  std::fprintf(stderr, "veltrane-sim: %s\n%s", message.c_str(), kUsage);
+  std::exit(2);
+}
+
+long long number(const std::string& option, const char* text, long long lo, long long hi) {
+  char* end = nullptr;
+  errno = 0;
+  const long long v = std::strtoll(text, &end, 10);
+  if (errno || !end || *end || end == text || v < lo || v > hi)
+    usageError(option + " needs a number from " + std::to_string(lo) + " to " + std::to_string(hi) + ", not '" + text + "'");
+  return v;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string host = "127.0.0.1", dataDir, logLevel = "info";
+  long long port = 8000;
+  vsim::SystemOptions systemOptions;
+  vsim::soap::HttpServer::Options serverOptions;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    auto value = [&]() -> const char* {
+      if (i + 1 >= argc) usageError(a + " needs a value");
+      return argv[++i];
+    };
+    if (a == "--help" || a == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    } else if (a == "--version") {
+      std::printf("veltrane-sim %s\n", VELTRANE_SIM_VERSION);
+      return 0;
+    } else if (a == "--soap-port") {
+      port = number(a, value(), 0, 65535);
+    } else if (a == "--host") {
+      host = value();
+    } else if (a == "--data-dir") {
+      dataDir = value();
+    } else if (a == "--log-level") {
+      logLevel = value();
+    } else if (a == "--flight-rows") {
+      systemOptions.flightRows = static_cast<std::size_t>(number(a, value(), 1, 50000000));
+    } else if (a == "--workers") {
+      serverOptions.workers = static_cast<unsigned>(number(a, value(), 1, 1024));
+    } else if (a == "--max-wait-ms") {
+      systemOptions.maxWaitMs = number(a, value(), 0, 86400000);
+    } else {
+      usageError("unknown option " + a);
+    }
+  }
+  const auto level = vsim::soap::parseLogLevel(logLevel);
+  if (!level) usageError("unknown log level " + logLevel);
+  vsim::soap::Log log(*level);
+
+  std::unique_ptr<vsim::System> system;
+  try {
+    system = std::make_unique<vsim::System>(systemOptions);
+    if (!dataDir.empty()) {
+      const auto sum = vsim::loadDataDir(*system, dataDir);
+      log.write(vsim::soap::LogLevel::Info,
+                "data directory " + dataDir + ": " + std::to_string(sum.files.size()) + " files, " +
+                    std::to_string(sum.tables) + " tables, " + std::to_string(sum.rows) + " rows, " +
+                    std::to_string(sum.functions) + " function modules, " + std::to_string(sum.users) + " users");
+    }
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "veltrane-sim: %s\n", e.what());
+    return 2;
+  }
+
+  // Signals are taken by sigwait in this thread only; every thread started later inherits the mask.
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+
+  vsim::soap::SoapService service(*system, log);
+  vsim::soap::HttpServer server([&service](const vsim::soap::HttpRequest& r) { return service.handle(r); }, serverOptions);
+  unsigned short bound;
+  try {
+    bound = server.listen(host, static_cast<unsigned short>(port));
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "veltrane-sim: %s\n", e.what());
+    return 1;
+  }
+  server.start();
+  const std::string shown = (host == "0.0.0.0" || host == "::") ? "127.0.0.1" : host;
+  const std::string url = host.find(':') != std::string::npos && host != "::" ? "[" + host + "]" : shown;
+  std::printf("veltrane-sim listening soap=http://%s:%u\n", url.c_str(), static_cast<unsigned>(bound));
+  std::fflush(stdout);
+  log.write(vsim::soap::LogLevel::Info, "system " + system->info().sysid + " ready, SOAP front on port " + std::to_string(bound));
+
+  int sig = 0;
+  sigwait(&signals, &sig);
+  log.write(vsim::soap::LogLevel::Info, std::string("shutting down on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
+  system->shutdown();
+  server.stop();
+  log.write(vsim::soap::LogLevel::Info, "stopped after " + std::to_string(service.requestCount()) + " requests");
+  return 0;
+}
