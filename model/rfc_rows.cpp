@@ -1,0 +1,108 @@
+#include "model/rfc_rows.h"
+
+#include "model/model_errors.h"
+#include "model/rfc_field.h"
+#include "model/rfc_fields.h"
+#include "model/type_access.h"
+
+HRESULT CRfcRows::get_FileMode(VARIANT_BOOL* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = m_fileMode;
+  return S_OK;
+}
+
+HRESULT CRfcRows::get_DataCol(SHORT* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = m_dataCol;
+  return S_OK;
+}
+
+HRESULT CRfcRows::get_IndexCol(SHORT* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = m_indexCol;
+  return S_OK;
+}
+
+HRESULT CRfcRows::get_RfcType(IRfcType** pVal) {
+  if (!pVal) return E_POINTER;
+  return m_rowType.CopyTo(pVal);
+}
+
+HRESULT CRfcRows::put_RfcType(IRfcType* type) {
+  if (!type) return E_POINTER;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  HRESULT hr = TypeKind(type, &kind);
+  if (FAILED(hr)) return hr;
+  if (kind != RFCTYPEKIND_TABLE) return ModelError(CLSID_RfcRows, kErrNotATable);
+  CComPtr<IRfcType> rowType;
+  hr = type->get_RowType(&rowType);
+  if (FAILED(hr)) return hr;
+  m_rowType = std::move(rowType);
+  return S_OK;
+}
+
+HRESULT CRfcRows::NewRow(CComPtr<CRfcFields>& row) {
+  // Shaping a field with no type at all.
+  if (!m_rowType) return E_POINTER;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  HRESULT hr = TypeKind(m_rowType, &kind);
+  if (FAILED(hr)) return hr;
+  CRfcField::ShapePath path;
+  if (kind == RFCTYPEKIND_STRUCT) return CRfcField::BuildStructFields(m_rowType, path, row, &m_rowIndex);
+
+  // Any other row type: shape a field as usual and let it tell why it has
+  // no members.
+  CComPtr<CRfcField> field;
+  hr = CRfcField::CreateForShaping(&field.p);
+  if (FAILED(hr)) return hr;
+  hr = field->Shape(m_rowType, path);
+  if (FAILED(hr)) return hr;
+  CComPtr<IRfcFields> fields;
+  hr = field->get_Fields(&fields);
+  if (FAILED(hr)) return hr;
+  row = ModelImpl<CRfcFields>(fields);
+  return row ? S_OK : E_UNEXPECTED;
+}
+
+HRESULT CRfcRows::AddRow(IRfcFields** pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = nullptr;
+  CComPtr<CRfcFields> row;
+  HRESULT hr = NewRow(row);
+  if (FAILED(hr)) return hr;
+  CollAppendTyped(row);
+  *pVal = row.Detach();
+  return S_OK;
+}
+
+HRESULT CRfcRows::AddRows(LONG Count) {
+  if (Count < 1) return E_INVALIDARG;
+  m_items.reserve(m_items.size() + static_cast<size_t>(Count));
+  for (LONG i = 0; i < Count; ++i) {
+    CComPtr<CRfcFields> row;
+    HRESULT hr = NewRow(row);
+    if (FAILED(hr)) return hr;
+    CollAppendTyped(row);
+  }
+  return S_OK;
+}
+
+HRESULT CRfcRows::SetFileMode(SHORT DataCol, SHORT IndexCol) {
+  if (!m_rowType) return ModelError(CLSID_RfcRows, kErrNotInitialized);
+  if (m_fileMode) return ModelError(CLSID_RfcRows, kErrAlreadyInitialized);
+  if (DataCol < 1) return E_INVALIDARG;
+  TypeMembers members;
+  HRESULT hr = members.Open(m_rowType);
+  if (FAILED(hr)) return hr;
+  if (DataCol > members.Count()) return E_INVALIDARG;
+  if (IndexCol >= 1 && IndexCol > members.Count()) return E_INVALIDARG;
+  m_fileMode = VARIANT_TRUE;
+  m_dataCol = DataCol;
+  m_indexCol = IndexCol;
+  return S_OK;
+}
+
+HRESULT CRfcRows::RemoveAll() {
+  CollRemoveAll();
+  return S_OK;
+}
