@@ -17,6 +17,10 @@ install(FILES ${veltrane_platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDI
 install(DIRECTORY ${VELTRANE_BUILD_INCLUDE}/veltrane/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane
   FILES_MATCHING PATTERN "*.h" PATTERN "platform" EXCLUDE)
 
+# The prefix is found from the .pc file's own place, so the installed tree
+# can be moved (and installed with --prefix) without rewriting it.
+file(RELATIVE_PATH VELTRANE_PC_TO_PREFIX /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)
+set(VELTRANE_PC_PREFIX "\${pcfiledir}/${VELTRANE_PC_TO_PREFIX}")
 set(VELTRANE_PC_LIBDIR "\${prefix}/${CMAKE_INSTALL_LIBDIR}")
 set(VELTRANE_PC_INCLUDEDIR "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 configure_file(${CMAKE_SOURCE_DIR}/cmake/veltrane.pc.in ${CMAKE_BINARY_DIR}/veltrane.pc @ONLY)
