@@ -324,3 +324,36 @@ BOOL SetThreadLocale(LCID Locale);
 LCID GetUserDefaultLCID();
 LCID GetSystemDefaultLCID();
 }
+
+// Flags of the typed conversion functions (Var*From*).
+#define VAR_TIMEVALUEONLY 0x00000001
+#define VAR_DATEVALUEONLY 0x00000002
+#define VAR_LOCALBOOL 0x00000010
+#define LOCALE_USE_NLS 0x10000000
+#define LOCALE_NOUSEROVERRIDE 0x80000000
+
+extern "C" {
+// Typed conversions with the rules of VariantChangeTypeEx.
+HRESULT VarI4FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONG* plOut);
+HRESULT VarI8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONGLONG* pi64Out);
+HRESULT VarR8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DOUBLE* pdblOut);
+HRESULT VarCyFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, CY* pcyOut);
+HRESULT VarDecFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DECIMAL* pdecOut);
+HRESULT VarBoolFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, VARIANT_BOOL* pboolOut);
+HRESULT VarDateFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DATE* pdateOut);
+HRESULT VarBstrFromI4(LONG lIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromI8(LONGLONG i64In, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromR8(DOUBLE dblIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromCy(CY cyIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromDec(const DECIMAL* pdecIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromBool(VARIANT_BOOL boolIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarBstrFromDate(DATE dateIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+HRESULT VarR8FromDec(const DECIMAL* pdecIn, DOUBLE* pdblOut);
+HRESULT VarDecFromR8(DOUBLE dblIn, DECIMAL* pdecOut);
+HRESULT VarCyFromR8(DOUBLE dblIn, CY* pcyOut);
+HRESULT VarR8FromCy(CY cyIn, DOUBLE* pdblOut);
+HRESULT VarDecCmp(const DECIMAL* pdecLeft, const DECIMAL* pdecRight);
+// VT_ARRAY | VT_UI1 <-> VT_BSTR: the bytes of the text.
+HRESULT BstrFromVector(SAFEARRAY* psa, BSTR* pbstr);
+HRESULT VectorFromBstr(BSTR bstr, SAFEARRAY** ppsa);
+}
