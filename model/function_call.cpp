@@ -1,4 +1,5 @@
 #include "model/function_call.h"
+#include "platform/property.h"
 
 #include "model/collection.h"
 #include "model/rfc_parameters.h"
@@ -27,10 +28,7 @@ HRESULT CFunctionCall::FinalConstruct() {
   return S_OK;
 }
 
-HRESULT CFunctionCall::get_Function(BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return m_function.CopyTo(pVal);
-}
+HRESULT CFunctionCall::get_Function(BSTR* pVal) { return GetProperty(m_function, pVal); }
 
 HRESULT CFunctionCall::put_Function(BSTR newVal) {
   m_function.Attach(BstrCopy(newVal));
@@ -42,10 +40,7 @@ HRESULT CFunctionCall::get_Exporting(IRfcParameters** pVal) { return HandOut(m_s
 HRESULT CFunctionCall::get_Changing(IRfcParameters** pVal) { return HandOut(m_sets[2], pVal); }
 HRESULT CFunctionCall::get_Tables(IRfcParameters** pVal) { return HandOut(m_sets[3], pVal); }
 
-HRESULT CFunctionCall::get_Documentation(BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return m_documentation.CopyTo(pVal);
-}
+HRESULT CFunctionCall::get_Documentation(BSTR* pVal) { return GetProperty(m_documentation, pVal); }
 
 HRESULT CFunctionCall::put_Documentation(BSTR newVal) {
   m_documentation.Attach(BstrCopy(newVal));

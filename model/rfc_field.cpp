@@ -1,4 +1,5 @@
 #include "model/rfc_field.h"
+#include "platform/property.h"
 
 #include <algorithm>
 #include <new>
@@ -38,10 +39,7 @@ HRESULT CRfcField::put_name(BSTR newVal) {
   return S_OK;
 }
 
-HRESULT CRfcField::get_RfcType(IRfcType** pVal) {
-  if (!pVal) return E_POINTER;
-  return m_type.CopyTo(pVal);
-}
+HRESULT CRfcField::get_RfcType(IRfcType** pVal) { return GetProperty(m_type, pVal); }
 
 HRESULT CRfcField::put_RfcType(IRfcType* newVal) {
   ShapePath path;

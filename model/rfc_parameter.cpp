@@ -1,4 +1,5 @@
 #include "model/rfc_parameter.h"
+#include "platform/property.h"
 
 #include "model/collection.h"
 #include "model/model_errors.h"
@@ -47,42 +48,28 @@ HRESULT CRfcParameter::Define(BSTR name, IRfcType* type) {
   return m_field->put_RfcType(type);
 }
 
-HRESULT CRfcParameter::get_Optional(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_optional;
-  return S_OK;
-}
+HRESULT CRfcParameter::get_Optional(VARIANT_BOOL* pVal) { return GetProperty(m_optional, pVal); }
 
 HRESULT CRfcParameter::put_Optional(VARIANT_BOOL newVal) {
   m_optional = newVal;
   return S_OK;
 }
 
-HRESULT CRfcParameter::get_Description(BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return m_description.CopyTo(pVal);
-}
+HRESULT CRfcParameter::get_Description(BSTR* pVal) { return GetProperty(m_description, pVal); }
 
 HRESULT CRfcParameter::put_Description(BSTR newVal) {
   m_description.Attach(BstrCopy(newVal));
   return S_OK;
 }
 
-HRESULT CRfcParameter::get_DefaultValue(BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return m_defaultValue.CopyTo(pVal);
-}
+HRESULT CRfcParameter::get_DefaultValue(BSTR* pVal) { return GetProperty(m_defaultValue, pVal); }
 
 HRESULT CRfcParameter::put_DefaultValue(BSTR newVal) {
   m_defaultValue.Attach(BstrCopy(newVal));
   return S_OK;
 }
 
-HRESULT CRfcParameter::get_IsRequested(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_isRequested;
-  return S_OK;
-}
+HRESULT CRfcParameter::get_IsRequested(VARIANT_BOOL* pVal) { return GetProperty(m_isRequested, pVal); }
 
 HRESULT CRfcParameter::put_IsRequested(VARIANT_BOOL newVal) {
   m_isRequested = newVal;

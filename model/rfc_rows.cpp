@@ -1,32 +1,18 @@
 #include "model/rfc_rows.h"
+#include "platform/property.h"
 
 #include "model/model_errors.h"
 #include "model/rfc_field.h"
 #include "model/rfc_fields.h"
 #include "model/type_access.h"
 
-HRESULT CRfcRows::get_FileMode(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_fileMode;
-  return S_OK;
-}
+HRESULT CRfcRows::get_FileMode(VARIANT_BOOL* pVal) { return GetProperty(m_fileMode, pVal); }
 
-HRESULT CRfcRows::get_DataCol(SHORT* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_dataCol;
-  return S_OK;
-}
+HRESULT CRfcRows::get_DataCol(SHORT* pVal) { return GetProperty(m_dataCol, pVal); }
 
-HRESULT CRfcRows::get_IndexCol(SHORT* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_indexCol;
-  return S_OK;
-}
+HRESULT CRfcRows::get_IndexCol(SHORT* pVal) { return GetProperty(m_indexCol, pVal); }
 
-HRESULT CRfcRows::get_RfcType(IRfcType** pVal) {
-  if (!pVal) return E_POINTER;
-  return m_rowType.CopyTo(pVal);
-}
+HRESULT CRfcRows::get_RfcType(IRfcType** pVal) { return GetProperty(m_rowType, pVal); }
 
 HRESULT CRfcRows::put_RfcType(IRfcType* type) {
   if (!type) return E_POINTER;

@@ -1,4 +1,5 @@
 #include "model/rfc_type.h"
+#include "platform/property.h"
 
 #include "model/collection.h"
 #include "model/model_errors.h"
@@ -13,16 +14,9 @@ void CRfcType::SetName(std::u16string_view name) {
   m_name.Attach(SysAllocStringLen(name.data(), static_cast<UINT>(name.size())));
 }
 
-HRESULT CRfcType::get_name(BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return m_name.CopyTo(pVal);
-}
+HRESULT CRfcType::get_name(BSTR* pVal) { return GetProperty(m_name, pVal); }
 
-HRESULT CRfcType::get_Kind(RFCTYPEKIND* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_kind;
-  return S_OK;
-}
+HRESULT CRfcType::get_Kind(RFCTYPEKIND* pVal) { return GetProperty(m_kind, pVal); }
 
 HRESULT CRfcType::get_ScalarType(ABAPTYPE* pVal) {
   if (!pVal) return E_POINTER;
@@ -35,66 +29,42 @@ HRESULT CRfcType::put_ScalarType(ABAPTYPE newVal) {
   return S_OK;
 }
 
-HRESULT CRfcType::get_ScalarLength(SHORT* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_scalarLength;
-  return S_OK;
-}
+HRESULT CRfcType::get_ScalarLength(SHORT* pVal) { return GetProperty(m_scalarLength, pVal); }
 
 HRESULT CRfcType::put_ScalarLength(SHORT newVal) {
   m_scalarLength = newVal;
   return S_OK;
 }
 
-HRESULT CRfcType::get_ScalarDecimals(SHORT* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_scalarDecimals;
-  return S_OK;
-}
+HRESULT CRfcType::get_ScalarDecimals(SHORT* pVal) { return GetProperty(m_scalarDecimals, pVal); }
 
 HRESULT CRfcType::put_ScalarDecimals(SHORT newVal) {
   m_scalarDecimals = newVal;
   return S_OK;
 }
 
-HRESULT CRfcType::get_StructOffset(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_structOffset;
-  return S_OK;
-}
+HRESULT CRfcType::get_StructOffset(LONG* pVal) { return GetProperty(m_structOffset, pVal); }
 
 HRESULT CRfcType::put_StructOffset(LONG newVal) {
   m_structOffset = newVal;
   return S_OK;
 }
 
-HRESULT CRfcType::get_StructLength(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_structLength;
-  return S_OK;
-}
+HRESULT CRfcType::get_StructLength(LONG* pVal) { return GetProperty(m_structLength, pVal); }
 
 HRESULT CRfcType::put_StructLength(LONG newVal) {
   m_structLength = newVal;
   return S_OK;
 }
 
-HRESULT CRfcType::get_structOffsetC1(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_structOffsetC1;
-  return S_OK;
-}
+HRESULT CRfcType::get_structOffsetC1(LONG* pVal) { return GetProperty(m_structOffsetC1, pVal); }
 
 HRESULT CRfcType::put_structOffsetC1(LONG newVal) {
   m_structOffsetC1 = newVal;
   return S_OK;
 }
 
-HRESULT CRfcType::get_structLengthC1(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_structLengthC1;
-  return S_OK;
-}
+HRESULT CRfcType::get_structLengthC1(LONG* pVal) { return GetProperty(m_structLengthC1, pVal); }
 
 HRESULT CRfcType::put_structLengthC1(LONG newVal) {
   m_structLengthC1 = newVal;
@@ -108,10 +78,7 @@ HRESULT CRfcType::get_StructFields(IRfcTypes** pVal) {
   return S_OK;
 }
 
-HRESULT CRfcType::get_RowType(IRfcType** pVal) {
-  if (!pVal) return E_POINTER;
-  return m_rowType.CopyTo(pVal);
-}
+HRESULT CRfcType::get_RowType(IRfcType** pVal) { return GetProperty(m_rowType, pVal); }
 
 HRESULT CRfcType::DefineScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals, LONG StructOffset) {
   if (m_kind != RFCTYPEKIND_UNDEFINED) return ModelError(CLSID_RfcType, kErrAlreadyInitialized);

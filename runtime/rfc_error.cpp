@@ -1,4 +1,5 @@
 #include "runtime/rfc_error.h"
+#include "platform/property.h"
 
 namespace {
 
@@ -17,11 +18,7 @@ HRESULT PutText(CComBSTR& text, BSTR newVal) {
 
 }  // namespace
 
-HRESULT CRfcError::get_ERRORGROUP(ERRORGROUP* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_group;
-  return S_OK;
-}
+HRESULT CRfcError::get_ERRORGROUP(ERRORGROUP* pVal) { return GetProperty(m_group, pVal); }
 
 HRESULT CRfcError::put_ERRORGROUP(ERRORGROUP newVal) {
   m_group = newVal;
