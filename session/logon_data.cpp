@@ -1,0 +1,22 @@
+#include "session/logon_data.h"
+
+CLogonData::CLogonData()
+    : m_client(u""),
+      m_user(u""),
+      m_password(u""),
+      m_language(u""),
+      m_sso2Ticket(u""),
+      m_x509Cert(u""),
+      m_extIdData(u""),
+      m_extIdType(u"") {}
+
+HRESULT CLogonData::Assign(CComBSTR& field, BSTR value) {
+  if (!value) {
+    field.Empty();
+    return S_OK;
+  }
+  BSTR copy = SysAllocStringLen(value, SysStringLen(value));
+  if (!copy) return E_OUTOFMEMORY;
+  field.Attach(copy);
+  return S_OK;
+}

@@ -1,0 +1,238 @@
+#include "session/session_frame.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "model/model.h"
+#include "runtime/environment.h"
+#include "runtime/report_error.h"
+#include "runtime/string_table.h"
+#include "runtime/trace.h"
+#include "runtime/unicode.h"
+#include "session/table_reader.h"
+
+namespace {
+
+std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
+
+std::u16string ExecutablePath() {
+  std::vector<char> buffer(4096);
+  for (;;) {
+    const ssize_t n = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    if (n < 0) return {};
+    if (static_cast<size_t>(n) < buffer.size()) return Utf8ToWide(std::string(buffer.data(), static_cast<size_t>(n)));
+    buffer.resize(buffer.size() * 2);
+  }
+}
+
+std::u16string LibraryPath() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&ExecutablePath), &info) == 0 || !info.dli_fname) return {};
+  std::string path = info.dli_fname;
+  // dladdr names the file as it was loaded; make a relative name absolute.
+  if (!path.empty() && path[0] != '/') {
+    if (char* real = realpath(path.c_str(), nullptr)) {
+      path = real;
+      std::free(real);
+    }
+  }
+  return Utf8ToWide(path);
+}
+
+std::u16string WorkingDirectory() {
+  std::vector<char> buffer(4096);
+  for (;;) {
+    if (getcwd(buffer.data(), buffer.size())) return Utf8ToWide(std::string(buffer.data()));
+    if (errno != ERANGE) return {};
+    buffer.resize(buffer.size() * 2);
+  }
+}
+
+std::u16string SearchPath() {
+  const char* path = std::getenv("PATH");
+  return path ? Utf8ToWide(path) : std::u16string();
+}
+
+// Upper case of the ASCII letters; the level names and digits are ASCII, so
+// no other letter can make a text match one of them.
+std::u16string UpperCase(std::u16string_view text) {
+  std::u16string upper(text);
+  for (char16_t& c : upper)
+    if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
+  return upper;
+}
+
+}  // namespace
+
+SessionFrame::SessionFrame() {
+  if (FAILED(CLogonData::CreateInstance(&m_logonData.p))) throw std::bad_alloc();
+  CRfcError* errorInfo = nullptr;
+  if (FAILED(CRfcError::CreateInstance(&errorInfo))) throw std::bad_alloc();
+  m_errorInfo.Attach(errorInfo);
+}
+
+HRESULT SessionFrame::GetSystemID(BSTR* pVal) const { return m_systemId.CopyTo(pVal); }
+
+HRESULT SessionFrame::PutSystemID(BSTR newVal) {
+  CComBSTR copy(SysStringLen(newVal), newVal);
+  if (newVal && !copy) return E_OUTOFMEMORY;
+  m_systemId = std::move(copy);
+  return S_OK;
+}
+
+HRESULT SessionFrame::GetLogonData(ILogonData** pVal) const {
+  if (!pVal) return E_POINTER;
+  *pVal = m_logonData;
+  (*pVal)->AddRef();
+  return S_OK;
+}
+
+HRESULT SessionFrame::GetErrorInfo(IRfcError** pVal) {
+  m_error = VARIANT_FALSE;
+  if (!pVal) return E_POINTER;
+  *pVal = m_errorInfo;
+  (*pVal)->AddRef();
+  return S_OK;
+}
+
+HRESULT SessionFrame::GetError(VARIANT_BOOL* pVal) const {
+  if (!pVal) return E_POINTER;
+  *pVal = m_error;
+  return S_OK;
+}
+
+HRESULT SessionFrame::GetOption(BSTR name, BSTR* pVal) const { return m_options.Get(name, pVal); }
+
+HRESULT SessionFrame::PutOption(BSTR name, BSTR newVal) {
+  HRESULT hr = m_options.Put(name, newVal);
+  if (FAILED(hr)) return hr;
+  const std::u16string_view key = View(name);
+  if (key == u"trace.file") {
+    ApplyTraceFile(newVal);
+  } else if (key == u"trace.level") {
+    ApplyTraceLevel(newVal);
+  }
+  return S_OK;
+}
+
+void SessionFrame::ApplyTraceFile(BSTR value) {
+  if (SysStringLen(value) > 0) TraceOpen(u"Veltrane", ExpandEnvironment(View(value), kMaxPath), true);
+  SetTraceLevel(TRACE_INFORMATION);
+  if (!TraceIsOpen()) return;
+  Trace(u"Veltrane version=%s\n", kVeltraneVersion);
+  Trace(u"Executable Path: %s\n", ExecutablePath());
+  Trace(u"DLL Path: %s\n", LibraryPath());
+  Trace(u"Workdir: %s\n", WorkingDirectory());
+  Trace(u"Search Path: %s\n", SearchPath());
+}
+
+void SessionFrame::ApplyTraceLevel(BSTR value) {
+  const std::u16string level = UpperCase(View(value));
+  if (level == u"INFORMATION" || level == u"3") {
+    SetTraceLevel(TRACE_INFORMATION);
+  } else if (level == u"WARNING" || level == u"2") {
+    SetTraceLevel(TRACE_WARNING);
+  } else if (level == u"ERROR" || level == u"1") {
+    SetTraceLevel(TRACE_ERROR);
+  }
+}
+
+HRESULT SessionFrame::EnsureTypeCache(ITypeCache** pVal) {
+  if (!m_typeCache) {
+    CComPtr<ITypeCache> cache;
+    HRESULT hr = CreateTypeCache(&cache);
+    if (FAILED(hr)) return hr;
+    m_typeCache = cache;
+  }
+  if (pVal) {
+    *pVal = m_typeCache;
+    (*pVal)->AddRef();
+  }
+  return S_OK;
+}
+
+HRESULT SessionFrame::GetTypeCache(ITypeCache** pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = nullptr;
+  return EnsureTypeCache(pVal);
+}
+
+HRESULT SessionFrame::PutTypeCache(ITypeCache* newVal) {
+  if (!newVal) return E_POINTER;
+  m_typeCache = newVal;
+  return S_OK;
+}
+
+HRESULT SessionFrame::DecodeInternalError(LONG errcode, BSTR* pVal) const { return ::DecodeInternalError(errcode, pVal); }
+
+HRESULT SessionFrame::ImportType(BSTR name, IRfcType** pVal, const TypeImporter& fromBackend) {
+  if (pVal) *pVal = nullptr;
+  CComPtr<ITypeCache> cache;
+  HRESULT hr = EnsureTypeCache(&cache);
+  if (FAILED(hr)) return hr;
+
+  CComPtr<IRfcType> type;
+  if (cache->GetType(name, &type) == S_OK && type) {
+    if (!pVal) return E_POINTER;
+    *pVal = type.Detach();
+    return S_OK;
+  }
+  type.Release();
+  if (FAILED(hr = CreateRfcType(&type))) return hr;
+  if (FAILED(hr = fromBackend(name, type))) return hr;
+  if (FAILED(hr = cache->AddType(name, type))) return hr;
+  if (!pVal) return E_POINTER;
+  *pVal = type.Detach();
+  return S_OK;
+}
+
+HRESULT SessionFrame::ImportCall(BSTR moduleName, VARIANT_BOOL ignoreUnsupportedParams, IFunctionCall** pVal,
+                                 const CallImporter& fromBackend) {
+  if (pVal) *pVal = nullptr;
+  Trace(u"ImportCall('%s')...\n", View(moduleName));
+  CComPtr<ITypeCache> cache;
+  HRESULT hr = EnsureTypeCache(&cache);
+  if (FAILED(hr)) return hr;
+
+  CComPtr<IFunctionCall> call;
+  if (cache->GetFunction(moduleName, &call) == S_OK && call) {
+    Trace(u"retrieved from cache\n");
+    if (!pVal) return E_POINTER;
+    *pVal = call.Detach();
+    return S_OK;
+  }
+  call.Release();
+  if (FAILED(hr = CreateFunctionCall(&call))) return hr;
+  if (FAILED(hr = call->put_Function(moduleName))) return hr;
+  if (FAILED(hr = fromBackend(moduleName, ignoreUnsupportedParams, call))) return hr;
+  // The cache keeps a copy of its own; a failure to keep one leaves the
+  // imported call valid, so it is still handed out.
+  cache->AddFunction(moduleName, call);
+  if (!pVal) return E_POINTER;
+  *pVal = call.Detach();
+  return S_OK;
+}
+
+HRESULT SessionFrame::CreateCall(IFunctionCall** pVal) const {
+  if (!pVal) return E_POINTER;
+  return CreateFunctionCall(pVal);
+}
+
+HRESULT SessionFrame::CreateType(IRfcType** pVal) const {
+  if (!pVal) return E_POINTER;
+  return CreateRfcType(pVal);
+}
+
+HRESULT SessionFrame::About() const { return S_OK; }
+
+HRESULT SessionFrame::GetTableReader(ISession* self, BSTR tableName, ITableReader** pVal) const {
+  return CreateTableReader(self, tableName, pVal);
+}
+
+HRESULT SessionFrame::SetError(const RfcErrorRecord& record) { return SetSessionError(&m_error, m_errorInfo, &record); }
+
+HRESULT SessionFrame::ClearError() { return SetSessionError(&m_error, m_errorInfo, nullptr); }
