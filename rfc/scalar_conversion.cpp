@@ -1,0 +1,283 @@
+#include "rfc/scalar_conversion.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "platform/atlbase.h"
+#include "platform/oleauto.h"
+#include "runtime/exceptions.h"
+#include "runtime/variant_name.h"
+
+namespace {
+
+struct ScalarRow {
+  int32_t code;
+  char16_t letter;
+  char16_t pad;
+};
+
+// The twelve scalar types with their dictionary letter and pad character.
+constexpr ScalarRow kScalars[] = {
+    {TYPE_CHAR, u'C', u' '},  {TYPE_DATE, u'D', u'0'}, {TYPE_BCD, u'P', 0},     {TYPE_TIME, u'T', u'0'},
+    {TYPE_BYTE, u'X', 0},     {TYPE_NUM, u'N', u'0'},  {TYPE_FLOAT, u'F', 0},   {TYPE_INT, u'I', 0},
+    {TYPE_INT2, u's', 0},     {TYPE_INT1, u'b', 0},    {TYPE_STRING, u'g', 0},  {TYPE_XSTRING, u'y', 0},
+};
+
+const ScalarRow* FindScalar(int32_t code) {
+  for (const auto& row : kScalars)
+    if (row.code == code) return &row;
+  return nullptr;
+}
+
+bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
+
+// Value equality of the "initial" tests: by type first, texts by VarCmp.
+bool IsInitialText(const VARIANT& value, const char16_t* zeros) {
+  if (value.vt != VT_BSTR) return false;
+  const char16_t* candidates[] = {zeros, u"", u" "};
+  for (const char16_t* text : candidates) {
+    CComVariant other(text);
+    if (VarCmp(const_cast<VARIANT*>(&value), &other, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) return true;
+  }
+  return false;
+}
+
+bool IsInitialValue(const VARIANT& value, const char16_t* zeros) {
+  if (value.vt == VT_EMPTY) return true;
+  if (value.vt == VT_I4 && value.lVal == 0) return true;
+  return IsInitialText(value, zeros);
+}
+
+void CopyAscii(char16_t* target, const char* text, size_t count) {
+  for (size_t i = 0; i < count; ++i) target[i] = static_cast<char16_t>(static_cast<unsigned char>(text[i]));
+}
+
+}  // namespace
+
+int32_t RfcScalarType(int32_t code) { return FindScalar(code) ? code : -1; }
+
+int32_t RfcTypeFromLetter(char16_t letter) {
+  for (const auto& row : kScalars)
+    if (row.letter == letter) return row.code;
+  return -1;
+}
+
+char16_t RfcLetterFromType(int32_t code) {
+  const ScalarRow* row = FindScalar(code);
+  return row ? row->letter : 0;
+}
+
+bool RfcTypeFromFieldInfo(char16_t letter, int32_t length, int32_t decimals, RfcFieldInfo& info) {
+  info.type = RfcTypeFromLetter(letter);
+  info.length = 0;
+  info.decimals = 0;
+  switch (letter) {
+    case u'P':
+      info.length = length * 2 - 1;
+      info.decimals = decimals;
+      return true;
+    case u'C':
+    case u'D':
+    case u'N':
+    case u'T':
+    case u'X':
+      info.length = length;
+      return true;
+    case u'F':
+    case u'I':
+    case u'b':
+    case u'g':
+    case u's':
+    case u'y':
+      return true;
+    default:
+      info.type = -1;
+      return false;
+  }
+}
+
+RFCTYPEKIND RfcKindFromLetter(char16_t letter) {
+  switch (letter) {
+    case u'h':
+      return RFCTYPEKIND_TABLE;
+    case u'u':
+      return RFCTYPEKIND_STRUCT;
+    case u'v':
+      return RFCTYPEKIND_COMPLEX_STRUCT;
+    default:
+      return RFCTYPEKIND_SCALAR;
+  }
+}
+
+char16_t RfcPadChar(int32_t code) {
+  const ScalarRow* row = FindScalar(code);
+  return row ? row->pad : 0;
+}
+
+uint32_t RfcFieldLengthC2(int32_t code, uint32_t length) {
+  switch (code) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+      return length * 2;
+    case TYPE_DATE:
+      return 16;
+    case TYPE_TIME:
+      return 12;
+    default:
+      return RfcFieldLengthC1(code, length);
+  }
+}
+
+uint32_t RfcFieldLengthC1(int32_t code, uint32_t length) {
+  switch (code) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+    case TYPE_BYTE:
+      return length;
+    case TYPE_DATE:
+      return 8;
+    case TYPE_TIME:
+      return 6;
+    case TYPE_BCD:
+      return length / 2 + 1;
+    case TYPE_FLOAT:
+    case TYPE_STRING:
+      return 8;
+    case TYPE_INT:
+      return 4;
+    case TYPE_INT2:
+      return 2;
+    case TYPE_INT1:
+      return 1;
+    case TYPE_XSTRING:
+      return 16;
+    default:
+      return 0;
+  }
+}
+
+std::u16string VariantTraceText(const VARIANT& value) {
+  if (value.vt == VT_NULL) return u"{null}";
+  if (value.vt & VT_ARRAY) return u"{binary}";
+  if (value.vt == VT_EMPTY || value.vt == VT_ERROR) return u"{empty}";
+  CComVariant text;
+  if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR)) || text.vt != VT_BSTR)
+    return u"{" + VariantTypeName(value.vt) + u"}";
+  return std::u16string(text.bstrVal ? text.bstrVal : u"", SysStringLen(text.bstrVal));
+}
+
+bool RfcIsDateText(std::u16string_view text) {
+  if (text.size() != 8) return false;
+  for (char16_t c : text)
+    if (!IsDigit(c)) return false;
+  int month = (text[4] - u'0') * 10 + (text[5] - u'0');
+  int day = (text[6] - u'0') * 10 + (text[7] - u'0');
+  return month >= 1 && month <= 12 && day >= 1 && day <= 31;
+}
+
+int64_t RfcParseDigits(const char16_t* chars, size_t count, bool allowSign) {
+  if (!chars || count == 0) return 0;
+  size_t begin = 0;
+  size_t end = count;
+  while (begin < end && chars[begin] == u' ') ++begin;
+  while (end > begin && chars[end - 1] == u' ') --end;
+  bool negative = false;
+  if (allowSign && begin < end) negative = chars[0] == u'-' || chars[end - 1] == u'-';
+  uint64_t result = 0;
+  for (size_t i = begin; i < end; ++i)
+    if (IsDigit(chars[i])) result = result * 10 + static_cast<uint64_t>(chars[i] - u'0');
+  int64_t value = static_cast<int64_t>(result);
+  return negative ? -value : value;
+}
+
+int RfcDateToVariant(VARIANT* result, const char16_t* chars) {
+  VariantClear(result);
+  int64_t year = RfcParseDigits(chars, 4, false);
+  int64_t month = RfcParseDigits(chars + 4, 2, false);
+  int64_t day = RfcParseDigits(chars + 6, 2, false);
+  if (year == 0 && month == 0 && day == 0) return 1;
+  result->vt = VT_DATE;
+  result->date = 0.0;
+  SYSTEMTIME st{};
+  st.wYear = static_cast<WORD>(year);
+  st.wMonth = static_cast<WORD>(month);
+  st.wDay = static_cast<WORD>(day);
+  DOUBLE date = 0.0;
+  int ok = SystemTimeToVariantTime(&st, &date);
+  if (ok) result->date = date;
+  return ok;
+}
+
+HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars) {
+  VariantClear(result);
+  unsigned hour = static_cast<unsigned>(RfcParseDigits(chars, 2, false));
+  unsigned minute = static_cast<unsigned>(RfcParseDigits(chars + 2, 2, false));
+  unsigned second = static_cast<unsigned>(RfcParseDigits(chars + 4, 2, false));
+  char text[9];
+  std::snprintf(text, sizeof text, "%02u:%02u:%02u", hour, minute, second);
+  char16_t wide[9];
+  for (int i = 0; i < 9; ++i) wide[i] = static_cast<char16_t>(text[i]);
+  result->vt = VT_BSTR;
+  result->bstrVal = SysAllocString(wide);
+  return VariantChangeType(result, result, 0, VT_DATE);
+}
+
+void RfcVariantToDate(char16_t* target, VARIANT* value) {
+  if (value->vt == VT_NULL) {
+    std::memset(target, 0, 8 * sizeof(char16_t));
+    return;
+  }
+  if (IsInitialValue(*value, u"00000000")) {
+    CopyAscii(target, "00000000", 8);
+    return;
+  }
+  if (value->vt == VT_BSTR && RfcIsDateText(std::u16string_view(value->bstrVal, SysStringLen(value->bstrVal)))) {
+    std::memcpy(target, value->bstrVal, 8 * sizeof(char16_t));
+    return;
+  }
+  if (FAILED(VariantChangeType(value, value, 0, VT_DATE))) throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"");
+  SYSTEMTIME st{};
+  if (!VariantTimeToSystemTime(value->date, &st))
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
+                     VariantTraceText(*value));
+  char text[16];
+  std::snprintf(text, sizeof text, "%4u%02u%02u", unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
+  CopyAscii(target, text, 8);
+}
+
+void RfcVariantToTime(char16_t* target, VARIANT* value) {
+  if (value->vt == VT_NULL) {
+    std::memset(target, 0, 6 * sizeof(char16_t));
+    return;
+  }
+  if (IsInitialValue(*value, u"000000")) {
+    CopyAscii(target, "000000", 6);
+    return;
+  }
+  if (value->vt == VT_BSTR) {
+    std::u16string_view text(value->bstrVal, SysStringLen(value->bstrVal));
+    bool digits = text.size() == 6;
+    for (size_t i = 0; digits && i < text.size(); ++i) digits = IsDigit(text[i]);
+    if (digits) {
+      std::memcpy(target, text.data(), 6 * sizeof(char16_t));
+      return;
+    }
+    bool clock = text.size() == 8;
+    for (size_t i = 0; clock && i < text.size(); ++i) clock = text[i] >= u'0' && text[i] <= u':';
+    if (clock) {
+      const size_t places[] = {0, 1, 3, 4, 6, 7};
+      for (size_t i = 0; i < 6; ++i) target[i] = text[places[i]];
+      return;
+    }
+  }
+  SYSTEMTIME st{};
+  std::u16string before = VariantTraceText(*value);
+  if (FAILED(VariantChangeType(value, value, 0, VT_DATE)))
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME", before);
+  if (!VariantTimeToSystemTime(value->date, &st))
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME",
+                     VariantTraceText(*value));
+  char text[16];
+  std::snprintf(text, sizeof text, "%02u%02u%02u", unsigned(st.wHour), unsigned(st.wMinute), unsigned(st.wSecond));
+  CopyAscii(target, text, 6);
+}

@@ -1,0 +1,753 @@
+#include "soap/soap_rfc_xml.h"
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <locale.h>
+#include <vector>
+
+#include <boost/format.hpp>
+#include <rapidxml/rapidxml.hpp>
+#include <rapidxml/rapidxml_print.hpp>
+
+#include "platform/comdef.h"
+#include "platform/oleauto.h"
+#include "rfc/scalar_conversion.h"
+#include "runtime/base64.h"
+#include "runtime/exceptions.h"
+#include "runtime/trace.h"
+#include "runtime/unicode.h"
+#include "soap/xml_ns.h"
+
+namespace SoapRfcXML {
+
+namespace {
+
+// Deeper answers are refused before parsing: the parser recurses per level.
+constexpr size_t kMaxResponseDepth = 256;
+
+bool TracesInformation() { return TraceIsOpen() && TraceLevel() >= TRACE_INFORMATION; }
+
+void Check(HRESULT hr, const char* function) {
+  if (FAILED(hr)) {
+    TraceResult(hr, function, __FILE__, __LINE__);
+    throw CXCOMError(hr);
+  }
+}
+
+template <class T>
+void Require(const T* p) {
+  if (!p) throw _com_error(E_POINTER);
+}
+
+std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
+
+[[noreturn]] void SoapError(const std::string& text) {
+  throw CXVeltrane(CXVeltrane::SOAP_ERROR, Utf8ToWide(text));
+}
+
+// ---------------------------------------------------------------- values
+
+bool IsInitialDate(const VARIANT& value) {
+  if (value.vt == VT_I4 && value.lVal == 0) return true;
+  if (value.vt != VT_BSTR) return false;
+  for (const char16_t* text : {u"00000000", u"", u" "}) {
+    CComVariant other(text);
+    if (VarCmp(const_cast<VARIANT*>(&value), &other, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) return true;
+  }
+  return false;
+}
+
+std::string DateText(const VARIANT& value) {
+  if (value.vt == VT_NULL) return {};
+  if (IsInitialDate(value)) return "00000000";
+  if (value.vt == VT_BSTR && RfcIsDateText(View(value.bstrVal))) return WideToUtf8(View(value.bstrVal));
+  CComVariant copy;
+  if (FAILED(VariantChangeType(&copy, &value, 0, VT_DATE)))
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"cannot convert to date", u"RfcValueToString(),TYPE_DATE",
+                     VariantTraceText(value));
+  SYSTEMTIME st{};
+  if (!VariantTimeToSystemTime(copy.date, &st))
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
+                     VariantTraceText(value));
+  char text[32];
+  std::snprintf(text, sizeof text, "%04u%02u%02u", unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
+  return text;
+}
+
+std::string TimeText(const VARIANT& value) {
+  if (value.vt == VT_NULL) return {};
+  CComVariant copy(value);
+  char16_t chars[6];
+  RfcVariantToTime(chars, &copy);
+  std::string text(6, '0');
+  for (int i = 0; i < 6; ++i) text[i] = static_cast<char>(chars[i]);
+  return text;
+}
+
+std::string BinaryText(const VARIANT& value) {
+  CComVariant copy;
+  if (FAILED(VariantChangeType(&copy, &value, 0, VT_ARRAY | VT_UI1)))
+    throw CXVeltrane(CXVeltrane::VARIANTARRAY_EXCEPTION, u"cannot convert to byte array",
+                     u"RfcValueToString(),TYPE_BYTE", VariantTraceText(value));
+  SAFEARRAY* array = copy.parray;
+  if (!array) return {};
+  size_t count = 1;
+  UINT dims = SafeArrayGetDim(array);
+  for (UINT d = 1; d <= dims; ++d) {
+    LONG lower = 0, upper = -1;
+    if (FAILED(SafeArrayGetLBound(array, d, &lower)) || FAILED(SafeArrayGetUBound(array, d, &upper)))
+      throw CXVeltrane(CXVeltrane::VARIANTARRAY_EXCEPTION, u"invalid array bounds", u"RfcValueToString(),TYPE_BYTE");
+    count *= upper >= lower ? static_cast<size_t>(upper - lower + 1) : 0;
+  }
+  if (dims == 0) count = 0;
+  void* data = nullptr;
+  if (FAILED(SafeArrayAccessData(array, &data)))
+    throw CXVeltrane(CXVeltrane::VARIANTARRAY_EXCEPTION, u"cannot access byte array", u"RfcValueToString(),TYPE_BYTE");
+  std::string text = Base64Encode(static_cast<const uint8_t*>(data), count);
+  SafeArrayUnaccessData(array);
+  return text;
+}
+
+std::string FloatText(const VARIANT& value) {
+  CComVariant copy;
+  if (FAILED(VariantChangeType(&copy, &value, 0, VT_R8)))
+    throw CXVeltrane(CXVeltrane::NUMERIC_CONVERSION, u"cannot convert to float", u"RfcValueToString(),TYPE_FLOAT",
+                     VariantTraceText(value));
+  // "%f" in the C locale: a point as the separator whatever the process
+  // locale says.
+  static locale_t cLocale = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0));
+  locale_t previous = uselocale(cLocale);
+  int size = std::snprintf(nullptr, 0, "%f", copy.dblVal);
+  std::string text(static_cast<size_t>(size > 0 ? size : 0), '\0');
+  std::snprintf(text.data(), text.size() + 1, "%f", copy.dblVal);
+  uselocale(previous);
+  return text;
+}
+
+std::string IntegerText(const VARIANT& value) {
+  CComVariant copy;
+  if (FAILED(VariantChangeType(&copy, &value, 0, VT_I8)))
+    throw CXVeltrane(CXVeltrane::NUMERIC_CONVERSION, u"cannot convert to int", u"RfcValueToString(),TYPE_INT",
+                     VariantTraceText(value));
+  char text[16];
+  std::snprintf(text, sizeof text, "%u", static_cast<unsigned>(static_cast<uint32_t>(copy.llVal)));
+  return text;
+}
+
+std::string StringText(const VARIANT& value) {
+  if (value.vt == VT_BSTR) return WideToUtf8(View(value.bstrVal));
+  CComVariant copy;
+  if (FAILED(VariantChangeType(&copy, &value, 0, VT_BSTR)))
+    throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"cannot convert to string", u"RfcValueToString(),TYPE_CHAR",
+                     VariantTraceText(value));
+  return WideToUtf8(View(copy.bstrVal));
+}
+
+bool AllDigits(std::u16string_view text) {
+  for (char16_t c : text)
+    if (c < u'0' || c > u'9') return false;
+  return true;
+}
+
+unsigned Number(std::u16string_view digits) {
+  unsigned n = 0;
+  for (char16_t c : digits) n = n * 10 + static_cast<unsigned>(c - u'0');
+  return n;
+}
+
+CComVariant DateValue(std::u16string_view text) {
+  CComVariant result;
+  if (text.size() != 10 || text[4] != u'-' || text[7] != u'-' || !AllDigits(text.substr(0, 4)) ||
+      !AllDigits(text.substr(5, 2)) || !AllDigits(text.substr(8, 2)))
+    return result;
+  SYSTEMTIME st{};
+  st.wYear = static_cast<WORD>(Number(text.substr(0, 4)));
+  st.wMonth = static_cast<WORD>(Number(text.substr(5, 2)));
+  st.wDay = static_cast<WORD>(Number(text.substr(8, 2)));
+  // The platform's conversion rolls a month or day 0 back into the
+  // previous one; the initial date 0000-00-00 must read as no date.
+  if (st.wMonth == 0 || st.wDay == 0) return result;
+  DOUBLE date = 0;
+  if (!SystemTimeToVariantTime(&st, &date)) return result;
+  result.vt = VT_DATE;
+  result.date = date;
+  return result;
+}
+
+CComVariant TimeValue(std::u16string_view text) {
+  CComVariant result;
+  if (text.size() != 8 || text[2] != u':' || text[5] != u':' || !AllDigits(text.substr(0, 2)) ||
+      !AllDigits(text.substr(3, 2)) || !AllDigits(text.substr(6, 2)))
+    return result;
+  char clock[16];
+  std::snprintf(clock, sizeof clock, "%02u:%02u:%02u", Number(text.substr(0, 2)), Number(text.substr(3, 2)),
+                Number(text.substr(6, 2)));
+  result = CComVariant(Utf8ToWide(clock));
+  VariantChangeType(&result, &result, 0, VT_DATE);
+  return result;
+}
+
+CComVariant BinaryValue(std::u16string_view text) {
+  std::vector<uint8_t> bytes = Base64DecodeSkipping(text);
+  SAFEARRAY* array = SafeArrayCreateVector(VT_UI1, 0, static_cast<ULONG>(bytes.size()));
+  if (!array) throw _com_error(E_OUTOFMEMORY);
+  if (!bytes.empty()) {
+    void* data = nullptr;
+    if (FAILED(SafeArrayAccessData(array, &data))) {
+      SafeArrayDestroy(array);
+      throw CXVeltrane(CXVeltrane::VARIANTARRAY_EXCEPTION, u"cannot access byte array",
+                       u"RfcValueFromString(),TYPE_BYTE");
+    }
+    std::memcpy(data, bytes.data(), bytes.size());
+    SafeArrayUnaccessData(array);
+  }
+  CComVariant result;
+  result.vt = VT_ARRAY | VT_UI1;
+  result.parray = array;
+  return result;
+}
+
+CComVariant FloatValue(std::u16string_view text) {
+  std::string narrow;
+  narrow.reserve(text.size());
+  for (char16_t c : text) narrow.push_back(c < 0x80 ? static_cast<char>(c) : '\x7f');
+  static locale_t cLocale = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0));
+  return CComVariant(strtod_l(narrow.c_str(), nullptr, cLocale));
+}
+
+CComVariant IntegerValue(std::u16string_view text) {
+  CComVariant source(text);
+  CComVariant result;
+  if (FAILED(VariantChangeType(&result, &source, 0, VT_I8)))
+    throw CXVeltrane(CXVeltrane::NUMERIC_CONVERSION, u"cannot convert to int", u"RfcValueFromString(),TYPE_INT",
+                     std::u16string(text));
+  return result;
+}
+
+// Types whose answer text is taken as it stands.
+bool IsTextType(ABAPTYPE type) {
+  switch (type) {
+    case TYPE_DATE:
+    case TYPE_TIME:
+    case TYPE_BYTE:
+    case TYPE_XSTRING:
+    case TYPE_FLOAT:
+    case TYPE_INT:
+    case TYPE_INT2:
+    case TYPE_INT1:
+      return false;
+    default:
+      return true;
+  }
+}
+
+// A BSTR of UTF-8 text, without an intermediate string for ASCII.
+BSTR BstrFromUtf8(std::string_view text) {
+  bool ascii = true;
+  for (char c : text)
+    if (static_cast<unsigned char>(c) >= 0x80) {
+      ascii = false;
+      break;
+    }
+  if (!ascii) {
+    std::u16string wide = Utf8ToWide(text);
+    BSTR s = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
+    if (!s) throw _com_error(E_OUTOFMEMORY);
+    return s;
+  }
+  BSTR s = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
+  if (!s) throw _com_error(E_OUTOFMEMORY);
+  for (size_t i = 0; i < text.size(); ++i) s[i] = static_cast<char16_t>(text[i]);
+  return s;
+}
+
+// ---------------------------------------------------------------- fields
+
+struct FieldInfo {
+  CComBSTR name;
+  CComPtr<IRfcType> type;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  ABAPTYPE scalarType = TYPE_CHAR;
+};
+
+FieldInfo Describe(IRfcField* field, bool withScalarType) {
+  Require(field);
+  FieldInfo info;
+  Check(field->get_name(&info.name), "IRfcField::get_name");
+  Check(field->get_RfcType(&info.type), "IRfcField::get_RfcType");
+  if (info.type) {
+    Check(info.type->get_Kind(&info.kind), "IRfcType::get_Kind");
+    if (withScalarType && info.kind == RFCTYPEKIND_SCALAR)
+      Check(info.type->get_ScalarType(&info.scalarType), "IRfcType::get_ScalarType");
+  }
+  return info;
+}
+
+CComPtr<IRfcFields> FieldsOf(IRfcField* field, const CComBSTR& name) {
+  CComPtr<IRfcFields> fields;
+  HRESULT hr = field->get_Fields(&fields);
+  if (FAILED(hr)) {
+    TraceLog(TRACE_ERROR, boost::format("%1%: get_Fields()") % WideToUtf8Lossy(View(name)), __func__, __FILE__,
+             __LINE__);
+    throw CXCOMError(hr);
+  }
+  if (!fields) throw _com_error(E_POINTER);
+  return fields;
+}
+
+CComPtr<IRfcRows> RowsOf(IRfcField* field) {
+  CComPtr<IRfcRows> rows;
+  Check(field->get_Rows(&rows), "IRfcField::get_Rows");
+  if (!rows) throw _com_error(E_POINTER);
+  return rows;
+}
+
+CComPtr<IRfcField> FieldAt(IRfcFields* fields, LONG index) {
+  CComPtr<IRfcField> field;
+  Check(fields->get_Item(CComVariant(index), &field), "IRfcFields::get_Item");
+  if (!field) throw _com_error(E_POINTER);
+  return field;
+}
+
+LONG CountOf(IRfcFields* fields) {
+  LONG count = 0;
+  Check(fields->get_Count(&count), "IRfcFields::get_Count");
+  return count;
+}
+
+XmlNode* AppendElement(XmlDocument& doc, XmlNode* parent, std::u16string_view name, std::string_view value = {}) {
+  std::string utf8 = WideToUtf8(name);
+  const char* n = utf8.empty() ? "" : doc.allocate_string(utf8.data(), utf8.size());
+  const char* v = value.empty() ? "" : doc.allocate_string(value.data(), value.size());
+  XmlNode* node = doc.allocate_node(rapidxml::node_element, n, v, utf8.size(), value.size());
+  parent->append_node(node);
+  return node;
+}
+
+// ---------------------------------------------------------------- reading
+
+// Where a field is read, for the text of a missing element.
+struct Where {
+  const char16_t* group = nullptr;
+  std::u16string_view parameter;
+  const Where* parent = nullptr;
+  std::u16string_view field;
+  LONG row = 0;  // a row of parent's table, 1-based; 0: not a row
+};
+
+std::string PathOf(const Where* where) {
+  std::vector<const Where*> chain;
+  for (const Where* w = where; w; w = w->parent) chain.push_back(w);
+  std::u16string path;
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    const Where* w = *it;
+    if (w->row > 0) {
+      path += u"[" + Utf8ToWide(std::to_string(w->row)) + u"]";
+    } else {
+      if (!path.empty()) path += u"-";
+      path += w->field;
+    }
+  }
+  return WideToUtf8Lossy(path);
+}
+
+[[noreturn]] void MissingElement(const Where& where) {
+  const Where* top = &where;
+  while (top->parent) top = top->parent;
+  std::string text;
+  if (top->group) {
+    text = boost::str(boost::format("Invalid Response: element %1% of %2% parameter %3% not found") % PathOf(&where) %
+                      WideToUtf8Lossy(top->group) % WideToUtf8Lossy(top->parameter));
+  } else {
+    text = boost::str(boost::format("Invalid Response: element %1% not found") % PathOf(&where));
+  }
+  TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
+  SoapError(text);
+}
+
+void ReadField(const XmlNode* parent, IRfcField* field, const Where& where);
+
+void PutText(IRfcField* field, ABAPTYPE type, std::string_view text) {
+  VARIANT value;
+  VariantInit(&value);
+  if (IsTextType(type)) {
+    value.vt = VT_BSTR;
+    value.bstrVal = BstrFromUtf8(text);
+  } else {
+    CComVariant converted = RfcValueFromString(type, Utf8ToWide(text));
+    converted.Detach(&value);
+  }
+  HRESULT hr = field->put_value(value);
+  VariantClear(&value);
+  Check(hr, "IRfcField::put_value");
+}
+
+void ReadStruct(const XmlNode* node, IRfcFields* fields, const Where* parent) {
+  LONG count = CountOf(fields);
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcField> field = FieldAt(fields, i);
+    Where where;
+    where.parent = parent;
+    ReadField(node, field, where);
+  }
+}
+
+// One column of a table's rows: rows built from one row type have the same
+// members, so names and types are read from the first row only.
+struct Column {
+  std::string name;
+  CComBSTR wideName;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  ABAPTYPE scalarType = TYPE_CHAR;
+};
+
+void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
+  CComPtr<IRfcRows> rows = RowsOf(field);
+  Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
+  std::vector<Column> columns;
+  bool planned = false;
+  LONG rowNumber = 0;
+  for (const XmlNode* child = node->first_node(); child; child = child->next_sibling()) {
+    if (child->type() != rapidxml::node_element) continue;
+    ++rowNumber;
+    CComPtr<IRfcFields> row;
+    Check(rows->AddRow(&row), "IRfcRows::AddRow");
+    if (!row) throw _com_error(E_POINTER);
+    LONG count = CountOf(row);
+    if (!planned || static_cast<size_t>(count) != columns.size()) {
+      columns.assign(static_cast<size_t>(count), Column{});
+      for (LONG i = 1; i <= count; ++i) {
+        FieldInfo info = Describe(FieldAt(row, i), true);
+        Column& c = columns[static_cast<size_t>(i - 1)];
+        c.name = WideToUtf8(View(info.name));
+        c.wideName = info.name;
+        c.kind = info.kind;
+        c.scalarType = info.scalarType;
+      }
+      planned = true;
+    }
+    Where rowWhere;
+    rowWhere.parent = &where;
+    rowWhere.row = rowNumber;
+    for (LONG i = 1; i <= count; ++i) {
+      const Column& c = columns[static_cast<size_t>(i - 1)];
+      CComPtr<IRfcField> cell = FieldAt(row, i);
+      if (c.kind != RFCTYPEKIND_SCALAR) {
+        Where cellWhere;
+        cellWhere.parent = &rowWhere;
+        ReadField(child, cell, cellWhere);
+        continue;
+      }
+      const XmlNode* element = xmlns::FirstChild(child, c.name);
+      if (!element) {
+        Where cellWhere;
+        cellWhere.parent = &rowWhere;
+        cellWhere.field = View(c.wideName);
+        MissingElement(cellWhere);
+      }
+      PutText(cell, c.scalarType, xmlns::Text(element));
+    }
+  }
+}
+
+// where.field is filled here from the field's name.
+void ReadField(const XmlNode* parent, IRfcField* field, const Where& whereIn) {
+  FieldInfo info = Describe(field, true);
+  if (info.kind != RFCTYPEKIND_SCALAR && info.kind != RFCTYPEKIND_STRUCT && info.kind != RFCTYPEKIND_TABLE) return;
+  Where where = whereIn;
+  where.field = View(info.name);
+  const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(View(info.name)));
+  if (!node) MissingElement(where);
+  switch (info.kind) {
+    case RFCTYPEKIND_SCALAR:
+      PutText(field, info.scalarType, xmlns::Text(node));
+      break;
+    case RFCTYPEKIND_STRUCT:
+      ReadStruct(node, FieldsOf(field, info.name), &where);
+      break;
+    default:
+      ReadTable(node, field, where);
+      break;
+  }
+}
+
+void ReadParams(const XmlNode* response, IRfcParameters* params, const char16_t* groupName) {
+  Require(params);
+  LONG count = 0;
+  Check(params->get_Count(&count), "IRfcParameters::get_Count");
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> param;
+    Check(params->get_Item(CComVariant(i), &param), "IRfcParameters::get_Item");
+    if (!param) throw _com_error(E_POINTER);
+    CComPtr<IRfcField> field;
+    Check(param->get_InternalField(&field), "IRfcParameter::get_InternalField");
+    if (!field) throw _com_error(E_POINTER);
+    CComBSTR name;
+    Check(param->get_name(&name), "IRfcParameter::get_name");
+    Where where;
+    where.group = groupName;
+    where.parameter = View(name);
+    ReadField(response, field, where);
+  }
+}
+
+CComPtr<IRfcParameters> Group(IFunctionCall* call, HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**),
+                              const char* what) {
+  CComPtr<IRfcParameters> params;
+  Check((call->*get)(&params), what);
+  if (!params) throw _com_error(E_POINTER);
+  return params;
+}
+
+std::u16string TextOf(const XmlNode* node) {
+  if (!node) return {};
+  std::string_view text = xmlns::Text(node);
+  if (text.empty()) {
+    // A CDATA section is no element value in this parser.
+    for (const XmlNode* child = node->first_node(); child; child = child->next_sibling())
+      if (child->type() == rapidxml::node_cdata) return Utf8ToWide(std::string_view(child->value(), child->value_size()));
+  }
+  return Utf8ToWide(text);
+}
+
+[[noreturn]] void ThrowFault(const XmlNode* body, const std::string& function) {
+  const XmlNode* fault = xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
+  if (!fault) SoapError("Invalid Response: Function Result not found");
+  std::u16string faultCode = TextOf(xmlns::FirstChild(fault, "faultcode"));
+  std::u16string faultString = TextOf(xmlns::FirstChild(fault, "faultstring"));
+  const XmlNode* detail = xmlns::FirstChild(fault, "detail");
+  const XmlNode* exception = xmlns::FirstChildNs(detail, kRfcNamespace, function + ".Exception");
+  if (exception) {
+    std::u16string text = u" Number:000";
+    if (const XmlNode* message = xmlns::FirstChild(exception, "Message")) {
+      std::string formatted =
+          boost::str(boost::format("ID:%1% Type: %2% Number:%3% %4%") %
+                     WideToUtf8(TextOf(xmlns::FirstChild(message, "ID"))) %
+                     WideToUtf8(TextOf(xmlns::FirstChild(message, "Type"))) %
+                     WideToUtf8(TextOf(xmlns::FirstChild(message, "Number"))) %
+                     WideToUtf8(TextOf(xmlns::FirstChild(exception, "Text"))));
+      text = Utf8ToWide(formatted);
+    } else {
+      text = TextOf(xmlns::FirstChild(exception, "Text"));
+    }
+    throw CXSoapErrorResponse(RFCERROR_APPLICATION_EXCEPTION, faultCode, faultString, text);
+  }
+  throw CXSoapErrorResponse(RFCERROR_COMMUNICATION, faultCode, faultString, TextOf(detail));
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- writer
+
+std::string RfcValueToString(ABAPTYPE type, const VARIANT& value) {
+  if (value.vt == VT_EMPTY || value.vt == VT_ERROR) return {};
+  switch (type) {
+    case TYPE_DATE:
+      return DateText(value);
+    case TYPE_TIME:
+      return TimeText(value);
+    case TYPE_BYTE:
+    case TYPE_XSTRING:
+      return BinaryText(value);
+    case TYPE_FLOAT:
+      return FloatText(value);
+    case TYPE_INT:
+    case TYPE_INT2:
+    case TYPE_INT1:
+      return IntegerText(value);
+    default:
+      return StringText(value);
+  }
+}
+
+std::string RfcValueToString(IRfcType* type, const VARIANT& value) {
+  Require(type);
+  ABAPTYPE abapType = TYPE_CHAR;
+  Check(type->get_ScalarType(&abapType), "IRfcType::get_ScalarType");
+  return RfcValueToString(abapType, value);
+}
+
+void PutScalarValue(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
+  Require(field);
+  CComBSTR name;
+  Check(field->get_name(&name), "IRfcField::get_name");
+  CComVariant value;
+  Check(field->get_value(&value), "IRfcField::get_value");
+  CComPtr<IRfcType> type;
+  Check(field->get_RfcType(&type), "IRfcField::get_RfcType");
+  std::string text = RfcValueToString(type, value);
+  AppendElement(doc, parent, View(name), text);
+}
+
+void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
+  Require(fields);
+  LONG count = CountOf(fields);
+  for (LONG i = 1; i <= count; ++i) PutField(doc, element, FieldAt(fields, i));
+}
+
+void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
+  FieldInfo info = Describe(field, false);
+  if (TracesInformation())
+    TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(View(info.name)) % info.kind,
+             nullptr, __FILE__, __LINE__);
+  switch (info.kind) {
+    case RFCTYPEKIND_SCALAR:
+      PutScalarValue(doc, parent, field);
+      break;
+    case RFCTYPEKIND_STRUCT: {
+      CComPtr<IRfcFields> fields = FieldsOf(field, info.name);
+      PutStructValue(doc, AppendElement(doc, parent, View(info.name)), fields);
+      break;
+    }
+    case RFCTYPEKIND_TABLE: {
+      CComPtr<IRfcRows> rows = RowsOf(field);
+      XmlNode* table = AppendElement(doc, parent, View(info.name));
+      LONG count = 0;
+      Check(rows->get_Count(&count), "IRfcRows::get_Count");
+      for (LONG i = 1; i <= count; ++i) {
+        CComPtr<IRfcFields> row;
+        Check(rows->get_Item(i, &row), "IRfcRows::get_Item");
+        if (!row) throw _com_error(E_POINTER);
+        XmlNode* item = doc.allocate_node(rapidxml::node_element, "item", "", 4, 0);
+        table->append_node(item);
+        PutStructValue(doc, item, row);
+      }
+      break;
+    }
+    default:
+      // Deep structures and untyped fields do not travel over SOAP.
+      break;
+  }
+}
+
+void PutParams(XmlDocument& doc, XmlNode* function, IRfcParameters* params, const char16_t* groupName) {
+  Require(params);
+  LONG count = 0;
+  Check(params->get_Count(&count), "IRfcParameters::get_Count");
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> param;
+    HRESULT hr = params->get_Item(CComVariant(i), &param);
+    if (FAILED(hr)) {
+      TraceLog(TRACE_ERROR, boost::format("%1% parameter %2%: get_Item()") % WideToUtf8Lossy(groupName) % i, __func__,
+               __FILE__, __LINE__);
+      Check(hr, "IRfcParameters::get_Item");
+    }
+    if (!param) throw _com_error(E_POINTER);
+    VARIANT_BOOL empty = VARIANT_FALSE, requested = VARIANT_FALSE;
+    Check(param->get_IsEmpty(&empty), "IRfcParameter::get_IsEmpty");
+    Check(param->get_IsRequested(&requested), "IRfcParameter::get_IsRequested");
+    if (empty != VARIANT_FALSE && requested != VARIANT_TRUE) continue;
+    CComPtr<IRfcField> field;
+    Check(param->get_InternalField(&field), "IRfcParameter::get_InternalField");
+    if (!field) throw _com_error(E_POINTER);
+    PutField(doc, function, field);
+  }
+}
+
+std::string BuildEnvelope(IFunctionCall* call) {
+  Require(call);
+  XmlDocument doc;
+  XmlNode* envelope = doc.allocate_node(rapidxml::node_element, "S:Envelope");
+  envelope->append_attribute(doc.allocate_attribute("xmlns:S", kEnvelopeNamespace));
+  envelope->append_attribute(doc.allocate_attribute("xmlns:a", kRfcNamespace));
+  XmlNode* body = doc.allocate_node(rapidxml::node_element, "S:Body");
+  CComBSTR name;
+  Check(call->get_Function(&name), "IFunctionCall::get_Function");
+  std::string functionName = "a:" + WideToUtf8(View(name));
+  XmlNode* function = doc.allocate_node(rapidxml::node_element, doc.allocate_string(functionName.data(), functionName.size()),
+                                        "", functionName.size(), 0);
+  PutParams(doc, function, Group(call, &IFunctionCall::get_Importing, "IFunctionCall::get_Importing"), u"IMPORTING");
+  PutParams(doc, function, Group(call, &IFunctionCall::get_Changing, "IFunctionCall::get_Changing"), u"CHANGING");
+  PutParams(doc, function, Group(call, &IFunctionCall::get_Tables, "IFunctionCall::get_Tables"), u"TABLES");
+  body->append_node(function);
+  envelope->append_node(body);
+  doc.append_node(envelope);
+  std::string text;
+  rapidxml::print(std::back_inserter(text), doc, 0);
+  if (TracesInformation())
+    TraceLog(TRACE_INFORMATION, boost::format("built envelope\n%1%") % text, nullptr, __FILE__, __LINE__);
+  return text;
+}
+
+// ---------------------------------------------------------------- reader
+
+CComVariant RfcValueFromString(ABAPTYPE type, std::u16string_view text) {
+  switch (type) {
+    case TYPE_DATE:
+      return DateValue(text);
+    case TYPE_TIME:
+      return TimeValue(text);
+    case TYPE_BYTE:
+    case TYPE_XSTRING:
+      return BinaryValue(text);
+    case TYPE_FLOAT:
+      return FloatValue(text);
+    case TYPE_INT:
+    case TYPE_INT2:
+    case TYPE_INT1:
+      return IntegerValue(text);
+    default:
+      return CComVariant(text);
+  }
+}
+
+CComVariant RfcValueFromString(IRfcType* type, std::u16string_view text) {
+  Require(type);
+  ABAPTYPE abapType = TYPE_CHAR;
+  Check(type->get_ScalarType(&abapType), "IRfcType::get_ScalarType");
+  return RfcValueFromString(abapType, text);
+}
+
+void GetScalarValue(const XmlNode* node, IRfcField* field) {
+  FieldInfo info = Describe(field, true);
+  PutText(field, info.scalarType, xmlns::Text(node));
+}
+
+void GetStructValue(const XmlNode* node, IRfcFields* fields) {
+  Require(fields);
+  ReadStruct(node, fields, nullptr);
+}
+
+void GetField(const XmlNode* parent, IRfcField* field) { ReadField(parent, field, Where{}); }
+
+void GetParams(const XmlNode* response, IRfcParameters* params, const char16_t* groupName) {
+  ReadParams(response, params, groupName);
+}
+
+void ParseResponse(std::string_view body, IFunctionCall* call) {
+  if (TracesInformation())
+    TraceLog(TRACE_INFORMATION, boost::format("Parsing response:\n%1%") % std::string(body), nullptr, __FILE__,
+             __LINE__);
+  Require(call);
+  std::vector<char> buffer;
+  buffer.reserve(body.size() + 1);
+  buffer.assign(body.begin(), body.end());
+  buffer.push_back('\0');
+  XmlDocument doc;
+  try {
+    if (xmlns::ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
+      throw rapidxml::parse_error("document nested too deeply", buffer.data());
+    doc.parse<0>(buffer.data());
+  } catch (const rapidxml::parse_error& e) {
+    std::string text = std::string("Error parsing response: ") + e.what();
+    TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
+    SoapError(text);
+  }
+  const XmlNode* envelope = xmlns::FirstChildNs(&doc, kEnvelopeNamespace, "Envelope");
+  if (!envelope) SoapError("Invalid Response: Envelope not found");
+  const XmlNode* soapBody = xmlns::FirstChildNs(envelope, kEnvelopeNamespace, "Body");
+  if (!soapBody) SoapError("Invalid Response: Body not found");
+  CComBSTR name;
+  Check(call->get_Function(&name), "IFunctionCall::get_Function");
+  std::string function = WideToUtf8(View(name));
+  const XmlNode* response = xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
+  if (!response) ThrowFault(soapBody, function);
+  ReadParams(response, Group(call, &IFunctionCall::get_Exporting, "IFunctionCall::get_Exporting"), u"EXPORTING");
+  ReadParams(response, Group(call, &IFunctionCall::get_Changing, "IFunctionCall::get_Changing"), u"CHANGING");
+  ReadParams(response, Group(call, &IFunctionCall::get_Tables, "IFunctionCall::get_Tables"), u"TABLES");
+}
+
+}  // namespace SoapRfcXML
