@@ -1,0 +1,17 @@
+// Base64 (standard alphabet, "=" padding) for binary values in JSON.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vcli {
+
+std::string base64Encode(const std::uint8_t* data, size_t size);
+// White space is skipped; any other character outside the alphabet, a bad
+// length or misplaced padding gives nothing.
+std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text);
+
+}  // namespace vcli

@@ -1,0 +1,24 @@
+#include "commands.h"
+
+#include "connection.h"
+#include "output.h"
+
+namespace vcli {
+
+const std::vector<Command>& allCommands() {
+  static const std::vector<Command> commands = {
+      pingCommand(),     callCommand(),          describeCommand(),
+      readTableCommand(), checkPasswordCommand(), checkUnicodeCommand(),
+  };
+  return commands;
+}
+
+std::vector<OptionDef> optionsOf(const Command& command) {
+  std::vector<OptionDef> options = command.options;
+  if (command.formatted) options.push_back(formatOption());
+  for (auto& o : connectionOptions()) options.push_back(std::move(o));
+  options.push_back({"help", "", "show this help"});
+  return options;
+}
+
+}  // namespace vcli

@@ -1,0 +1,76 @@
+#include "output.h"
+
+#include <algorithm>
+
+#include "failure.h"
+#include "text.h"
+
+namespace vcli {
+
+OptionDef formatOption() { return {"format", "json|table", "output as JSON (default) or as an aligned table"}; }
+
+Format outputFormat(const ParsedArgs& args) {
+  const std::string f = args.valueOr("format", "json");
+  if (f == "json") return Format::Json;
+  if (f == "table") return Format::Table;
+  throw UsageError("option --format: '" + f + "' is not a format (json or table)");
+}
+
+void printJson(std::ostream& out, const Json& value) {
+  out << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+}
+
+std::string cellText(const Json& value) {
+  std::string text;
+  if (value.is_null()) {
+    text = "";
+  } else if (value.is_string()) {
+    text = value.get<std::string>();
+  } else {
+    text = value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  }
+  std::string shown;
+  shown.reserve(text.size());
+  for (char c : text) {
+    if (c == '\n') {
+      shown += "\\n";
+    } else if (c == '\r') {
+      shown += "\\r";
+    } else if (c == '\t') {
+      shown += "\\t";
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
+void printTable(std::ostream& out, const TextTable& table) {
+  const size_t columns = table.headers.size();
+  std::vector<size_t> width(columns, 0);
+  for (size_t c = 0; c < columns; ++c) width[c] = displayWidth(table.headers[c]);
+  for (const auto& row : table.rows)
+    for (size_t c = 0; c < columns && c < row.size(); ++c) width[c] = std::max(width[c], displayWidth(row[c]));
+
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string text;
+    for (size_t c = 0; c < columns; ++c) {
+      const std::string& cell = c < cells.size() ? cells[c] : std::string();
+      const size_t pad = width[c] - std::min(width[c], displayWidth(cell));
+      const bool right = c < table.rightAligned.size() && table.rightAligned[c];
+      if (c > 0) text += "  ";
+      if (right) text.append(pad, ' ');
+      text += cell;
+      if (!right) text.append(pad, ' ');
+    }
+    while (!text.empty() && text.back() == ' ') text.pop_back();
+    out << text << "\n";
+  };
+  line(table.headers);
+  std::vector<std::string> rule;
+  for (size_t c = 0; c < columns; ++c) rule.emplace_back(width[c], '-');
+  line(rule);
+  for (const auto& row : table.rows) line(row);
+}
+
+}  // namespace vcli

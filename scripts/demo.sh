@@ -1,0 +1,126 @@
+#!/usr/bin/env bash
+# The Veltrane tour: starts veltrane-sim on a free loopback port, talks to it
+# with the veltrane command, and stops it again (also when a step fails).
+#
+#   scripts/demo.sh BUILD_DIR     (BUILD_DIR holds cli/veltrane and sim/veltrane-sim)
+set -euo pipefail
+
+if [[ $# -ne 1 ]]; then
+  echo "usage: scripts/demo.sh BUILD_DIR" >&2
+  exit 2
+fi
+BUILD="$(cd "$1" && pwd)"
+VELTRANE_BIN="$BUILD/cli/veltrane"
+SIM_BIN="$BUILD/sim/veltrane-sim"
+for program in "$VELTRANE_BIN" "$SIM_BIN"; do
+  if [[ ! -x "$program" ]]; then
+    echo "demo: $program is missing; build first" >&2
+    exit 2
+  fi
+done
+
+WORK="$(mktemp -d "${TMPDIR:-/tmp}/veltrane-demo.XXXXXX")"
+SIM_PID=""
+
+stop_sim() {
+  local status=0
+  if [[ -n "$SIM_PID" ]] && kill -0 "$SIM_PID" 2>/dev/null; then
+    kill -TERM "$SIM_PID" 2>/dev/null || true
+    wait "$SIM_PID" || status=$?
+  fi
+  SIM_PID=""
+  return "$status"
+}
+cleanup() {
+  stop_sim || true
+  rm -rf "$WORK"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+heading() {
+  if [[ -t 1 ]]; then
+    printf '\n\033[1m== %s\033[0m\n' "$1"
+  else
+    printf '\n== %s\n' "$1"
+  fi
+}
+# An argument as a user would type it in the shell.
+quote() {
+  local arg="$1"
+  if [[ "$arg" =~ ^[A-Za-z0-9_./:=,@+%-]+$ ]]; then
+    printf '%s' "$arg"
+  elif [[ "$arg" != *"'"* ]]; then
+    printf "'%s'" "$arg"
+  else
+    arg="${arg//\\/\\\\}"
+    arg="${arg//\"/\\\"}"
+    arg="${arg//\$/\\\$}"
+    arg="${arg//\`/\\\`}"
+    printf '"%s"' "$arg"
+  fi
+}
+# Shows the command line, then runs it.
+run() {
+  local shown=("veltrane")
+  local arg
+  for arg in "$@"; do shown+=("$(quote "$arg")"); done
+  printf '$ %s\n' "${shown[*]}"
+  "$VELTRANE_BIN" "$@"
+}
+
+heading "Starting the simulated ABAP system"
+# The sim writes exactly one line to standard output: its ready line.
+mkfifo "$WORK/ready"
+"$SIM_BIN" --soap-port 0 --host 127.0.0.1 --log-level warn >"$WORK/ready" 2>"$WORK/sim.log" &
+SIM_PID=$!
+# Kept open to the end, so that the sim never writes into a closed pipe.
+exec 3<"$WORK/ready"
+READY=""
+if ! read -r -t 30 READY <&3 || [[ "$READY" != "veltrane-sim listening "* ]]; then
+  echo "demo: veltrane-sim did not come up" >&2
+  cat "$WORK/sim.log" >&2 || true
+  exit 1
+fi
+URL="${READY#*soap=}"
+URL="${URL%% *}"
+PORT="${URL##*:}"
+echo "$READY"
+
+heading "Connecting (the connect sends RFC_PING)"
+export VELTRANE_PASSWORD="Welcome1"
+echo "\$ export VELTRANE_PASSWORD=Welcome1    # the password never goes on the command line"
+run ping --host 127.0.0.1 --port "$PORT" --client 001 --user DEMO --lang EN --format table
+
+export VELTRANE_HOST=127.0.0.1 VELTRANE_PORT="$PORT" VELTRANE_CLIENT=001 VELTRANE_USER=DEMO VELTRANE_LANG=EN
+echo
+echo "\$ export VELTRANE_HOST=127.0.0.1 VELTRANE_PORT=$PORT VELTRANE_CLIENT=001 VELTRANE_USER=DEMO VELTRANE_LANG=EN"
+
+heading "Calling STFC_CONNECTION"
+run call STFC_CONNECTION "REQUTEXT=Hello from Veltrane"
+
+heading "The interface of BAPI_FLIGHT_GETLIST, imported from the dictionary, as XML"
+run describe BAPI_FLIGHT_GETLIST
+
+heading "Calling BAPI_FLIGHT_GETLIST with a filter"
+run call BAPI_FLIGHT_GETLIST AIRLINE=LH MAX_ROWS=5 --format table
+
+heading "Reading flights with the table reader"
+run read-table SFLIGHT --fields CARRID,CONNID,FLDATE,PRICE,CURRENCY,SEATSMAX,SEATSOCC \
+  --where "CARRID = 'LH'" --max 10 --format table
+
+heading "Password state"
+run check-password
+run check-password --user EXPIRED
+
+heading "Unicode support"
+run check-unicode
+
+heading "Stopping the simulated ABAP system"
+if stop_sim; then
+  echo "veltrane-sim stopped"
+else
+  echo "demo: veltrane-sim ended with a failure" >&2
+  exit 1
+fi

@@ -1,0 +1,24 @@
+// Runs a program to its end with its own environment, no terminal and no
+// input, and collects its output.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace clitest {
+
+struct RunResult {
+  int status = -1;  // exit status, or 128 + signal
+  std::string out;
+  std::string err;
+};
+
+// The child gets the parent's environment without any VELTRANE_* variable,
+// plus `env` (a nullopt value removes a variable). It runs in a session of
+// its own, so /dev/tty is not available to it.
+RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
+                     const std::map<std::string, std::optional<std::string>>& env = {});
+
+}  // namespace clitest
