@@ -1,5 +1,7 @@
 #include "shell/object_map.h"
 
+#include "soap/soap_session.h"
+
 namespace veltrane::shell {
 
 namespace {
@@ -7,6 +9,7 @@ namespace {
 // Classes are entered here as their implementations arrive; until a class is
 // listed, creating it by its class id fails with CLASS_E_CLASSNOTAVAILABLE.
 constexpr ObjectEntry kEntries[] = {
+    {&CLSID_SoapSession, &CSoapSession::CreateObject},
     {nullptr, nullptr},  // end marker, not an entry
 };
 
