@@ -81,6 +81,9 @@ class CComCollect {
   // Appends an item known to be of the item interface.
   void CollAppendTyped(ItemItf* item) { m_items.emplace_back(item); }
 
+  // Appends such an item and takes over the caller's reference.
+  void CollAppendOwned(ItemItf* item) { m_items.emplace_back().Attach(item); }
+
   // Removes the item at a 1-based position.
   HRESULT CollRemoveAt(LONG position) {
     if (position < 1 || position > CollCount()) return E_INVALIDARG;
@@ -90,9 +93,11 @@ class CComCollect {
 
   void CollRemoveAll() {
     // Released outside the container, so that an item's release may not
-    // observe a half-cleared list.
+    // observe a half-cleared list. The storage is kept for the next fill.
     std::vector<CComPtr<ItemItf>> gone;
     gone.swap(m_items);
+    gone.clear();
+    if (m_items.empty()) m_items.swap(gone);
   }
 
   void CollReserve(size_t n) { m_items.reserve(n); }

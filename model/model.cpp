@@ -4,6 +4,7 @@
 
 #include "model/function_call.h"
 #include "model/function_calls.h"
+#include "model/rfc_field.h"
 #include "model/rfc_parameter.h"
 #include "model/rfc_parameters.h"
 #include "model/rfc_rows.h"
@@ -149,4 +150,30 @@ HRESULT RfcRowsSetFileModeRaw(IRfcRows* rows, VARIANT_BOOL fileMode, SHORT dataC
   impl->SetDataColRaw(dataCol);
   impl->SetIndexColRaw(indexCol);
   return S_OK;
+}
+
+HRESULT RfcRowsAddRows(IRfcRows* rows, LONG count, std::vector<CRfcField*>* cells) {
+  if (!cells) return E_POINTER;
+  if (count < 1) return E_INVALIDARG;
+  CRfcRows* impl = RowsOf(rows);
+  if (!impl) return E_NOINTERFACE;
+  bool planned = false;
+  HRESULT hr = impl->AppendPlannedRows(count, cells, &planned);
+  if (FAILED(hr)) return hr;
+  return planned ? S_OK : E_NOINTERFACE;
+}
+
+IRfcField* RfcFieldInterface(CRfcField* field) { return field; }
+
+HRESULT RfcFieldAttachValue(IRfcField* field, VARIANT* value) {
+  if (!field || !value) return E_POINTER;
+  if (CRfcField* impl = ModelImpl<CRfcField>(field)) return impl->AttachValue(value);
+  HRESULT hr = field->put_value(*value);
+  if (FAILED(hr)) return hr;
+  return VariantClear(value);
+}
+
+HRESULT RfcFieldAttachValue(CRfcField* field, VARIANT* value) {
+  if (!field || !value) return E_POINTER;
+  return field->AttachValue(value);
 }

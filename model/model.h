@@ -3,6 +3,8 @@
 // and reach the operations that the interfaces do not show.
 #pragma once
 
+#include <vector>
+
 #include "platform/oaidl.h"
 #include "veltrane_tlb.h"
 
@@ -27,3 +29,24 @@ HRESULT PruneOptionalParameters(IFunctionCall* call);
 HRESULT RfcRowsAdd(IRfcRows* rows, IRfcFields* row);      // appends a row
 HRESULT RfcRowsRemove(IRfcRows* rows, LONG position);     // 1-based
 HRESULT RfcRowsSetFileModeRaw(IRfcRows* rows, VARIANT_BOOL fileMode, SHORT dataCol, SHORT indexCol);
+
+// The model's own field, as RfcRowsAddRows hands it out.
+class CRfcField;
+
+// Appends count rows as AddRows does, reading the row type once, and hands
+// out their members row by row: cells receives count times the member count
+// of the row type, without references of their own, valid while the rows
+// stay in the table. Fails with 0x80004002, adding nothing, for rows of
+// another implementation or a row type that is not all the model's own
+// (AddRow then serves as usual); otherwise it fails as AddRows does.
+HRESULT RfcRowsAddRows(IRfcRows* rows, LONG count, std::vector<CRfcField*>* cells);
+
+// A field of the model as its interface, without a reference of its own.
+IRfcField* RfcFieldInterface(CRfcField* field);
+
+// Stores *value as the field's value, as put_value does, and leaves *value
+// VT_EMPTY. The model's own fields take the value over without a copy; any
+// other field gets put_value and *value is cleared after it succeeded. On
+// failure *value is left to the caller.
+HRESULT RfcFieldAttachValue(IRfcField* field, VARIANT* value);
+HRESULT RfcFieldAttachValue(CRfcField* field, VARIANT* value);

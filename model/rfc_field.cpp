@@ -9,6 +9,7 @@
 #include "model/rfc_fields.h"
 #include "model/rfc_rows.h"
 #include "model/rfc_type.h"
+#include "model/rfc_types.h"
 #include "model/type_access.h"
 
 CRfcField::CRfcField() {
@@ -144,6 +145,60 @@ HRESULT CRfcField::BuildStructFields(IRfcType* type, ShapePath& path, CComPtr<CR
   return S_OK;
 }
 
+HRESULT CRfcField::BuildRowPlan(IRfcType* type, RowPlan& plan, bool* planned) {
+  *planned = false;
+  plan.type = type;
+  plan.members.clear();
+  CRfcType* direct = ModelImpl<CRfcType>(type);
+  if (!direct) return S_OK;
+  const CRfcTypes& members = direct->Members();
+  const LONG count = members.CollCount();
+  if (count == 0) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  plan.members.reserve(static_cast<size_t>(count));
+  for (LONG i = 0; i < count; ++i) {
+    IRfcType* member = members.CollAt(static_cast<size_t>(i));
+    CRfcType* own = ModelImpl<CRfcType>(member);
+    if (!own) return S_OK;
+    plan.members.push_back({BstrView(own->NameBstr()), member, own->KindValue()});
+  }
+  *planned = true;
+  return S_OK;
+}
+
+HRESULT CRfcField::BuildRow(const RowPlan& plan, const std::shared_ptr<const CollectionIndex>& index,
+                            CComPtr<CRfcFields>& out, std::vector<CRfcField*>* cells) {
+  CComPtr<CRfcFields> fields;
+  HRESULT hr = CRfcFields::CreateInstance(&fields.p);
+  if (FAILED(hr)) return hr;
+  fields->CollReserve(plan.members.size());
+  const size_t handedOut = cells ? cells->size() : 0;
+  ShapePath path;
+  for (const RowPlan::Member& member : plan.members) {
+    CRfcField* field = nullptr;
+    hr = CreateForShaping(&field);
+    if (FAILED(hr)) break;
+    fields->CollAppendOwned(field);
+    field->m_name.assign(member.name);
+    if (cells) cells->push_back(field);
+    if (member.kind == RFCTYPEKIND_SCALAR) {
+      // What Shape does to a new field of a scalar type.
+      field->m_type = member.type;
+      field->m_shape = FIELDSHAPE_SCALAR;
+      continue;
+    }
+    if (path.empty()) path.push_back(plan.type);
+    hr = field->Shape(member.type, path);
+    if (FAILED(hr)) break;
+  }
+  if (FAILED(hr)) {
+    if (cells) cells->resize(handedOut);
+    return hr;
+  }
+  fields->CollAdoptIndex(index);
+  out = std::move(fields);
+  return S_OK;
+}
+
 HRESULT CRfcField::get_value(VARIANT* pVal) {
   if (!pVal) return E_POINTER;
   VariantInit(pVal);
@@ -156,6 +211,16 @@ HRESULT CRfcField::put_value(VARIANT newVal) {
   if (FAILED(hr)) return hr;
   m_value = std::move(copy);
   return S_OK;
+}
+
+HRESULT CRfcField::AttachValue(VARIANT* value) {
+  if (!value) return E_POINTER;
+  if (value->vt & VT_BYREF) {
+    HRESULT hr = put_value(*value);
+    if (FAILED(hr)) return hr;
+    return VariantClear(value);
+  }
+  return m_value.Attach(value);
 }
 
 HRESULT CRfcField::get_Fields(IRfcFields** pVal) {

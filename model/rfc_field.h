@@ -57,11 +57,39 @@ class CRfcField : public CComObjectBase<CRfcField, IDispatchImpl<CRfcField, IRfc
   static HRESULT BuildStructFields(IRfcType* type, ShapePath& path, CComPtr<CRfcFields>& out,
                                    RowIndexCache* rowCache = nullptr);
 
+  // The shaping of a row structure, read once for many rows: the type and
+  // each member (name, type, kind), without references of their own. Only
+  // for types that are all the model's own, whose reads cannot fail.
+  struct RowPlan {
+    struct Member {
+      std::u16string_view name;
+      IRfcType* type;
+      RFCTYPEKIND kind;
+    };
+    IRfcType* type = nullptr;
+    std::vector<Member> members;
+  };
+
+  // Reads the plan of a structure type. planned is false, with S_OK, when
+  // the type or a member is not the model's own. Fails with 514 for a
+  // structure without members, as BuildStructFields does.
+  static HRESULT BuildRowPlan(IRfcType* type, RowPlan& plan, bool* planned);
+
+  // A new row of a plan, shaped as BuildStructFields shapes it, sharing
+  // index, the map of the plan's member names. cells, if given, receives
+  // its members.
+  static HRESULT BuildRow(const RowPlan& plan, const std::shared_ptr<const CollectionIndex>& index,
+                          CComPtr<CRfcFields>& out, std::vector<CRfcField*>* cells);
+
   // A field that is shaped right after creation; it skips the empty string
   // that shaping would clear anyway.
   static HRESULT CreateForShaping(CRfcField** out);
 
   HRESULT Shape(IRfcType* type, ShapePath& path);
+
+  // Takes over *value as put_value would store it; *value is left VT_EMPTY.
+  // A VT_BYREF value is copied as put_value copies it, then cleared.
+  HRESULT AttachValue(VARIANT* value);
 
   const std::u16string& Name() const { return m_name; }
   void SetName(std::u16string_view name) { m_name.assign(name); }

@@ -9,6 +9,8 @@
 #include "platform/dispatch_impl.h"
 #include "veltrane_tlb.h"
 
+#include <vector>
+
 class CRfcFields;
 
 class CRfcRows : public CComObjectBase<CRfcRows, IDispatchImpl<CRfcRows, IRfcRows>,
@@ -44,6 +46,12 @@ class CRfcRows : public CComObjectBase<CRfcRows, IDispatchImpl<CRfcRows, IRfcRow
 
   // A new row of the row type, not yet appended.
   HRESULT NewRow(CComPtr<CRfcFields>& row);
+
+  // Appends count rows of a row type that is all the model's own, reading
+  // the type once; cells, if given, receives the members of the new rows,
+  // row by row, without references of their own. planned is false, with
+  // nothing added, for any other row type.
+  HRESULT AppendPlannedRows(LONG count, std::vector<CRfcField*>* cells, bool* planned);
 
  private:
   CComPtr<IRfcType> m_rowType;

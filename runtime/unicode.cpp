@@ -2,6 +2,8 @@
 
 #include <stdexcept>
 
+#include "platform/oleauto.h"
+
 namespace {
 
 [[noreturn]] void BadConversion() { throw std::range_error("bad conversion"); }
@@ -138,6 +140,46 @@ std::string WideToUtf8(const char16_t* text) {
 std::u16string Utf8ToWide(std::string_view text) {
   std::u16string out;
   AppendWide(out, text);
+  return out;
+}
+
+BSTR Utf8ToBstr(std::string_view text) {
+  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  unsigned char high = 0;
+  for (size_t i = 0; i < n; ++i) high |= s[i];
+  if (high < 0x80) {
+    BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(n));
+    if (!out) return nullptr;
+    for (size_t i = 0; i < n; ++i) out[i] = static_cast<char16_t>(s[i]);
+    return out;
+  }
+  // Code units of well-formed text: one per byte that is no continuation
+  // byte, two for a four-byte sequence. The decoding below writes no more
+  // than that for any input, and fails on ill-formed input.
+  size_t units = 0;
+  for (size_t i = 0; i < n; ++i) units += ((s[i] & 0xC0) != 0x80) + (s[i] >= 0xF0);
+  BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(units));
+  if (!out) return nullptr;
+  size_t i = 0, k = 0;
+  while (i < n) {
+    if (s[i] < 0x80) {
+      out[k++] = static_cast<char16_t>(s[i++]);
+      continue;
+    }
+    char32_t cp;
+    if (!NextUtf8(text, i, cp)) {
+      SysFreeString(out);
+      BadConversion();
+    }
+    if (cp < 0x10000) {
+      out[k++] = static_cast<char16_t>(cp);
+    } else {
+      cp -= 0x10000;
+      out[k++] = static_cast<char16_t>(0xD800 + (cp >> 10));
+      out[k++] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+    }
+  }
   return out;
 }
 

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/wtypes.h"
+
 // Strict conversions: a lone surrogate, an overlong form, a truncated or
 // invalid byte sequence or a code point above U+10FFFF raises
 // std::range_error("bad conversion"). Nothing is replaced or skipped.
@@ -12,6 +14,10 @@ std::string WideToUtf8(std::u16string_view text);
 std::string WideToUtf8(const char16_t* text);  // null reads as empty
 std::u16string Utf8ToWide(std::string_view text);
 std::u16string Utf8ToWide(const char* text);  // null reads as empty
+
+// Utf8ToWide straight into a new BSTR of the exact length, with no
+// intermediate string. Null when out of memory.
+BSTR Utf8ToBstr(std::string_view text);
 
 // Appending forms of the above, for callers that build one buffer.
 void AppendUtf8(std::string& out, std::u16string_view text);

@@ -1,5 +1,6 @@
 #include "soap/soap_rfc_xml.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include <rapidxml/rapidxml.hpp>
 #include <rapidxml/rapidxml_print.hpp>
 
+#include "model/model.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
 #include "rfc/scalar_conversion.h"
@@ -244,23 +246,10 @@ bool IsTextType(ABAPTYPE type) {
   }
 }
 
-// A BSTR of UTF-8 text, without an intermediate string for ASCII.
+// A BSTR of UTF-8 text, decoded in place.
 BSTR BstrFromUtf8(std::string_view text) {
-  bool ascii = true;
-  for (char c : text)
-    if (static_cast<unsigned char>(c) >= 0x80) {
-      ascii = false;
-      break;
-    }
-  if (!ascii) {
-    std::u16string wide = Utf8ToWide(text);
-    BSTR s = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
-    if (!s) throw _com_error(E_OUTOFMEMORY);
-    return s;
-  }
-  BSTR s = SysAllocStringLen(nullptr, static_cast<UINT>(text.size()));
+  BSTR s = Utf8ToBstr(text);
   if (!s) throw _com_error(E_OUTOFMEMORY);
-  for (size_t i = 0; i < text.size(); ++i) s[i] = static_cast<char16_t>(text[i]);
   return s;
 }
 
@@ -370,7 +359,9 @@ std::string PathOf(const Where* where) {
 
 void ReadField(const XmlNode* parent, IRfcField* field, const Where& where);
 
-void PutText(IRfcField* field, ABAPTYPE type, std::string_view text) {
+// Field is IRfcField, or CRfcField for a cell of RfcRowsAddRows.
+template <class Field>
+void PutText(Field* field, ABAPTYPE type, std::string_view text) {
   VARIANT value;
   VariantInit(&value);
   if (IsTextType(type)) {
@@ -380,7 +371,8 @@ void PutText(IRfcField* field, ABAPTYPE type, std::string_view text) {
     CComVariant converted = RfcValueFromString(type, Utf8ToWide(text));
     converted.Detach(&value);
   }
-  HRESULT hr = field->put_value(value);
+  // The field takes the value over; it is cleared here only on failure.
+  HRESULT hr = RfcFieldAttachValue(field, &value);
   VariantClear(&value);
   Check(hr, "IRfcField::put_value");
 }
@@ -404,9 +396,37 @@ struct Column {
   ABAPTYPE scalarType = TYPE_CHAR;
 };
 
-void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
-  CComPtr<IRfcRows> rows = RowsOf(field);
-  Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
+void DescribeColumn(IRfcField* field, Column& c) {
+  FieldInfo info = Describe(field, true);
+  c.name = WideToUtf8(View(info.name));
+  c.wideName = info.name;
+  c.kind = info.kind;
+  c.scalarType = info.scalarType;
+}
+
+IRfcField* AsInterface(IRfcField* field) { return field; }
+IRfcField* AsInterface(CRfcField* field) { return RfcFieldInterface(field); }
+
+template <class Field>
+void ReadCell(const XmlNode* child, Field* cell, const Column& c, const Where& rowWhere) {
+  if (c.kind != RFCTYPEKIND_SCALAR) {
+    Where cellWhere;
+    cellWhere.parent = &rowWhere;
+    ReadField(child, AsInterface(cell), cellWhere);
+    return;
+  }
+  const XmlNode* element = xmlns::FirstChild(child, c.name);
+  if (!element) {
+    Where cellWhere;
+    cellWhere.parent = &rowWhere;
+    cellWhere.field = View(c.wideName);
+    MissingElement(cellWhere);
+  }
+  PutText(cell, c.scalarType, xmlns::Text(element));
+}
+
+// Rows appended and read one by one, through the interfaces.
+void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
   std::vector<Column> columns;
   bool planned = false;
   LONG rowNumber = 0;
@@ -419,36 +439,66 @@ void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
     LONG count = CountOf(row);
     if (!planned || static_cast<size_t>(count) != columns.size()) {
       columns.assign(static_cast<size_t>(count), Column{});
-      for (LONG i = 1; i <= count; ++i) {
-        FieldInfo info = Describe(FieldAt(row, i), true);
-        Column& c = columns[static_cast<size_t>(i - 1)];
-        c.name = WideToUtf8(View(info.name));
-        c.wideName = info.name;
-        c.kind = info.kind;
-        c.scalarType = info.scalarType;
-      }
+      for (LONG i = 1; i <= count; ++i) DescribeColumn(FieldAt(row, i), columns[static_cast<size_t>(i - 1)]);
       planned = true;
     }
     Where rowWhere;
     rowWhere.parent = &where;
     rowWhere.row = rowNumber;
-    for (LONG i = 1; i <= count; ++i) {
-      const Column& c = columns[static_cast<size_t>(i - 1)];
-      CComPtr<IRfcField> cell = FieldAt(row, i);
-      if (c.kind != RFCTYPEKIND_SCALAR) {
-        Where cellWhere;
-        cellWhere.parent = &rowWhere;
-        ReadField(child, cell, cellWhere);
-        continue;
+    for (LONG i = 1; i <= count; ++i) ReadCell(child, FieldAt(row, i).p, columns[static_cast<size_t>(i - 1)], rowWhere);
+  }
+}
+
+// The model's own rows are created a lot at a time, a lot being as many rows
+// as have this many cells: the row elements are still in the cache when the
+// rows are filled.
+constexpr size_t kLotCells = 512;
+
+void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
+  CComPtr<IRfcRows> rows = RowsOf(field);
+  Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
+  std::vector<CRfcField*> cells;
+  std::vector<const XmlNode*> lot;
+  cells.reserve(kLotCells);
+  lot.reserve(kLotCells);
+  const XmlNode* next = node->first_node();
+  std::vector<Column> columns;
+  size_t lotRows = 1;  // until the width of a row is known
+  size_t width = 0;
+  LONG rowNumber = 0;
+  for (;;) {
+    lot.clear();
+    for (; next && lot.size() < lotRows; next = next->next_sibling())
+      if (next->type() == rapidxml::node_element) lot.push_back(next);
+    if (lot.empty()) return;
+    cells.clear();
+    HRESULT hr = RfcRowsAddRows(rows, static_cast<LONG>(lot.size()), &cells);
+    if (rowNumber == 0) {
+      if (hr == E_NOINTERFACE) return ReadTableRows(node, rows, where);
+      Check(hr, "IRfcRows::AddRow");
+      width = cells.size() / lot.size();
+      columns.resize(width);
+      for (size_t i = 0; i < width; ++i) DescribeColumn(RfcFieldInterface(cells[i]), columns[i]);
+      lotRows = std::max<size_t>(1, kLotCells / std::max<size_t>(1, width));
+    } else {
+      Check(hr, "IRfcRows::AddRow");
+    }
+    if (cells.size() != lot.size() * width) throw _com_error(E_UNEXPECTED);
+    // When a row fails, the rows of its lot behind it are removed again:
+    // the table ends as if the rows had been appended one by one.
+    size_t done = 0;
+    try {
+      for (; done < lot.size(); ++done) {
+        Where rowWhere;
+        rowWhere.parent = &where;
+        rowWhere.row = ++rowNumber;
+        CRfcField* const* row = cells.data() + done * width;
+        for (size_t i = 0; i < width; ++i) ReadCell(lot[done], row[i], columns[i], rowWhere);
       }
-      const XmlNode* element = xmlns::FirstChild(child, c.name);
-      if (!element) {
-        Where cellWhere;
-        cellWhere.parent = &rowWhere;
-        cellWhere.field = View(c.wideName);
-        MissingElement(cellWhere);
-      }
-      PutText(cell, c.scalarType, xmlns::Text(element));
+    } catch (...) {
+      for (LONG position = rowNumber + static_cast<LONG>(lot.size() - done - 1); position > rowNumber; --position)
+        RfcRowsRemove(rows, position);
+      throw;
     }
   }
 }

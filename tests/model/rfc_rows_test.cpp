@@ -318,3 +318,79 @@ TEST(RfcRows, RowsBuiltAlikeKeepTheirKeysApart) {
   CComPtr<IRfcFields> d1;
   dupRows->get_Item(1, &d1);
 }
+
+TEST(RfcRows, TheBackEndAddsRowsInOneGo) {
+  CComPtr<IRfcType> row = Struct(u"ROW", {Scalar(u"A", TYPE_CHAR, 4), Scalar(u"B", TYPE_INT)});
+  CComPtr<IRfcRows> rows = NewRows(row);
+  rows->AddRows(1);
+  std::vector<CRfcField*> cells;
+  ASSERT_EQ(RfcRowsAddRows(rows, 3, &cells), S_OK);
+  EXPECT_EQ(Count(rows), 4);
+  ASSERT_EQ(cells.size(), 6u);
+  // Fresh rows of fresh fields, shaped as AddRow shapes them.
+  for (LONG r = 2; r <= 4; ++r) {
+    CComPtr<IRfcFields> fields;
+    ASSERT_EQ(rows->get_Item(r, &fields), S_OK);
+    size_t at = static_cast<size_t>(r - 2) * 2;
+    EXPECT_EQ(FieldAt(fields, CComVariant(u"A")).p, RfcFieldInterface(cells[at]));
+    EXPECT_EQ(FieldAt(fields, CComVariant(u"B")).p, RfcFieldInterface(cells[at + 1]));
+    CComVariant value;
+    EXPECT_EQ(FieldAt(fields, CComVariant(LONG(1)))->get_value(&value), S_OK);
+    EXPECT_EQ(value.vt, VT_EMPTY);
+    LONG shape = 0;
+    FieldAt(fields, CComVariant(LONG(2)))->get_InternalType(&shape);
+    EXPECT_EQ(shape, 1);
+  }
+  EXPECT_NE(cells[0], cells[2]);
+  EXPECT_EQ(RfcRowsAddRows(rows, 0, &cells), E_INVALIDARG);
+  EXPECT_EQ(RfcRowsAddRows(rows, 1, nullptr), E_POINTER);
+  // A structure without members fails as AddRows does.
+  CComPtr<IRfcRows> empty = NewRows(Struct(u"NONE", {}));
+  cells.clear();
+  EXPECT_EQ(RfcRowsAddRows(empty, 2, &cells), empty->AddRows(2));
+  EXPECT_EQ(Count(empty), 0);
+  EXPECT_TRUE(cells.empty());
+}
+
+TEST(RfcRows, TheBackEndAddsRowsOfForeignTypesOneByOne) {
+  CComPtr<IRfcType> row = Struct(u"ROW", {});
+  CComPtr<IRfcType> foreign = CForeignType::Wrap(Scalar(u"X", TYPE_CHAR, 1));
+  ASSERT_EQ(row->AddComplexStructField(foreign), S_OK);
+  CComPtr<IRfcRows> rows = NewRows(row);
+  std::vector<CRfcField*> cells;
+  EXPECT_EQ(RfcRowsAddRows(rows, 2, &cells), E_NOINTERFACE);
+  EXPECT_EQ(Count(rows), 0);
+  EXPECT_TRUE(cells.empty());
+  // AddRows still serves them.
+  EXPECT_EQ(rows->AddRows(2), S_OK);
+  EXPECT_EQ(Count(rows), 2);
+}
+
+TEST(RfcField, TheBackEndHandsOverAValue) {
+  CComPtr<IRfcRows> rows = NewRows(RowType(1));
+  CComPtr<IRfcFields> fields;
+  rows->AddRow(&fields);
+  CComPtr<IRfcField> field = FieldAt(fields, CComVariant(LONG(1)));
+  VARIANT value;
+  value.vt = VT_BSTR;
+  value.bstrVal = SysAllocString(u"moved");
+  BSTR text = value.bstrVal;
+  EXPECT_EQ(RfcFieldAttachValue(field, &value), S_OK);
+  EXPECT_EQ(value.vt, VT_EMPTY);
+  CComVariant read;
+  field->get_value(&read);
+  EXPECT_EQ(read.vt, VT_BSTR);
+  EXPECT_EQ(std::u16string(read.bstrVal), u"moved");
+  EXPECT_NE(read.bstrVal, text);  // get_value copies
+  // A reference is stored as the value it refers to, as put_value stores it.
+  LONG number = 7;
+  value.vt = VT_I4 | VT_BYREF;
+  value.plVal = &number;
+  EXPECT_EQ(RfcFieldAttachValue(field, &value), S_OK);
+  EXPECT_EQ(value.vt, VT_EMPTY);
+  read.Clear();
+  field->get_value(&read);
+  EXPECT_EQ(read.vt, VT_I4);
+  EXPECT_EQ(read.lVal, 7);
+  EXPECT_EQ(RfcFieldAttachValue(static_cast<IRfcField*>(nullptr), &value), E_POINTER);
+}

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "platform/oleauto.h"
+
 namespace {
 
 void ExpectBadConversion(auto&& f) {
@@ -75,6 +77,27 @@ TEST(Utf8ToWide, IllFormedInputRaises) {
       "\xC3\x41",          // continuation missing
   };
   for (const char* c : cases) ExpectBadConversion([&] { Utf8ToWide(c); });
+}
+
+std::u16string FromBstr(const char* text) {
+  BSTR b = Utf8ToBstr(text);
+  EXPECT_NE(b, nullptr);
+  std::u16string s(b, SysStringLen(b));
+  EXPECT_EQ(b[s.size()], u'\0');
+  SysFreeString(b);
+  return s;
+}
+
+TEST(Utf8ToBstr, ReadsAsUtf8ToWide) {
+  const char* cases[] = {"",         "ABC",          "\xC3\xA4",         "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                         "a\xC3\xA4z", "\xF4\x8F\xBF\xBFx", "\xC2\x80\xE0\xA0\x80", "\xEE\x80\x80"};
+  for (const char* c : cases) EXPECT_EQ(FromBstr(c), Utf8ToWide(c)) << c;
+}
+
+TEST(Utf8ToBstr, IllFormedInputRaises) {
+  const char* cases[] = {"\x80", "a\xBF", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80",
+                         "\xF5\x80\x80\x80", "\xFF", "\xC3", "\xF0\x9F\x98", "\xC3\x41", "\xBF\xBF\xBF\xF0"};
+  for (const char* c : cases) ExpectBadConversion([&] { SysFreeString(Utf8ToBstr(c)); });
 }
 
 TEST(Unicode, RoundTripOfEveryPlane) {

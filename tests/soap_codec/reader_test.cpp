@@ -9,6 +9,7 @@
 #include "model/foreign_type.h"
 #include "platform/comdef.h"
 #include "runtime/exceptions.h"
+#include "runtime/unicode.h"
 #include "soap/soap_rfc_xml.h"
 
 using namespace codec_test;
@@ -325,6 +326,49 @@ TEST(SoapReaderStructure, MissingRowFieldNamesIt) {
   std::string text = Answer(
       Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T><item><ID>1</ID><NAME/></item><item><ID>2</ID></item></T>"));
   EXPECT_EQ(SoapErrorOf(text, FullCall()), u"Invalid Response: element T[2]-NAME of TABLES parameter T not found");
+}
+
+TEST(SoapReaderStructure, AMissingRowFieldLeavesTheRowsUpToIt) {
+  CComPtr<IFunctionCall> call = FullCall();
+  std::string rows;
+  for (int i = 1; i <= 1200; ++i)
+    rows += i == 1100 ? "<item><ID>1100</ID></item>" : "<item><ID>" + std::to_string(i) + "</ID><NAME>n</NAME></item>";
+  std::string text = Answer(Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>" + rows + "</T>"));
+  EXPECT_EQ(SoapErrorOf(text, call), u"Invalid Response: element T[1100]-NAME of TABLES parameter T not found");
+  CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
+  EXPECT_EQ(Count(table), 1100);
+  EXPECT_EQ(MemberValue(Row(table, 1099), u"ID").llVal, 1099);
+  EXPECT_EQ(MemberValue(Row(table, 1100), u"ID").llVal, 1100);
+  EXPECT_EQ(MemberValue(Row(table, 1100), u"NAME").vt, VT_EMPTY);
+}
+
+TEST(SoapReaderStructure, ALongTableIsReadWhole) {
+  CComPtr<IFunctionCall> call = FullCall();
+  std::string rows;
+  for (int i = 1; i <= 3000; ++i) rows += "<item><NAME>n" + std::to_string(i) + "</NAME><ID>" + std::to_string(i) + "</ID></item>";
+  SoapRfcXML::ParseResponse(Answer(Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>" + rows + "</T>")), call);
+  CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
+  ASSERT_EQ(Count(table), 3000);
+  for (LONG i : {1, 512, 513, 2999, 3000}) {
+    EXPECT_EQ(MemberValue(Row(table, i), u"ID").llVal, i);
+    EXPECT_EQ(Text(MemberValue(Row(table, i), u"NAME")), Utf8ToWide("n" + std::to_string(i)));
+  }
+}
+
+TEST(SoapReaderStructure, RowsOfAForeignMemberTypeAreRead) {
+  CComPtr<IFunctionCall> call = NewCall(u"F");
+  CComPtr<IRfcType> row = Struct(u"ZROW", {{u"ID", TYPE_INT, 0}});
+  CComPtr<IRfcType> name;
+  ASSERT_EQ(CreateRfcType(&name), S_OK);
+  ASSERT_EQ(name->DefineScalar(CComBSTR(u"NAME"), TYPE_CHAR, 10, 0, -1), S_OK);
+  ASSERT_EQ(row->AddComplexStructField(model_test::CForeignType::Wrap(name)), S_OK);
+  Tables(call)->AddTable(CComBSTR(u"T"), row);
+  SoapRfcXML::ParseResponse(
+      Answer(Response("F", "<T><item><ID>1</ID><NAME>a</NAME></item><item><ID>2</ID><NAME>b</NAME></item></T>")), call);
+  CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
+  ASSERT_EQ(Count(table), 2);
+  EXPECT_EQ(MemberValue(Row(table, 2), u"ID").llVal, 2);
+  EXPECT_EQ(Text(MemberValue(Row(table, 2), u"NAME")), u"b");
 }
 
 TEST(SoapReaderStructure, MissingTableNamesIt) {
