@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "model/model.h"
+#include "call_sets.h"
 #include "platform/atlbase.h"
 #include "runtime/trace.h"
 #include "runtime/unicode.h"
@@ -112,26 +113,10 @@ CComPtr<Item> ItemOf(Coll* c, const VARIANT& index) {
   return item;
 }
 
-inline CComPtr<IRfcParameters> Importing(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Importing(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Exporting(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Exporting(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Changing(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Changing(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Tables(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Tables(&p), S_OK);
-  return p;
-}
+using test_support::Changing;
+using test_support::Exporting;
+using test_support::Importing;
+using test_support::Tables;
 
 inline CComPtr<IRfcParameter> Param(IRfcParameters* set, const VARIANT& index) {
   CComPtr<IRfcParameter> p;

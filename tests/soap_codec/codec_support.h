@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "model/model.h"
+#include "call_sets.h"
 #include "platform/atlbase.h"
 #include "platform/oleauto.h"
 #include "veltrane_tlb.h"
@@ -26,26 +27,10 @@ inline CComPtr<IFunctionCall> NewCall(const char16_t* name) {
   return call;
 }
 
-inline CComPtr<IRfcParameters> Importing(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Importing(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Exporting(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Exporting(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Changing(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Changing(&p), S_OK);
-  return p;
-}
-inline CComPtr<IRfcParameters> Tables(IFunctionCall* c) {
-  CComPtr<IRfcParameters> p;
-  EXPECT_EQ(c->get_Tables(&p), S_OK);
-  return p;
-}
+using test_support::Changing;
+using test_support::Exporting;
+using test_support::Importing;
+using test_support::Tables;
 
 inline void AddScalar(IRfcParameters* set, const char16_t* name, ABAPTYPE type, SHORT length, VARIANT value,
                       SHORT decimals = 0) {
