@@ -36,6 +36,18 @@ size_t Collect(char* data, size_t size, size_t n, void* out) {
   return size * n;
 }
 
+// Points a session at the simulated system with its default logon.
+void AddressSim(ISoapSession* session, CComPtr<IHttpSystemData>& data, CComPtr<ILogonData>& logon) {
+  session->get_HttpSystemData(&data);
+  data->put_Host(CComBSTR(u"127.0.0.1"));
+  data->put_Port(Sim().soapPort());
+  session->get_LogonData(&logon);
+  logon->put_Client(CComBSTR(u"001"));
+  logon->put_Language(CComBSTR(u"EN"));
+  logon->put_User(CComBSTR(u"DEMO"));
+  logon->put_Password(CComBSTR(u"Welcome1"));
+}
+
 void BM_SoapSessionPing(benchmark::State& state) {
   CComPtr<ISoapSession> session;
   if (CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
@@ -44,15 +56,8 @@ void BM_SoapSessionPing(benchmark::State& state) {
     return;
   }
   CComPtr<IHttpSystemData> data;
-  session->get_HttpSystemData(&data);
-  data->put_Host(CComBSTR(u"127.0.0.1"));
-  data->put_Port(Sim().soapPort());
   CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
+  AddressSim(session, data, logon);
   if (session->Connect() != S_OK) {
     state.SkipWithError("Connect failed");
     return;
@@ -142,15 +147,8 @@ void BM_TransportPing(benchmark::State& state) {
   CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
                    reinterpret_cast<void**>(&session));
   CComPtr<IHttpSystemData> data;
-  session->get_HttpSystemData(&data);
-  data->put_Host(CComBSTR(u"127.0.0.1"));
-  data->put_Port(Sim().soapPort());
   CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
+  AddressSim(session, data, logon);
   CComPtr<IFunctionCall> call;
   session->CreateCall(&call);
   call->put_Function(CComBSTR(u"RFC_PING"));
@@ -176,15 +174,8 @@ void BM_SideBySide(benchmark::State& state) {
   CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
                    reinterpret_cast<void**>(&session));
   CComPtr<IHttpSystemData> data;
-  session->get_HttpSystemData(&data);
-  data->put_Host(CComBSTR(u"127.0.0.1"));
-  data->put_Port(Sim().soapPort());
   CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
+  AddressSim(session, data, logon);
   if (session->Connect() != S_OK) {
     state.SkipWithError("Connect failed");
     return;
