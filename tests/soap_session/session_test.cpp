@@ -546,7 +546,8 @@ TEST_F(SoapSessionTest, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
   EXPECT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), kCallRunning);
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_FALSE(ErrorSet());
-  EXPECT_EQ(Exported(call, u"WAITED"), "800");
+  // WAITED is the time the system measured: at least what was asked for.
+  EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
 }
 
 TEST_F(SoapSessionTest, AnAbortedCallFiresNothing) {
