@@ -50,10 +50,7 @@ HRESULT CRfcParameter::Define(BSTR name, IRfcType* type) {
 
 HRESULT CRfcParameter::get_Optional(VARIANT_BOOL* pVal) { return GetProperty(m_optional, pVal); }
 
-HRESULT CRfcParameter::put_Optional(VARIANT_BOOL newVal) {
-  m_optional = newVal;
-  return S_OK;
-}
+HRESULT CRfcParameter::put_Optional(VARIANT_BOOL newVal) { return PutProperty(m_optional, newVal); }
 
 HRESULT CRfcParameter::get_Description(BSTR* pVal) { return GetProperty(m_description, pVal); }
 
@@ -71,7 +68,4 @@ HRESULT CRfcParameter::put_DefaultValue(BSTR newVal) {
 
 HRESULT CRfcParameter::get_IsRequested(VARIANT_BOOL* pVal) { return GetProperty(m_isRequested, pVal); }
 
-HRESULT CRfcParameter::put_IsRequested(VARIANT_BOOL newVal) {
-  m_isRequested = newVal;
-  return S_OK;
-}
+HRESULT CRfcParameter::put_IsRequested(VARIANT_BOOL newVal) { return PutProperty(m_isRequested, newVal); }

@@ -31,45 +31,27 @@ HRESULT CRfcType::put_ScalarType(ABAPTYPE newVal) {
 
 HRESULT CRfcType::get_ScalarLength(SHORT* pVal) { return GetProperty(m_scalarLength, pVal); }
 
-HRESULT CRfcType::put_ScalarLength(SHORT newVal) {
-  m_scalarLength = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_ScalarLength(SHORT newVal) { return PutProperty(m_scalarLength, newVal); }
 
 HRESULT CRfcType::get_ScalarDecimals(SHORT* pVal) { return GetProperty(m_scalarDecimals, pVal); }
 
-HRESULT CRfcType::put_ScalarDecimals(SHORT newVal) {
-  m_scalarDecimals = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_ScalarDecimals(SHORT newVal) { return PutProperty(m_scalarDecimals, newVal); }
 
 HRESULT CRfcType::get_StructOffset(LONG* pVal) { return GetProperty(m_structOffset, pVal); }
 
-HRESULT CRfcType::put_StructOffset(LONG newVal) {
-  m_structOffset = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_StructOffset(LONG newVal) { return PutProperty(m_structOffset, newVal); }
 
 HRESULT CRfcType::get_StructLength(LONG* pVal) { return GetProperty(m_structLength, pVal); }
 
-HRESULT CRfcType::put_StructLength(LONG newVal) {
-  m_structLength = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_StructLength(LONG newVal) { return PutProperty(m_structLength, newVal); }
 
 HRESULT CRfcType::get_structOffsetC1(LONG* pVal) { return GetProperty(m_structOffsetC1, pVal); }
 
-HRESULT CRfcType::put_structOffsetC1(LONG newVal) {
-  m_structOffsetC1 = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_structOffsetC1(LONG newVal) { return PutProperty(m_structOffsetC1, newVal); }
 
 HRESULT CRfcType::get_structLengthC1(LONG* pVal) { return GetProperty(m_structLengthC1, pVal); }
 
-HRESULT CRfcType::put_structLengthC1(LONG newVal) {
-  m_structLengthC1 = newVal;
-  return S_OK;
-}
+HRESULT CRfcType::put_structLengthC1(LONG newVal) { return PutProperty(m_structLengthC1, newVal); }
 
 HRESULT CRfcType::get_StructFields(IRfcTypes** pVal) {
   if (!pVal) return E_POINTER;

@@ -27,3 +27,10 @@ inline HRESULT GetProperty(const CComVariant& field, VARIANT* out) {
   VariantInit(out);
   return VariantCopy(out, &field);
 }
+
+// A plain setter: stores the value as given.
+template <class T>
+HRESULT PutProperty(T& field, T value) {
+  field = value;
+  return S_OK;
+}

@@ -489,13 +489,7 @@ class Parser:
             raise IdlError(name.line, "interface '%s' names no base interface" % name.value)
         itf = Interface(name.value, base, attrs, name.line)
         self.expect("{", "to open the interface")
-        while not self.accept("}"):
-            if self.peek().kind == "eof":
-                raise IdlError(name.line, "interface '%s' is not closed" % name.value)
-            itf.members.append(self.member())
-        self.accept(";")
-        self.lib.interfaces.append(itf)
-        self.lib.order.append(itf)
+        self.members_until_close(itf, "interface", name)
 
     def dispinterface(self, attrs):
         self.next()
@@ -511,9 +505,13 @@ class Parser:
             raise IdlError(self.peek().line, "properties of a dispinterface are not supported; use methods")
         self.expect("methods")
         self.expect(":")
+        self.members_until_close(itf, "dispinterface", name)
+
+    def members_until_close(self, itf, kind, name):
+        """Reads members up to the closing brace and enters the interface."""
         while not self.accept("}"):
             if self.peek().kind == "eof":
-                raise IdlError(name.line, "dispinterface '%s' is not closed" % name.value)
+                raise IdlError(name.line, "%s '%s' is not closed" % (kind, name.value))
             itf.members.append(self.member())
         self.accept(";")
         self.lib.interfaces.append(itf)
