@@ -17,7 +17,7 @@
 #include "platform/objbase.h"
 #include "soap/soap_rfc_xml.h"
 #include "soap/win_http_transport.h"
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
@@ -254,16 +254,18 @@ int main(int argc, char** argv) {
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   if (g_sideBySide.curlUs > 0)
-    std::printf("RFC_PING side by side (median per call): SoapSession %.1f us, libcurl alone %.1f us, "
-                "ratio %.2f (goal: within 1.5)\n",
-                g_sideBySide.sessionUs, g_sideBySide.curlUs, g_sideBySide.sessionUs / g_sideBySide.curlUs);
+    std::printf(
+        "RFC_PING side by side (median per call): SoapSession %.1f us, libcurl alone %.1f us, "
+        "ratio %.2f (goal: within 1.5)\n",
+        g_sideBySide.sessionUs, g_sideBySide.curlUs, g_sideBySide.sessionUs / g_sideBySide.curlUs);
   const char* session = "BM_SoapSessionPing";
   const char* alone = "BM_CurlAlonePing";
   if (reporter.Median(session) > 0 && reporter.Median(alone) > 0)
-    std::printf("RFC_PING separate runs (median of repetitions): SoapSession %.1f us, libcurl alone %.1f us, "
-                "ratio %.2f\n",
-                reporter.Median(session) * 1e6, reporter.Median(alone) * 1e6,
-                reporter.Median(session) / reporter.Median(alone));
+    std::printf(
+        "RFC_PING separate runs (median of repetitions): SoapSession %.1f us, libcurl alone %.1f us, "
+        "ratio %.2f\n",
+        reporter.Median(session) * 1e6, reporter.Median(alone) * 1e6,
+        reporter.Median(session) / reporter.Median(alone));
   benchmark::Shutdown();
   CoUninitialize();
   return 0;

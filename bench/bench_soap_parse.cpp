@@ -61,8 +61,9 @@ CComPtr<IFunctionCall> ReadTableCall() {
   CComPtr<IRfcParameters> tables;
   call->get_Tables(&tables);
   tables->AddTable(CComBSTR(u"DATA"), Struct(u"TAB512", {{u"WA", 512}}));
-  tables->AddTable(CComBSTR(u"FIELDS"), Struct(u"RFC_DB_FLD", {{u"FIELDNAME", 30}, {u"OFFSET", 6}, {u"LENGTH", 6},
-                                                                {u"TYPE", 1}, {u"FIELDTEXT", 60}}));
+  tables->AddTable(
+      CComBSTR(u"FIELDS"),
+      Struct(u"RFC_DB_FLD", {{u"FIELDNAME", 30}, {u"OFFSET", 6}, {u"LENGTH", 6}, {u"TYPE", 1}, {u"FIELDTEXT", 60}}));
   tables->AddTable(CComBSTR(u"OPTIONS"), Struct(u"RFC_DB_OPT", {{u"TEXT", 72}}));
   return call;
 }

@@ -10,7 +10,7 @@
 #include "platform/objbase.h"
 #include "platform/typelib.h"
 #include "runtime/unicode.h"
-#include "sim/testing/sim_process.hpp"
+#include "sim/testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
@@ -78,10 +78,15 @@ void BM_TableReaderSflight(benchmark::State& state) {
       return;
     }
   }
-  state.counters["rows_per_second"] =
-      benchmark::Counter(static_cast<double>(delivered) * static_cast<double>(state.iterations()),
-                         benchmark::Counter::kIsRate);
+  state.counters["rows_per_second"] = benchmark::Counter(
+      static_cast<double>(delivered) * static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
-BENCHMARK(BM_TableReaderSflight)->Arg(0)->Arg(1)->ArgName("raw")->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(BM_TableReaderSflight)
+    ->Arg(0)
+    ->Arg(1)
+    ->ArgName("raw")
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3)
+    ->UseRealTime();
 
 }  // namespace

@@ -39,8 +39,7 @@ std::int64_t ParsedArgs::number(std::string_view name, std::int64_t fallback, st
   auto text = value(name);
   if (!text) return fallback;
   auto v = parseInteger(*text);
-  if (!v)
-    throw UsageError("option --" + std::string(name) + ": '" + *text + "' is not a whole number");
+  if (!v) throw UsageError("option --" + std::string(name) + ": '" + *text + "' is not a whole number");
   if (*v < min || *v > max)
     throw UsageError("option --" + std::string(name) + ": " + *text + " is out of range (" + std::to_string(min) +
                      " to " + std::to_string(max) + ")");

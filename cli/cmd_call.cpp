@@ -24,7 +24,8 @@ const Group kResultGroups[] = {
     {"tables", &IFunctionCall::get_Tables},
 };
 
-CComPtr<IRfcParameters> parameters(IFunctionCall* call, HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
+CComPtr<IRfcParameters> parameters(IFunctionCall* call,
+                                   HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
   CComPtr<IRfcParameters> params;
   check((call->*get)(&params), "reading the parameters");
   return params;
@@ -72,8 +73,7 @@ std::string readFile(const std::string& path, const std::string& parameter) {
 // NAME=VALUE, NAME=@FILE; "@@" at the start stands for a literal "@".
 void assignArgument(IFunctionCall* call, const std::string& function, const std::string& argument) {
   const size_t eq = argument.find('=');
-  if (eq == std::string::npos || eq == 0)
-    throw UsageError("argument '" + argument + "' is not of the form NAME=VALUE");
+  if (eq == std::string::npos || eq == 0) throw UsageError("argument '" + argument + "' is not of the form NAME=VALUE");
   const std::string name = upperAscii(argument.substr(0, eq));
   std::string value = argument.substr(eq + 1);
 
@@ -87,7 +87,8 @@ void assignArgument(IFunctionCall* call, const std::string& function, const std:
     std::string known;
     for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Changing, &IFunctionCall::get_Tables})
       for (const auto& n : parameterNames(parameters(call, get))) known += (known.empty() ? "" : ", ") + n;
-    throw UsageError(function + " has no parameter " + name + (known.empty() ? " (it takes none)" : " (it takes: " + known + ")"));
+    throw UsageError(function + " has no parameter " + name +
+                     (known.empty() ? " (it takes none)" : " (it takes: " + known + ")"));
   }
   CComPtr<IRfcField> field;
   check(param->get_InternalField(&field), "reading parameter " + name);
@@ -168,7 +169,8 @@ void printResultTable(IFunctionCall* call, const Json& result) {
         for (const auto& [field, v] : value.items()) fields.rows.push_back({field, cellText(v)});
         printTable(std::cout, fields);
       } else if (value.is_array()) {
-        heading(upperAscii(g.key) + " " + name + " (" + std::to_string(value.size()) + (value.size() == 1 ? " row)" : " rows)"));
+        heading(upperAscii(g.key) + " " + name + " (" + std::to_string(value.size()) +
+                (value.size() == 1 ? " row)" : " rows)"));
         if (value.empty()) continue;
         CComPtr<IRfcParameter> param = findParameter(params, name);
         TextTable rows;

@@ -37,8 +37,7 @@ int runCheckUnicode(const ParsedArgs& args) {
   const Format format = outputFormat(args);
   Connection connection(connectionSettings(args));
   VARIANT_BOOL unicode = VARIANT_FALSE;
-  checkSession(connection.session()->CheckUnicodeSupport(&unicode), connection.session(),
-               "checking Unicode support");
+  checkSession(connection.session()->CheckUnicodeSupport(&unicode), connection.session(), "checking Unicode support");
   connection.close();
   printAnswer(format, "unicode", unicode != VARIANT_FALSE);
   return 0;

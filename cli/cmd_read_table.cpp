@@ -152,7 +152,8 @@ class TableSink : public RowSink {
 
 class Progress {
  public:
-  explicit Progress(bool wanted) : enabled_(wanted || ::isatty(STDERR_FILENO) == 1), terminal_(::isatty(STDERR_FILENO) == 1) {}
+  explicit Progress(bool wanted)
+      : enabled_(wanted || ::isatty(STDERR_FILENO) == 1), terminal_(::isatty(STDERR_FILENO) == 1) {}
   void update(std::int64_t rows) {
     if (!enabled_) return;
     if (terminal_) {
@@ -200,8 +201,9 @@ std::vector<Json> readPage(ITableReader* reader, const std::vector<FieldLayout>&
       partial[g].push_back(std::move(object));
     }
     if (g > 0 && partial[g].size() != partial[0].size())
-      throw std::runtime_error("the partial reads of " + table + " gave " + std::to_string(partial[0].size()) + " and " +
-                               std::to_string(partial[g].size()) + " rows: the table changed while it was read");
+      throw std::runtime_error("the partial reads of " + table + " gave " + std::to_string(partial[0].size()) +
+                               " and " + std::to_string(partial[g].size()) +
+                               " rows: the table changed while it was read");
   }
   std::vector<Json> joined;
   joined.reserve(partial[0].size());

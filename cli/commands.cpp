@@ -7,7 +7,7 @@ namespace vcli {
 
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
-      pingCommand(),     callCommand(),          describeCommand(),
+      pingCommand(),      callCommand(),          describeCommand(),
       readTableCommand(), checkPasswordCommand(), checkUnicodeCommand(),
   };
   return commands;

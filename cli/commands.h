@@ -10,11 +10,11 @@ namespace vcli {
 
 struct Command {
   std::string name;
-  std::string synopsis;     // arguments after the options, for the usage line
-  std::string summary;      // one line for the list of commands
-  std::string description;  // the body of --help
+  std::string synopsis;            // arguments after the options, for the usage line
+  std::string summary;             // one line for the list of commands
+  std::string description;         // the body of --help
   std::vector<OptionDef> options;  // its own; connection options and --help are added
-  bool formatted = true;            // takes --format
+  bool formatted = true;           // takes --format
   int (*run)(const ParsedArgs& args) = nullptr;
 };
 

@@ -48,7 +48,8 @@ void printMainHelp(std::ostream& out) {
          "Calls an ABAP system through Veltrane's Automation objects.\n\nCommands:\n";
   size_t width = 0;
   for (const auto& c : allCommands()) width = std::max(width, c.name.size());
-  for (const auto& c : allCommands()) out << "  " << c.name << std::string(width - c.name.size() + 2, ' ') << c.summary << "\n";
+  for (const auto& c : allCommands())
+    out << "  " << c.name << std::string(width - c.name.size() + 2, ' ') << c.summary << "\n";
   out << "\n'veltrane COMMAND --help' tells more about a command and its options.\n"
          "Connection options may stand before or after the command.\n";
 }

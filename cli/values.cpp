@@ -33,10 +33,12 @@ int daysInMonth(int year, int month) {
 // "YYYY-MM-DD" or "YYYYMMDD" to the eight digits the back ends take.
 std::string dateText(const std::string& text, const std::string& path) {
   std::string digits = text;
-  if (text.size() == 10 && text[4] == '-' && text[7] == '-') digits = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
+  if (text.size() == 10 && text[4] == '-' && text[7] == '-')
+    digits = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
   if (digits.size() != 8 || !allDigits(digits)) bad(path, "'" + text + "' is not a date (YYYY-MM-DD)");
   if (digits == "00000000") return digits;
-  const int year = std::stoi(digits.substr(0, 4)), month = std::stoi(digits.substr(4, 2)), day = std::stoi(digits.substr(6, 2));
+  const int year = std::stoi(digits.substr(0, 4)), month = std::stoi(digits.substr(4, 2)),
+            day = std::stoi(digits.substr(6, 2));
   if (month < 1 || month > 12 || day < 1 || day > daysInMonth(year, month))
     bad(path, "'" + text + "' is not a valid date");
   return digits;
@@ -45,7 +47,8 @@ std::string dateText(const std::string& text, const std::string& path) {
 // "HH:MM:SS" or "HHMMSS" to six digits.
 std::string timeText(const std::string& text, const std::string& path) {
   std::string digits = text;
-  if (text.size() == 8 && text[2] == ':' && text[5] == ':') digits = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
+  if (text.size() == 8 && text[2] == ':' && text[5] == ':')
+    digits = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
   if (digits.size() != 6 || !allDigits(digits)) bad(path, "'" + text + "' is not a time (HH:MM:SS)");
   if (std::stoi(digits.substr(0, 2)) > 23 || std::stoi(digits.substr(2, 2)) > 59 || std::stoi(digits.substr(4, 2)) > 59)
     bad(path, "'" + text + "' is not a valid time");
@@ -142,8 +145,7 @@ CComVariant jsonToVariant(const Json& v, ABAPTYPE type, const std::string& path)
         bad(path, std::to_string(n) + " is out of range (" + std::to_string(lo) + " to " + std::to_string(hi) + ")");
       return CComVariant(static_cast<LONG>(n));
     }
-    case TYPE_FLOAT:
-      return CComVariant(floatValue(v, path));
+    case TYPE_FLOAT: return CComVariant(floatValue(v, path));
     case TYPE_BYTE:
     case TYPE_XSTRING: {
       if (!v.is_string()) bad(path, describe(v) + " is not base64 text");
@@ -161,8 +163,7 @@ CComVariant jsonToVariant(const Json& v, ABAPTYPE type, const std::string& path)
       if (!text.empty() && !isDecimalText(text)) bad(path, "'" + text + "' is not a decimal number");
       return CComVariant(toUtf16(text));
     }
-    default:
-      return CComVariant(toUtf16(scalarText(v, path)));
+    default: return CComVariant(toUtf16(scalarText(v, path)));
   }
 }
 
@@ -257,8 +258,7 @@ void jsonToField(IRfcField* field, const Json& value, const std::string& path) {
       }
       return;
     }
-    default:
-      bad(path, "has a type that this command cannot fill");
+    default: bad(path, "has a type that this command cannot fill");
   }
 }
 
@@ -284,12 +284,9 @@ Json variantToJson(const VARIANT& in, ABAPTYPE type) {
   check(VariantCopyInd(&v, &in), "reading a value");
   switch (v.vt) {
     case VT_EMPTY:
-    case VT_NULL:
-      return nullptr;
-    case VT_BSTR:
-      return utf8(v.bstrVal);
-    case VT_BOOL:
-      return v.boolVal != VARIANT_FALSE;
+    case VT_NULL: return nullptr;
+    case VT_BSTR: return utf8(v.bstrVal);
+    case VT_BOOL: return v.boolVal != VARIANT_FALSE;
     case VT_I1: return static_cast<std::int64_t>(v.cVal);
     case VT_I2: return static_cast<std::int64_t>(v.iVal);
     case VT_I4: return static_cast<std::int64_t>(v.lVal);
@@ -326,7 +323,8 @@ Json variantToJson(const VARIANT& in, ABAPTYPE type) {
       SafeArrayGetUBound(v.parray, 1, &hi);
       void* data = nullptr;
       check(SafeArrayAccessData(v.parray, &data), "reading a binary value");
-      std::string text = base64Encode(static_cast<const std::uint8_t*>(data), hi >= lo ? static_cast<size_t>(hi - lo + 1) : 0);
+      std::string text =
+          base64Encode(static_cast<const std::uint8_t*>(data), hi >= lo ? static_cast<size_t>(hi - lo + 1) : 0);
       SafeArrayUnaccessData(v.parray);
       return text;
     }

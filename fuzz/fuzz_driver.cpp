@@ -71,8 +71,9 @@ std::string mutate(const std::string& in, const std::vector<std::string>& corpus
         }
         break;
       default: {  // interesting bytes
-        static const char* tokens[] = {"<", ">", "/", "&", "&amp;", "\"", "'", "=", "\0", "\xff", "xmlns:", ":",
-                                       "<![CDATA[", "]]>", "<!--", "-->", "\r\n", "%", "0", "-1", "99999999999"};
+        static const char* tokens[] = {"<",    ">",   "/",    "&",      "&amp;", "\"",        "'",
+                                       "=",    "\0",  "\xff", "xmlns:", ":",     "<![CDATA[", "]]>",
+                                       "<!--", "-->", "\r\n", "%",      "0",     "-1",        "99999999999"};
         const char* t = tokens[rng() % (sizeof(tokens) / sizeof(tokens[0]))];
         s.insert(n ? rng() % (n + 1) : 0, t, std::max<size_t>(1, std::strlen(t)));
       }

@@ -15,8 +15,7 @@ HRESULT HandOut(CRfcParameters* set, IRfcParameters** pVal) {
 
 }  // namespace
 
-CFunctionCall::CFunctionCall()
-    : m_documentation(u""), m_exception(u""), m_message(u"") {}
+CFunctionCall::CFunctionCall() : m_documentation(u""), m_exception(u""), m_message(u"") {}
 
 CFunctionCall::~CFunctionCall() = default;
 

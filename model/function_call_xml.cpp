@@ -111,8 +111,7 @@ class Writer {
         path.pop_back();
         return hr;
       }
-      default:
-        return S_OK;
+      default: return S_OK;
     }
   }
 

@@ -18,9 +18,7 @@ class CFunctionCalls
   // IFunctionCalls
   HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return CollGetCount(pVal); }
   HRESULT STDMETHODCALLTYPE HasKey(BSTR key, VARIANT_BOOL* pVal) override { return CollHasKey(key, pVal); }
-  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IFunctionCall** pVal) override {
-    return CollItem(inIndex, pVal);
-  }
+  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IFunctionCall** pVal) override { return CollItem(inIndex, pVal); }
   HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override { return CollNewEnum(GetUnknown(), pVal); }
   HRESULT STDMETHODCALLTYPE AddFunction(IFunctionCall* fn) override { return CollAdd(fn); }
 };

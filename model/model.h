@@ -26,8 +26,8 @@ HRESULT PruneOptionalParameters(IFunctionCall* call);
 
 // Operations of the model's own RfcRows behind the interface. They fail
 // with 0x80004002 for an object of another implementation.
-HRESULT RfcRowsAdd(IRfcRows* rows, IRfcFields* row);      // appends a row
-HRESULT RfcRowsRemove(IRfcRows* rows, LONG position);     // 1-based
+HRESULT RfcRowsAdd(IRfcRows* rows, IRfcFields* row);   // appends a row
+HRESULT RfcRowsRemove(IRfcRows* rows, LONG position);  // 1-based
 HRESULT RfcRowsSetFileModeRaw(IRfcRows* rows, VARIANT_BOOL fileMode, SHORT dataCol, SHORT indexCol);
 
 // The model's own field, as RfcRowsAddRows hands it out.

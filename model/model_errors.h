@@ -14,9 +14,7 @@ inline constexpr UINT kErrNotAStructure = 516;       // "Object is not a structu
 inline constexpr UINT kErrNotATable = 517;           // "Object is not a table"
 
 // Every record names ISession as its interface, from every class.
-inline HRESULT ModelError(REFCLSID source, UINT code) {
-  return ReportError(source, code, 0, nullptr, IID_ISession);
-}
+inline HRESULT ModelError(REFCLSID source, UINT code) { return ReportError(source, code, 0, nullptr, IID_ISession); }
 
 // A failure with a text of its own; hr 0 gives 0x80020009.
 inline HRESULT ModelErrorText(REFCLSID source, std::u16string_view text, HRESULT hr = 0) {

@@ -77,10 +77,8 @@ HRESULT CRfcField::Shape(IRfcType* type, ShapePath& path) {
       m_rows = std::move(rows);
       return hr;
     }
-    case RFCTYPEKIND_UNDEFINED:
-      return ModelError(CLSID_RfcField, kErrNotInitialized);
-    default:
-      return E_UNEXPECTED;
+    case RFCTYPEKIND_UNDEFINED: return ModelError(CLSID_RfcField, kErrNotInitialized);
+    default: return E_UNEXPECTED;
   }
 }
 
@@ -317,9 +315,7 @@ HRESULT CRfcField::IsEmptyAt(int depth, VARIANT_BOOL* pVal) {
       *pVal = empty;
       return S_OK;
     }
-    case FIELDSHAPE_TABLE:
-      *pVal = (!m_rows || m_rows->CollCount() == 0) ? VARIANT_TRUE : VARIANT_FALSE;
-      return S_OK;
+    case FIELDSHAPE_TABLE: *pVal = (!m_rows || m_rows->CollCount() == 0) ? VARIANT_TRUE : VARIANT_FALSE; return S_OK;
     default:
       // No type: success, and the caller's variable keeps what it held.
       return S_OK;

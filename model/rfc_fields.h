@@ -17,9 +17,7 @@ class CRfcFields : public CComObjectBase<CRfcFields, IDispatchImpl<CRfcFields, I
   // IRfcFields
   HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return CollGetCount(pVal); }
   HRESULT STDMETHODCALLTYPE HasKey(BSTR key, VARIANT_BOOL* pVal) override { return CollHasKey(key, pVal); }
-  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IRfcField** pVal) override {
-    return CollItem(inIndex, pVal);
-  }
+  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IRfcField** pVal) override { return CollItem(inIndex, pVal); }
   HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override { return CollNewEnum(GetUnknown(), pVal); }
   HRESULT STDMETHODCALLTYPE AddField(IRfcField* field) override { return CollAdd(field); }
 };

@@ -20,12 +20,9 @@ class CRfcParameters
   // IRfcParameters
   HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return CollGetCount(pVal); }
   HRESULT STDMETHODCALLTYPE HasKey(BSTR key, VARIANT_BOOL* pVal) override { return CollHasKey(key, pVal); }
-  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IRfcParameter** pVal) override {
-    return CollItem(inIndex, pVal);
-  }
+  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, IRfcParameter** pVal) override { return CollItem(inIndex, pVal); }
   HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override { return CollNewEnum(GetUnknown(), pVal); }
-  HRESULT STDMETHODCALLTYPE AddScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals,
-                                      VARIANT value) override;
+  HRESULT STDMETHODCALLTYPE AddScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals, VARIANT value) override;
   HRESULT STDMETHODCALLTYPE AddParameter(BSTR name, IRfcType* type) override;
   HRESULT STDMETHODCALLTYPE AddTable(BSTR name, IRfcType* RowType) override;
   HRESULT STDMETHODCALLTYPE RemoveParameter(BSTR name) override;

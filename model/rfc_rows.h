@@ -21,9 +21,7 @@ class CRfcRows : public CComObjectBase<CRfcRows, IDispatchImpl<CRfcRows, IRfcRow
 
   // IRfcRows
   HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return CollGetCount(pVal); }
-  HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override {
-    return CollItemAt(inIndex, pVal);
-  }
+  HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override { return CollItemAt(inIndex, pVal); }
   HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override { return CollNewEnum(GetUnknown(), pVal); }
   HRESULT STDMETHODCALLTYPE get_FileMode(VARIANT_BOOL* pVal) override;
   HRESULT STDMETHODCALLTYPE get_DataCol(SHORT* pVal) override;

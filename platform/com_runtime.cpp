@@ -160,7 +160,7 @@ HRESULT CoCreateGuid(GUID* pguid) {
   uint64_t a = rng(), b = rng();
   std::memcpy(pguid, &a, 8);
   std::memcpy(reinterpret_cast<char*>(pguid) + 8, &b, 8);
-  pguid->Data3 = static_cast<uint16_t>((pguid->Data3 & 0x0FFF) | 0x4000);  // version 4
+  pguid->Data3 = static_cast<uint16_t>((pguid->Data3 & 0x0FFF) | 0x4000);   // version 4
   pguid->Data4[0] = static_cast<uint8_t>((pguid->Data4[0] & 0x3F) | 0x80);  // RFC 4122 variant
   return S_OK;
 }

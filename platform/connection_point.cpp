@@ -40,8 +40,8 @@ HRESULT SinkList::Remove(DWORD cookie) {
   IDispatch* sink = nullptr;
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    auto it = std::find_if(m_slots.begin(), m_slots.end(),
-                           [cookie](const Slot& s) { return s.sink && s.cookie == cookie; });
+    auto it =
+        std::find_if(m_slots.begin(), m_slots.end(), [cookie](const Slot& s) { return s.sink && s.cookie == cookie; });
     if (cookie == 0 || it == m_slots.end()) return CONNECT_E_NOCONNECTION;
     sink = it->sink;
     *it = Slot{0, nullptr};
@@ -205,8 +205,7 @@ class CEnumConnectionPoints : public CComObjectBase<CEnumConnectionPoints, IEnum
 
 }  // namespace
 
-HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points,
-                                        IEnumConnectionPoints** ppEnum) {
+HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points, IEnumConnectionPoints** ppEnum) {
   if (!ppEnum) return E_POINTER;
   *ppEnum = nullptr;
   CEnumConnectionPoints* e = nullptr;

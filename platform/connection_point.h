@@ -82,8 +82,7 @@ class ConnectionPointBase : public IConnectionPoint {
 };
 
 // An enumerator over the points; each is held with a reference.
-HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points,
-                                        IEnumConnectionPoints** ppEnum);
+HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points, IEnumConnectionPoints** ppEnum);
 
 }  // namespace veltrane::cp
 

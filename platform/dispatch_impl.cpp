@@ -138,39 +138,17 @@ void StoreOutput(VARIANT& arg, VARIANT* value) {
       if (*V_UNKNOWNREF(&arg)) (*V_UNKNOWNREF(&arg))->Release();
       *V_UNKNOWNREF(&arg) = V_UNKNOWN(value);
       break;
-    case VT_I4:
-      *V_I4REF(&arg) = V_VT(value) == VT_INT ? V_INT(value) : V_I4(value);
-      break;
-    case VT_INT:
-      *V_INTREF(&arg) = V_VT(value) == VT_INT ? V_INT(value) : V_I4(value);
-      break;
-    case VT_I2:
-      *V_I2REF(&arg) = V_I2(value);
-      break;
-    case VT_UI1:
-      *V_UI1REF(&arg) = V_UI1(value);
-      break;
-    case VT_UI2:
-      *V_UI2REF(&arg) = V_UI2(value);
-      break;
-    case VT_UI4:
-      *V_UI4REF(&arg) = V_UI4(value);
-      break;
-    case VT_BOOL:
-      *V_BOOLREF(&arg) = V_BOOL(value);
-      break;
-    case VT_R4:
-      *V_R4REF(&arg) = V_R4(value);
-      break;
-    case VT_R8:
-      *V_R8REF(&arg) = V_R8(value);
-      break;
-    case VT_DATE:
-      *V_DATEREF(&arg) = V_DATE(value);
-      break;
-    case VT_CY:
-      *V_CYREF(&arg) = V_CY(value);
-      break;
+    case VT_I4: *V_I4REF(&arg) = V_VT(value) == VT_INT ? V_INT(value) : V_I4(value); break;
+    case VT_INT: *V_INTREF(&arg) = V_VT(value) == VT_INT ? V_INT(value) : V_I4(value); break;
+    case VT_I2: *V_I2REF(&arg) = V_I2(value); break;
+    case VT_UI1: *V_UI1REF(&arg) = V_UI1(value); break;
+    case VT_UI2: *V_UI2REF(&arg) = V_UI2(value); break;
+    case VT_UI4: *V_UI4REF(&arg) = V_UI4(value); break;
+    case VT_BOOL: *V_BOOLREF(&arg) = V_BOOL(value); break;
+    case VT_R4: *V_R4REF(&arg) = V_R4(value); break;
+    case VT_R8: *V_R8REF(&arg) = V_R8(value); break;
+    case VT_DATE: *V_DATEREF(&arg) = V_DATE(value); break;
+    case VT_CY: *V_CYREF(&arg) = V_CY(value); break;
     default:
       if (base & VT_ARRAY) {
         if (*V_ARRAYREF(&arg)) SafeArrayDestroy(*V_ARRAYREF(&arg));
@@ -187,8 +165,7 @@ void StoreOutput(VARIANT& arg, VARIANT* value) {
 HRESULT FillExcepInfo(const TypeData& type, IDispatch* self, HRESULT hr, EXCEPINFO* info) {
   if (!info || !type.guid) return hr;
   CComPtr<ISupportErrorInfo> support;
-  if (FAILED(self->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(&support))) || !support)
-    return hr;
+  if (FAILED(self->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(&support))) || !support) return hr;
   if (support->InterfaceSupportsErrorInfo(*type.guid) != S_OK) return hr;
   CComPtr<IErrorInfo> record;
   if (GetErrorInfo(0, &record) != S_OK || !record) return hr;

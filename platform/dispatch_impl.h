@@ -14,11 +14,9 @@ namespace veltrane::dispatch {
 // interface of `type`.
 HRESULT GetTypeInfoCount(UINT* pctinfo);
 HRESULT GetTypeInfo(const tlb::TypeData& type, UINT iTInfo, ITypeInfo** ppTInfo);
-HRESULT GetIDsOfNames(const tlb::TypeData& type, REFIID riid, LPOLESTR* rgszNames, UINT cNames,
-                      DISPID* rgDispId);
-HRESULT Invoke(const tlb::TypeData& type, IDispatch* self, DISPID dispIdMember, REFIID riid, LCID lcid,
-               WORD wFlags, DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo,
-               UINT* puArgErr);
+HRESULT GetIDsOfNames(const tlb::TypeData& type, REFIID riid, LPOLESTR* rgszNames, UINT cNames, DISPID* rgDispId);
+HRESULT Invoke(const tlb::TypeData& type, IDispatch* self, DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags,
+               DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr);
 
 // The members of `type` carrying that DISPID, or null.
 const tlb::MemberInfo* FindMember(const tlb::TypeData& type, DISPID dispid, INVOKEKIND kind);
@@ -38,12 +36,10 @@ class IDispatchImpl : public Itf {
   }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* rgszNames, UINT cNames, LCID,
                                           DISPID* rgDispId) override {
-    return veltrane::dispatch::GetIDsOfNames(veltrane_dispatch_table<Itf>::get(), riid, rgszNames, cNames,
-                                             rgDispId);
+    return veltrane::dispatch::GetIDsOfNames(veltrane_dispatch_table<Itf>::get(), riid, rgszNames, cNames, rgDispId);
   }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags,
-                                   DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo,
-                                   UINT* puArgErr) override {
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags, DISPPARAMS* pDispParams,
+                                   VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr) override {
     return veltrane::dispatch::Invoke(veltrane_dispatch_table<Itf>::get(),
                                       static_cast<IDispatch*>(static_cast<Itf*>(this)), dispIdMember, riid, lcid,
                                       wFlags, pDispParams, pVarResult, pExcepInfo, puArgErr);

@@ -46,12 +46,11 @@ class CDispatchProxy : public CComObjectBase<CDispatchProxy, IDispatch> {
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT i, LCID lcid, ITypeInfo** pp) override {
     return platform::CallInApartment(m_home, [&] { return m_target->GetTypeInfo(i, lcid, pp); });
   }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid,
-                                          DISPID* ids) override {
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override {
     return platform::CallInApartment(m_home, [&] { return m_target->GetIDsOfNames(riid, names, count, lcid, ids); });
   }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
-                                   VARIANT* result, EXCEPINFO* excep, UINT* argErr) override {
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
+                                   EXCEPINFO* excep, UINT* argErr) override {
     return platform::CallInApartment(
         m_home, [&] { return m_target->Invoke(id, riid, lcid, flags, params, result, excep, argErr); });
   }

@@ -11,36 +11,73 @@
 namespace platform_detail {
 namespace {
 
-#define ENGLISH_MONTHS                                                                                       \
-  {u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September", u"October", \
-   u"November", u"December"}
+#define ENGLISH_MONTHS                                                                                          \
+  {                                                                                                             \
+    u"January", u"February", u"March", u"April", u"May", u"June", u"July", u"August", u"September", u"October", \
+        u"November", u"December"                                                                                \
+  }
 #define ENGLISH_MONTHS_ABBR \
-  {u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun", u"Jul", u"Aug", u"Sep", u"Oct", u"Nov", u"Dec"}
-#define ENGLISH_DAYS {u"Sunday", u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday"}
-#define ENGLISH_DAYS_ABBR {u"Sun", u"Mon", u"Tue", u"Wed", u"Thu", u"Fri", u"Sat"}
+  { u"Jan", u"Feb", u"Mar", u"Apr", u"May", u"Jun", u"Jul", u"Aug", u"Sep", u"Oct", u"Nov", u"Dec" }
+#define ENGLISH_DAYS \
+  { u"Sunday", u"Monday", u"Tuesday", u"Wednesday", u"Thursday", u"Friday", u"Saturday" }
+#define ENGLISH_DAYS_ABBR \
+  { u"Sun", u"Mon", u"Tue", u"Wed", u"Thu", u"Fri", u"Sat" }
 
-const LocaleInfo kEnglishUS = {
-    0x0409, "en-US", u'.', u',', u'-', u'+', u"$", DateOrder::MDY, u'/', u':', u"M/d/yyyy", u"h:mm:ss tt",
-    u"AM", u"PM", ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR, ENGLISH_DAYS, ENGLISH_DAYS_ABBR, u"True", u"False"};
+const LocaleInfo kEnglishUS = {0x0409,         "en-US",
+                               u'.',           u',',
+                               u'-',           u'+',
+                               u"$",           DateOrder::MDY,
+                               u'/',           u':',
+                               u"M/d/yyyy",    u"h:mm:ss tt",
+                               u"AM",          u"PM",
+                               ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR,
+                               ENGLISH_DAYS,   ENGLISH_DAYS_ABBR,
+                               u"True",        u"False"};
 
-const LocaleInfo kEnglishGB = {
-    0x0809, "en-GB", u'.', u',', u'-', u'+', u"\u00A3", DateOrder::DMY, u'/', u':', u"dd/MM/yyyy", u"HH:mm:ss",
-    u"AM", u"PM", ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR, ENGLISH_DAYS, ENGLISH_DAYS_ABBR, u"True", u"False"};
+const LocaleInfo kEnglishGB = {0x0809,         "en-GB",
+                               u'.',           u',',
+                               u'-',           u'+',
+                               u"\u00A3",      DateOrder::DMY,
+                               u'/',           u':',
+                               u"dd/MM/yyyy",  u"HH:mm:ss",
+                               u"AM",          u"PM",
+                               ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR,
+                               ENGLISH_DAYS,   ENGLISH_DAYS_ABBR,
+                               u"True",        u"False"};
 
 const LocaleInfo kGermanDE = {
-    0x0407, "de-DE", u',', u'.', u'-', u'+', u"\u20AC", DateOrder::DMY, u'.', u':', u"dd.MM.yyyy", u"HH:mm:ss",
-    u"AM", u"PM",
-    {u"Januar", u"Februar", u"M\u00E4rz", u"April", u"Mai", u"Juni", u"Juli", u"August", u"September",
-     u"Oktober", u"November", u"Dezember"},
+    0x0407,
+    "de-DE",
+    u',',
+    u'.',
+    u'-',
+    u'+',
+    u"\u20AC",
+    DateOrder::DMY,
+    u'.',
+    u':',
+    u"dd.MM.yyyy",
+    u"HH:mm:ss",
+    u"AM",
+    u"PM",
+    {u"Januar", u"Februar", u"M\u00E4rz", u"April", u"Mai", u"Juni", u"Juli", u"August", u"September", u"Oktober",
+     u"November", u"Dezember"},
     {u"Jan", u"Feb", u"M\u00E4r", u"Apr", u"Mai", u"Jun", u"Jul", u"Aug", u"Sep", u"Okt", u"Nov", u"Dez"},
     {u"Sonntag", u"Montag", u"Dienstag", u"Mittwoch", u"Donnerstag", u"Freitag", u"Samstag"},
     {u"So", u"Mo", u"Di", u"Mi", u"Do", u"Fr", u"Sa"},
-    u"Wahr", u"Falsch"};
+    u"Wahr",
+    u"Falsch"};
 
-const LocaleInfo kInvariant = {
-    0x007F, "invariant", u'.', u',', u'-', u'+', u"\u00A4", DateOrder::MDY, u'/', u':', u"MM/dd/yyyy",
-    u"HH:mm:ss", u"AM", u"PM", ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR, ENGLISH_DAYS, ENGLISH_DAYS_ABBR, u"True",
-    u"False"};
+const LocaleInfo kInvariant = {0x007F,         "invariant",
+                               u'.',           u',',
+                               u'-',           u'+',
+                               u"\u00A4",      DateOrder::MDY,
+                               u'/',           u':',
+                               u"MM/dd/yyyy",  u"HH:mm:ss",
+                               u"AM",          u"PM",
+                               ENGLISH_MONTHS, ENGLISH_MONTHS_ABBR,
+                               ENGLISH_DAYS,   ENGLISH_DAYS_ABBR,
+                               u"True",        u"False"};
 
 const LocaleInfo* const kLocales[] = {&kEnglishUS, &kEnglishGB, &kGermanDE, &kInvariant};
 
@@ -83,14 +120,9 @@ const LocaleInfo* FindLocale(LCID lcid) {
     case LOCALE_USER_DEFAULT:
     case kCustomDefault:
     case kCustomUnspecified:
-    case kCustomUiDefault:
-      lcid = GetUserDefaultLCID();
-      break;
-    case LOCALE_SYSTEM_DEFAULT:
-      lcid = GetSystemDefaultLCID();
-      break;
-    default:
-      break;
+    case kCustomUiDefault: lcid = GetUserDefaultLCID(); break;
+    case LOCALE_SYSTEM_DEFAULT: lcid = GetSystemDefaultLCID(); break;
+    default: break;
   }
   // Bits 20 and above are reserved; the sort id (bits 16 to 19) selects an
   // alternative ordering, which these locales share with the default one.

@@ -24,7 +24,8 @@ struct Element {
 
 // Base letters of Latin Extended-A, U+0100 to U+017F.
 constexpr char kExtendedABase[] =
-    "AaAaAaCcCcCcCcDdDdEeEeEeEeEeGgGgGgGgHhHhIiIiIiIiIiIiJjKkkLlLlLlLlLlNnNnNnnNnOoOoOoOoRrRrRrSsSsSsSsTtTtTtUuUuUuUuUuUuWwYyYZzZzZzs";
+    "AaAaAaCcCcCcCcDdDdEeEeEeEeEeGgGgGgGgHhHhIiIiIiIiIiIiJjKkkLlLlLlLlLlNnNnNnnNnOoOoOoOoRrRrRrSsSsSsSsTtTtTtUuUuUuUuUu"
+    "UuWwYyYZzZzZzs";
 static_assert(sizeof(kExtendedABase) == 0x80 + 1, "one base letter per code point");
 
 // Latin-1 letters U+00C0 to U+00FF: base letter (0: not a letter) and
@@ -37,18 +38,17 @@ struct Latin1Letter {
 };
 constexpr Latin1Letter kLatin1[64] = {
     {'A', 0, 1}, {'A', 0, 2}, {'A', 0, 3}, {'A', 0, 4}, {'A', 0, 5}, {'A', 0, 6}, {'A', 'E', 7}, {'C', 0, 8},
-    {'E', 0, 1}, {'E', 0, 2}, {'E', 0, 3}, {'E', 0, 5}, {'I', 0, 1}, {'I', 0, 2}, {'I', 0, 3}, {'I', 0, 5},
-    {'D', 0, 9}, {'N', 0, 4}, {'O', 0, 1}, {'O', 0, 2}, {'O', 0, 3}, {'O', 0, 4}, {'O', 0, 5}, {0, 0, 0},
+    {'E', 0, 1}, {'E', 0, 2}, {'E', 0, 3}, {'E', 0, 5}, {'I', 0, 1}, {'I', 0, 2}, {'I', 0, 3},   {'I', 0, 5},
+    {'D', 0, 9}, {'N', 0, 4}, {'O', 0, 1}, {'O', 0, 2}, {'O', 0, 3}, {'O', 0, 4}, {'O', 0, 5},   {0, 0, 0},
     {'O', 0, 9}, {'U', 0, 1}, {'U', 0, 2}, {'U', 0, 3}, {'U', 0, 5}, {'Y', 0, 2}, {'T', 'H', 9}, {'s', 's', 9},
     {'a', 0, 1}, {'a', 0, 2}, {'a', 0, 3}, {'a', 0, 4}, {'a', 0, 5}, {'a', 0, 6}, {'a', 'e', 7}, {'c', 0, 8},
-    {'e', 0, 1}, {'e', 0, 2}, {'e', 0, 3}, {'e', 0, 5}, {'i', 0, 1}, {'i', 0, 2}, {'i', 0, 3}, {'i', 0, 5},
-    {'d', 0, 9}, {'n', 0, 4}, {'o', 0, 1}, {'o', 0, 2}, {'o', 0, 3}, {'o', 0, 4}, {'o', 0, 5}, {0, 0, 0},
+    {'e', 0, 1}, {'e', 0, 2}, {'e', 0, 3}, {'e', 0, 5}, {'i', 0, 1}, {'i', 0, 2}, {'i', 0, 3},   {'i', 0, 5},
+    {'d', 0, 9}, {'n', 0, 4}, {'o', 0, 1}, {'o', 0, 2}, {'o', 0, 3}, {'o', 0, 4}, {'o', 0, 5},   {0, 0, 0},
     {'o', 0, 9}, {'u', 0, 1}, {'u', 0, 2}, {'u', 0, 3}, {'u', 0, 5}, {'y', 0, 2}, {'t', 'h', 9}, {'y', 0, 5},
 };
 
 bool isIgnorable(char16_t c) {
-  return c < 0x09 || (c >= 0x0E && c < 0x20) || (c >= 0x7F && c < 0xA0) || c == 0xAD || c == 0x200B ||
-         c == 0xFEFF;
+  return c < 0x09 || (c >= 0x0E && c < 0x20) || (c >= 0x7F && c < 0xA0) || c == 0xAD || c == 0x200B || c == 0xFEFF;
 }
 
 bool isWordSortSpecial(char16_t c) { return c == u'-' || c == u'\'' || c == 0x2010 || c == 0x2011; }
@@ -170,8 +170,7 @@ int compareSpecials(const char16_t* a, size_t na, const char16_t* b, size_t nb) 
 
 }  // namespace
 
-int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const char16_t* b, size_t nb,
-                   ULONG flags) {
+int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const char16_t* b, size_t nb, ULONG flags) {
   (void)locale;  // en-US, en-GB, de-DE and the invariant locale share the default table
   int r = compareLevel(a, na, b, nb, flags, 1);
   if (r) return r;

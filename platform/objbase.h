@@ -24,8 +24,8 @@ enum CLSCTX {
 // CoCreateInstance/CoGetClassObject, all of them through the ProgID calls.
 struct COCLASS_REGISTRATION {
   const CLSID* clsid;
-  const OLECHAR* progId;                     // "Veltrane.RfcSession.1"
-  const OLECHAR* versionIndependentProgId;   // "Veltrane.RfcSession"; may be null
+  const OLECHAR* progId;                    // "Veltrane.RfcSession.1"
+  const OLECHAR* versionIndependentProgId;  // "Veltrane.RfcSession"; may be null
   bool creatable;
   HRESULT (*getClassObject)(REFCLSID rclsid, REFIID riid, void** ppv);
 };

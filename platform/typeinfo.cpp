@@ -30,8 +30,8 @@ const ParamInfo kQueryInterfaceParams[] = {
     {u"ppvObj", VT_VOID, kNoRef, 2, PARAMFLAG_FOUT, DefaultKind::None, 0, 0.0, nullptr},
 };
 const MemberInfo kUnknownMembers[] = {
-    {u"QueryInterface", 0x60000000, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 0, VT_HRESULT, 2, kQueryInterfaceParams,
-     nullptr, nullptr},
+    {u"QueryInterface", 0x60000000, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 0, VT_HRESULT, 2, kQueryInterfaceParams, nullptr,
+     nullptr},
     {u"AddRef", 0x60000001, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 1, VT_UI4, 0, nullptr, nullptr, nullptr},
     {u"Release", 0x60000002, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 2, VT_UI4, 0, nullptr, nullptr, nullptr},
 };
@@ -65,8 +65,8 @@ const MemberInfo kDispatchMembers[] = {
      nullptr, nullptr},
     {u"GetTypeInfo", 0x60010001, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 4, VT_HRESULT, 3, kGetTypeInfoParams, nullptr,
      nullptr},
-    {u"GetIDsOfNames", 0x60010002, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 5, VT_HRESULT, 5, kGetIDsOfNamesParams,
-     nullptr, nullptr},
+    {u"GetIDsOfNames", 0x60010002, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 5, VT_HRESULT, 5, kGetIDsOfNamesParams, nullptr,
+     nullptr},
     {u"Invoke", 0x60010003, INVOKE_FUNC, FUNCFLAG_FRESTRICTED, 6, VT_HRESULT, 8, kInvokeParams, nullptr, nullptr},
 };
 const MemberInfo* const kUnknownFlat[] = {&kUnknownMembers[0], &kUnknownMembers[1], &kUnknownMembers[2]};
@@ -227,8 +227,8 @@ class CTypeLib final : public ITypeLib {
     return TYPE_E_ELEMENTNOTFOUND;
   }
 
-  HRESULT STDMETHODCALLTYPE GetDocumentation(INT index, BSTR* pBstrName, BSTR* pBstrDocString,
-                                             DWORD* pdwHelpContext, BSTR* pBstrHelpFile) override {
+  HRESULT STDMETHODCALLTYPE GetDocumentation(INT index, BSTR* pBstrName, BSTR* pBstrDocString, DWORD* pdwHelpContext,
+                                             BSTR* pBstrHelpFile) override {
     const OLECHAR* name = m_data.name;
     const OLECHAR* doc = m_data.doc;
     if (index != -1) {
@@ -553,8 +553,7 @@ HRESULT CTypeInfo::GetRefTypeOfImplType(UINT index, HREFTYPE* pRefType) {
       if (index >= t.implCount) return TYPE_E_ELEMENTNOTFOUND;
       *pRefType = MakeRef(lib, static_cast<USHORT>(t.impls[index].ref), false);
       return S_OK;
-    default:
-      return TYPE_E_ELEMENTNOTFOUND;
+    default: return TYPE_E_ELEMENTNOTFOUND;
   }
 }
 
@@ -573,8 +572,7 @@ HRESULT CTypeInfo::GetImplTypeFlags(UINT index, INT* pImplTypeFlags) {
       *pImplTypeFlags = 0;
       return S_OK;
     }
-    default:
-      return TYPE_E_ELEMENTNOTFOUND;
+    default: return TYPE_E_ELEMENTNOTFOUND;
   }
 }
 
@@ -690,8 +688,7 @@ HRESULT DefaultValueOf(const ParamInfo& p, VARIANT* out) {
   VariantInit(out);
   CComVariant value;
   switch (p.defaultKind) {
-    case DefaultKind::None:
-      return S_FALSE;
+    case DefaultKind::None: return S_FALSE;
     case DefaultKind::Integer:
       if (p.defaultInteger >= INT32_MIN && p.defaultInteger <= INT32_MAX) {
         V_VT(&value) = VT_I4;

@@ -49,13 +49,13 @@ struct MemberInfo {
   const OLECHAR* name;
   DISPID dispid;
   INVOKEKIND invkind;
-  WORD funcFlags;      // FUNCFLAG_*
-  SHORT slot;          // vtable slot counted from QueryInterface; -1 for dispinterface members
-  VARTYPE returnVt;    // VT_HRESULT, or VT_VOID for an event declared void
-  SHORT paramCount;    // all parameters, the [retval] included
+  WORD funcFlags;    // FUNCFLAG_*
+  SHORT slot;        // vtable slot counted from QueryInterface; -1 for dispinterface members
+  VARTYPE returnVt;  // VT_HRESULT, or VT_VOID for an event declared void
+  SHORT paramCount;  // all parameters, the [retval] included
   const ParamInfo* params;
   const OLECHAR* doc;
-  Thunk thunk;         // null for dispinterface members
+  Thunk thunk;  // null for dispinterface members
 };
 
 struct EnumValueInfo {
@@ -75,10 +75,10 @@ struct TypeData {
   TYPEKIND kind;     // TKIND_ENUM, TKIND_INTERFACE (dual or not), TKIND_DISPATCH, TKIND_COCLASS
   WORD typeFlags;
   const OLECHAR* doc;
-  int16_t base;      // interfaces: the base interface
-  SHORT firstSlot;   // interfaces: vtable slot of the first own member
+  int16_t base;     // interfaces: the base interface
+  SHORT firstSlot;  // interfaces: vtable slot of the first own member
   USHORT memberCount;
-  const MemberInfo* members;                // own members in slot order
+  const MemberInfo* members;  // own members in slot order
   USHORT dispatchCount;
   const MemberInfo* const* dispatchMembers;  // all members, those of the bases first
   USHORT valueCount;
@@ -90,14 +90,14 @@ struct TypeData {
 // Identity of a class: what registration and error records name it by.
 struct ClassIdentity {
   const CLSID* clsid;
-  const OLECHAR* name;                            // "RfcSession"
-  const OLECHAR* progId;                          // "Veltrane.RfcSession.1"
-  const OLECHAR* versionIndependentProgId;        // "Veltrane.RfcSession"
-  const OLECHAR* clsidProgId;                     // ProgID stored under the class id
-  const OLECHAR* clsidVersionIndependentProgId;   // version-independent ProgID stored under the class id
-  const OLECHAR* description;                     // "RfcSession Class"
-  bool creatable;    // marked creatable in the type library
-  bool activatable;  // in the object map: clients may create it by its class id
+  const OLECHAR* name;                           // "RfcSession"
+  const OLECHAR* progId;                         // "Veltrane.RfcSession.1"
+  const OLECHAR* versionIndependentProgId;       // "Veltrane.RfcSession"
+  const OLECHAR* clsidProgId;                    // ProgID stored under the class id
+  const OLECHAR* clsidVersionIndependentProgId;  // version-independent ProgID stored under the class id
+  const OLECHAR* description;                    // "RfcSession Class"
+  bool creatable;                                // marked creatable in the type library
+  bool activatable;                              // in the object map: clients may create it by its class id
   bool control;
 };
 

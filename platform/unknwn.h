@@ -22,10 +22,10 @@ typedef IUnknown* LPUNKNOWN;
 // VELTRANE_DECLARE_IID(Interface, IID_Interface).
 template <class T>
 struct veltrane_iid_of;
-#define VELTRANE_DECLARE_IID(itf, iid)                    \
-  template <>                                             \
-  struct veltrane_iid_of<itf> {                           \
-    static const IID& get() { return iid; }               \
+#define VELTRANE_DECLARE_IID(itf, iid)      \
+  template <>                               \
+  struct veltrane_iid_of<itf> {             \
+    static const IID& get() { return iid; } \
   }
 #define __uuidof(T) (::veltrane_iid_of<std::remove_cv_t<std::remove_pointer_t<std::remove_cvref_t<T>>>>::get())
 

@@ -40,9 +40,9 @@ bool scaledInteger(const Scalar& s, Int128* out) {
 HRESULT compareNumbers(const Scalar& left, const Scalar& right) {
   ConversionContext ctx;
   const bool decimal = left.kind == SourceKind::Decimal || right.kind == SourceKind::Decimal;
-  const bool real = left.kind == SourceKind::Real4 || left.kind == SourceKind::Real8 ||
-                    left.kind == SourceKind::Date || right.kind == SourceKind::Real4 ||
-                    right.kind == SourceKind::Real8 || right.kind == SourceKind::Date;
+  const bool real = left.kind == SourceKind::Real4 || left.kind == SourceKind::Real8 || left.kind == SourceKind::Date ||
+                    right.kind == SourceKind::Real4 || right.kind == SourceKind::Real8 ||
+                    right.kind == SourceKind::Date;
   if (decimal) {
     ExactDecimal a, b;
     HRESULT ha = ScalarToExact(left, ctx, &a);

@@ -96,18 +96,10 @@ void applyPattern(const char16_t* pattern, const SYSTEMTIME& st, const LocaleInf
         else
           appendNumber(out, st.wYear % 100, run);
         break;
-      case u'h':
-        appendNumber(out, st.wHour % 12 == 0 ? 12 : st.wHour % 12, run >= 2 ? 2 : 1);
-        break;
-      case u'H':
-        appendNumber(out, st.wHour, run >= 2 ? 2 : 1);
-        break;
-      case u'm':
-        appendNumber(out, st.wMinute, run >= 2 ? 2 : 1);
-        break;
-      case u's':
-        appendNumber(out, st.wSecond, run >= 2 ? 2 : 1);
-        break;
+      case u'h': appendNumber(out, st.wHour % 12 == 0 ? 12 : st.wHour % 12, run >= 2 ? 2 : 1); break;
+      case u'H': appendNumber(out, st.wHour, run >= 2 ? 2 : 1); break;
+      case u'm': appendNumber(out, st.wMinute, run >= 2 ? 2 : 1); break;
+      case u's': appendNumber(out, st.wSecond, run >= 2 ? 2 : 1); break;
       case u't': {
         const char16_t* designator = st.wHour < 12 ? locale.amDesignator : locale.pmDesignator;
         if (run >= 2)
@@ -116,9 +108,7 @@ void applyPattern(const char16_t* pattern, const SYSTEMTIME& st, const LocaleInf
           out->push_back(designator[0]);
         break;
       }
-      default:
-        out->append(static_cast<size_t>(run), c);
-        break;
+      default: out->append(static_cast<size_t>(run), c); break;
     }
     p += run;
   }
@@ -127,9 +117,9 @@ void applyPattern(const char16_t* pattern, const SYSTEMTIME& st, const LocaleInf
 // ---- parsing --------------------------------------------------------------
 
 enum TokenFlag : unsigned {
-  kMonthName = 1,   // the number came from a month name
-  kDateSep = 2,     // followed by a date separator
-  kTimeSep = 4,     // followed by a time separator
+  kMonthName = 1,  // the number came from a month name
+  kDateSep = 2,    // followed by a date separator
+  kTimeSep = 4,    // followed by a time separator
   kAm = 8,
   kPm = 16,
 };

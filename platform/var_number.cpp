@@ -310,8 +310,7 @@ HRESULT RoundParsed(const ParsedNumber& p, int scale, UInt128* magnitude) {
     vsHalf = -1;
   } else {
     char first = p.digits[kept];
-    bool restNonZero =
-        p.sticky || p.digits.find_first_not_of('0', static_cast<size_t>(kept) + 1) != std::string::npos;
+    bool restNonZero = p.sticky || p.digits.find_first_not_of('0', static_cast<size_t>(kept) + 1) != std::string::npos;
     vsHalf = first > '5' ? 1 : (first < '5' ? -1 : (restNonZero ? 1 : 0));
   }
   *magnitude = RoundsUp(vsHalf, v & 1) ? v + 1 : v;
@@ -423,8 +422,7 @@ std::u16string FormatReal(double v, int significant, const LocaleInfo& locale) {
     return out;
   }
   const size_t integerDigits = static_cast<size_t>(exponent) + 1;
-  for (size_t i = 0; i < integerDigits; ++i)
-    out.push_back(i < digits.size() ? static_cast<char16_t>(digits[i]) : u'0');
+  for (size_t i = 0; i < integerDigits; ++i) out.push_back(i < digits.size() ? static_cast<char16_t>(digits[i]) : u'0');
   if (digits.size() > integerDigits) {
     out.push_back(locale.decimalSep);
     appendAscii(&out, digits.data() + integerDigits, digits.size() - integerDigits);

@@ -12,15 +12,31 @@ HRESULT ValidateVariantType(VARTYPE vt) {
   if (flags & ~(VT_ARRAY | VT_BYREF)) return DISP_E_BADVARTYPE;
   if (flags && (base == VT_EMPTY || base == VT_NULL)) return DISP_E_BADVARTYPE;
   switch (base) {
-    case VT_EMPTY: case VT_NULL: case VT_I2: case VT_I4: case VT_R4: case VT_R8: case VT_CY: case VT_DATE:
-    case VT_BSTR: case VT_DISPATCH: case VT_ERROR: case VT_BOOL: case VT_UNKNOWN: case VT_DECIMAL:
-    case VT_I1: case VT_UI1: case VT_UI2: case VT_UI4: case VT_I8: case VT_UI8: case VT_INT: case VT_UINT:
-      return S_OK;
-    case VT_VARIANT:
-      return flags ? S_OK : DISP_E_BADVARTYPE;
+    case VT_EMPTY:
+    case VT_NULL:
+    case VT_I2:
+    case VT_I4:
+    case VT_R4:
+    case VT_R8:
+    case VT_CY:
+    case VT_DATE:
+    case VT_BSTR:
+    case VT_DISPATCH:
+    case VT_ERROR:
+    case VT_BOOL:
+    case VT_UNKNOWN:
+    case VT_DECIMAL:
+    case VT_I1:
+    case VT_UI1:
+    case VT_UI2:
+    case VT_UI4:
+    case VT_I8:
+    case VT_UI8:
+    case VT_INT:
+    case VT_UINT: return S_OK;
+    case VT_VARIANT: return flags ? S_OK : DISP_E_BADVARTYPE;
     case VT_RECORD:  // records need IRecordInfo, which this layer does not offer
-    default:
-      return DISP_E_BADVARTYPE;
+    default: return DISP_E_BADVARTYPE;
   }
 }
 
@@ -46,15 +62,12 @@ HRESULT VariantClear(VARIANTARG* pvarg) {
       if (FAILED(hr)) return hr;
     } else {
       switch (pvarg->vt) {
-        case VT_BSTR:
-          SysFreeString(pvarg->bstrVal);
-          break;
+        case VT_BSTR: SysFreeString(pvarg->bstrVal); break;
         case VT_DISPATCH:
         case VT_UNKNOWN:
           if (pvarg->punkVal) pvarg->punkVal->Release();
           break;
-        default:
-          break;
+        default: break;
       }
     }
   }
@@ -101,9 +114,7 @@ HRESULT VariantCopy(VARIANTARG* pvargDest, const VARIANTARG* pvargSrc) {
       *pvargDest = *pvargSrc;
       if (pvargDest->punkVal) pvargDest->punkVal->AddRef();
       return S_OK;
-    default:
-      *pvargDest = *pvargSrc;
-      return S_OK;
+    default: *pvargDest = *pvargSrc; return S_OK;
   }
 }
 
@@ -134,14 +145,22 @@ HRESULT VariantCopyInd(VARIANT* pvarDest, const VARIANTARG* pvargSrc) {
   } else {
     value.vt = vt;
     switch (vt) {
-      case VT_I1: case VT_UI1: value.bVal = *pvargSrc->pbVal; break;
-      case VT_I2: case VT_UI2: case VT_BOOL: value.iVal = *pvargSrc->piVal; break;
-      case VT_I4: case VT_UI4: case VT_INT: case VT_UINT: case VT_ERROR: case VT_R4:
-        std::memcpy(&value.lVal, pvargSrc->byref, 4);
-        break;
-      case VT_I8: case VT_UI8: case VT_R8: case VT_DATE: case VT_CY:
-        std::memcpy(&value.llVal, pvargSrc->byref, 8);
-        break;
+      case VT_I1:
+      case VT_UI1: value.bVal = *pvargSrc->pbVal; break;
+      case VT_I2:
+      case VT_UI2:
+      case VT_BOOL: value.iVal = *pvargSrc->piVal; break;
+      case VT_I4:
+      case VT_UI4:
+      case VT_INT:
+      case VT_UINT:
+      case VT_ERROR:
+      case VT_R4: std::memcpy(&value.lVal, pvargSrc->byref, 4); break;
+      case VT_I8:
+      case VT_UI8:
+      case VT_R8:
+      case VT_DATE:
+      case VT_CY: std::memcpy(&value.llVal, pvargSrc->byref, 8); break;
       case VT_DECIMAL:
         value.decVal = *pvargSrc->pdecVal;
         value.vt = VT_DECIMAL;
@@ -160,8 +179,7 @@ HRESULT VariantCopyInd(VARIANT* pvarDest, const VARIANTARG* pvargSrc) {
         value.punkVal = *pvargSrc->ppunkVal;
         if (value.punkVal) value.punkVal->AddRef();
         break;
-      default:
-        return DISP_E_BADVARTYPE;
+      default: return DISP_E_BADVARTYPE;
     }
   }
   if (pvarDest != pvargSrc) {

@@ -109,8 +109,7 @@ HRESULT coerce(const VARIANT& src, LCID lcid, USHORT flags, VARTYPE vt, VARIANT*
         if (SUCCEEDED(hr)) result->vt = VT_UNKNOWN;
         return hr;
       }
-    default:
-      break;
+    default: break;
   }
 
   ScalarRule rule = FindScalarRule(vt);
@@ -141,8 +140,7 @@ using namespace platform_detail;
 
 extern "C" {
 
-HRESULT VariantChangeTypeEx(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, LCID lcid, USHORT wFlags,
-                            VARTYPE vt) {
+HRESULT VariantChangeTypeEx(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, LCID lcid, USHORT wFlags, VARTYPE vt) {
   if (!pvargDest || !pvarSrc) return E_INVALIDARG;
   if (vt == VT_CLSID) return DISP_E_BADVARTYPE;
   HRESULT hr = validateChangeType(pvarSrc->vt);

@@ -59,15 +59,9 @@ HRESULT roundDouble(double d, Int128* out) {
 // range check.
 HRESULT integerValue(const Scalar& in, const ConversionContext& ctx, const IntegerRange& range, Int128* out) {
   switch (in.kind) {
-    case SourceKind::Empty:
-      *out = 0;
-      return S_OK;
-    case SourceKind::Signed:
-      *out = in.i;
-      return S_OK;
-    case SourceKind::Unsigned:
-      *out = in.u;
-      return S_OK;
+    case SourceKind::Empty: *out = 0; return S_OK;
+    case SourceKind::Signed: *out = in.i; return S_OK;
+    case SourceKind::Unsigned: *out = in.u; return S_OK;
     case SourceKind::Bool:
       // An unsigned target takes the bits: VARIANT_TRUE is 255 as VT_UI1.
       if (!range.isSigned) {
@@ -78,8 +72,7 @@ HRESULT integerValue(const Scalar& in, const ConversionContext& ctx, const Integ
       return S_OK;
     case SourceKind::Real4:
     case SourceKind::Real8:
-    case SourceKind::Date:
-      return roundDouble(in.d, out);
+    case SourceKind::Date: return roundDouble(in.d, out);
     case SourceKind::Currency: {
       bool negative = in.i < 0;
       UInt128 magnitude = negative ? static_cast<UInt128>(-static_cast<Int128>(in.i)) : static_cast<UInt128>(in.i);
@@ -163,15 +156,10 @@ HRESULT currencyRule(const Scalar& in, const ConversionContext& ctx, VARIANT* ou
   constexpr Int128 kMax = std::numeric_limits<int64_t>::max();
   Int128 v = 0;
   switch (in.kind) {
-    case SourceKind::Empty:
-      break;
+    case SourceKind::Empty: break;
     case SourceKind::Signed:
-    case SourceKind::Bool:
-      v = static_cast<Int128>(in.i) * 10000;
-      break;
-    case SourceKind::Unsigned:
-      v = static_cast<Int128>(in.u) * 10000;
-      break;
+    case SourceKind::Bool: v = static_cast<Int128>(in.i) * 10000; break;
+    case SourceKind::Unsigned: v = static_cast<Int128>(in.u) * 10000; break;
     case SourceKind::Real4:
     case SourceKind::Real8:
     case SourceKind::Date: {
@@ -180,9 +168,7 @@ HRESULT currencyRule(const Scalar& in, const ConversionContext& ctx, VARIANT* ou
       if (FAILED(hr)) return hr;
       break;
     }
-    case SourceKind::Currency:
-      v = in.i;
-      break;
+    case SourceKind::Currency: v = in.i; break;
     case SourceKind::Decimal: {
       HRESULT hr = CheckDecimal(in.dec);
       if (FAILED(hr)) return hr;
@@ -222,29 +208,21 @@ HRESULT decimalRule(const Scalar& in, const ConversionContext& ctx, VARIANT* out
 HRESULT boolRule(const Scalar& in, const ConversionContext& ctx, VARIANT* out) {
   bool value = false;
   switch (in.kind) {
-    case SourceKind::Empty:
-      break;
+    case SourceKind::Empty: break;
     case SourceKind::Signed:
     case SourceKind::Bool:
-    case SourceKind::Currency:
-      value = in.i != 0;
-      break;
-    case SourceKind::Unsigned:
-      value = in.u != 0;
-      break;
+    case SourceKind::Currency: value = in.i != 0; break;
+    case SourceKind::Unsigned: value = in.u != 0; break;
     case SourceKind::Real4:
     case SourceKind::Real8:
-    case SourceKind::Date:
-      value = in.d != 0.0;
-      break;
+    case SourceKind::Date: value = in.d != 0.0; break;
     case SourceKind::Decimal: {
       HRESULT hr = CheckDecimal(in.dec);
       if (FAILED(hr)) return hr;
       value = FromDecimal(in.dec).mantissa != 0;
       break;
     }
-    case SourceKind::Text:
-      return TextToBool(in.text, ctx, &out->boolVal);
+    case SourceKind::Text: return TextToBool(in.text, ctx, &out->boolVal);
   }
   out->boolVal = value ? VARIANT_TRUE : VARIANT_FALSE;
   return S_OK;
@@ -345,21 +323,16 @@ HRESULT ScalarToDouble(const Scalar& in, const ConversionContext& ctx, double* o
 HRESULT ScalarToExact(const Scalar& in, const ConversionContext& ctx, ExactDecimal* out) {
   *out = ExactDecimal();
   switch (in.kind) {
-    case SourceKind::Empty:
-      return S_OK;
+    case SourceKind::Empty: return S_OK;
     case SourceKind::Signed:
     case SourceKind::Bool:
       out->negative = in.i < 0;
       out->mantissa = out->negative ? static_cast<UInt128>(-static_cast<Int128>(in.i)) : static_cast<UInt128>(in.i);
       return S_OK;
-    case SourceKind::Unsigned:
-      out->mantissa = in.u;
-      return S_OK;
-    case SourceKind::Real4:
-      return DoubleToDecimal(in.d, 7, out);
+    case SourceKind::Unsigned: out->mantissa = in.u; return S_OK;
+    case SourceKind::Real4: return DoubleToDecimal(in.d, 7, out);
     case SourceKind::Real8:
-    case SourceKind::Date:
-      return DoubleToDecimal(in.d, 15, out);
+    case SourceKind::Date: return DoubleToDecimal(in.d, 15, out);
     case SourceKind::Currency:
       out->negative = in.i < 0;
       out->mantissa = out->negative ? static_cast<UInt128>(-static_cast<Int128>(in.i)) : static_cast<UInt128>(in.i);

@@ -61,14 +61,10 @@ HRESULT TextToBool(const OLECHAR* text, const ConversionContext& ctx, VARIANT_BO
 HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) {
   *out = nullptr;
   switch (in.kind) {
-    case SourceKind::Empty:
-      return allocate(u"", out);
-    case SourceKind::Signed:
-      return allocate(FormatInteger(in.i), out);
-    case SourceKind::Unsigned:
-      return allocate(FormatInteger(in.u), out);
-    case SourceKind::Text:
-      return allocate(in.text ? std::u16string(in.text) : std::u16string(), out);
+    case SourceKind::Empty: return allocate(u"", out);
+    case SourceKind::Signed: return allocate(FormatInteger(in.i), out);
+    case SourceKind::Unsigned: return allocate(FormatInteger(in.u), out);
+    case SourceKind::Text: return allocate(in.text ? std::u16string(in.text) : std::u16string(), out);
     case SourceKind::Bool: {
       // "-1"/"0" unless words are asked for; English words unless local ones.
       if (!ctx.alphaBool && !ctx.localBool) return allocate(FormatInteger(in.i), out);
@@ -79,8 +75,7 @@ HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) 
       }
       return allocate(in.i ? locale->trueWord : locale->falseWord, out);
     }
-    default:
-      break;
+    default: break;
   }
 
   const LocaleInfo* locale;
@@ -88,15 +83,9 @@ HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) 
   if (FAILED(hr)) return hr;
   std::u16string text;
   switch (in.kind) {
-    case SourceKind::Real4:
-      text = FormatReal(in.d, 7, *locale);
-      break;
-    case SourceKind::Real8:
-      text = FormatReal(in.d, 15, *locale);
-      break;
-    case SourceKind::Date:
-      hr = FormatDate(in.d, *locale, ctx.dateForm, &text);
-      break;
+    case SourceKind::Real4: text = FormatReal(in.d, 7, *locale); break;
+    case SourceKind::Real8: text = FormatReal(in.d, 15, *locale); break;
+    case SourceKind::Date: hr = FormatDate(in.d, *locale, ctx.dateForm, &text); break;
     case SourceKind::Currency:
     case SourceKind::Decimal: {
       ExactDecimal e;
@@ -104,9 +93,7 @@ HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) 
       if (SUCCEEDED(hr)) text = FormatExact(e, *locale);
       break;
     }
-    default:
-      hr = DISP_E_TYPEMISMATCH;
-      break;
+    default: hr = DISP_E_TYPEMISMATCH; break;
   }
   if (FAILED(hr)) return hr;
   return allocate(text, out);

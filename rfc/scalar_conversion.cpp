@@ -18,9 +18,9 @@ struct ScalarRow {
 
 // The twelve scalar types with their dictionary letter and pad character.
 constexpr ScalarRow kScalars[] = {
-    {TYPE_CHAR, u'C', u' '},  {TYPE_DATE, u'D', u'0'}, {TYPE_BCD, u'P', 0},     {TYPE_TIME, u'T', u'0'},
-    {TYPE_BYTE, u'X', 0},     {TYPE_NUM, u'N', u'0'},  {TYPE_FLOAT, u'F', 0},   {TYPE_INT, u'I', 0},
-    {TYPE_INT2, u's', 0},     {TYPE_INT1, u'b', 0},    {TYPE_STRING, u'g', 0},  {TYPE_XSTRING, u'y', 0},
+    {TYPE_CHAR, u'C', u' '}, {TYPE_DATE, u'D', u'0'}, {TYPE_BCD, u'P', 0},    {TYPE_TIME, u'T', u'0'},
+    {TYPE_BYTE, u'X', 0},    {TYPE_NUM, u'N', u'0'},  {TYPE_FLOAT, u'F', 0},  {TYPE_INT, u'I', 0},
+    {TYPE_INT2, u's', 0},    {TYPE_INT1, u'b', 0},    {TYPE_STRING, u'g', 0}, {TYPE_XSTRING, u'y', 0},
 };
 
 const ScalarRow* FindScalar(int32_t code) {
@@ -80,32 +80,23 @@ bool RfcTypeFromFieldInfo(char16_t letter, int32_t length, int32_t decimals, Rfc
     case u'D':
     case u'N':
     case u'T':
-    case u'X':
-      info.length = length;
-      return true;
+    case u'X': info.length = length; return true;
     case u'F':
     case u'I':
     case u'b':
     case u'g':
     case u's':
-    case u'y':
-      return true;
-    default:
-      info.type = -1;
-      return false;
+    case u'y': return true;
+    default: info.type = -1; return false;
   }
 }
 
 RFCTYPEKIND RfcKindFromLetter(char16_t letter) {
   switch (letter) {
-    case u'h':
-      return RFCTYPEKIND_TABLE;
-    case u'u':
-      return RFCTYPEKIND_STRUCT;
-    case u'v':
-      return RFCTYPEKIND_COMPLEX_STRUCT;
-    default:
-      return RFCTYPEKIND_SCALAR;
+    case u'h': return RFCTYPEKIND_TABLE;
+    case u'u': return RFCTYPEKIND_STRUCT;
+    case u'v': return RFCTYPEKIND_COMPLEX_STRUCT;
+    default: return RFCTYPEKIND_SCALAR;
   }
 }
 
@@ -117,14 +108,10 @@ char16_t RfcPadChar(int32_t code) {
 uint32_t RfcFieldLengthC2(int32_t code, uint32_t length) {
   switch (code) {
     case TYPE_CHAR:
-    case TYPE_NUM:
-      return length * 2;
-    case TYPE_DATE:
-      return 16;
-    case TYPE_TIME:
-      return 12;
-    default:
-      return RfcFieldLengthC1(code, length);
+    case TYPE_NUM: return length * 2;
+    case TYPE_DATE: return 16;
+    case TYPE_TIME: return 12;
+    default: return RfcFieldLengthC1(code, length);
   }
 }
 
@@ -132,27 +119,17 @@ uint32_t RfcFieldLengthC1(int32_t code, uint32_t length) {
   switch (code) {
     case TYPE_CHAR:
     case TYPE_NUM:
-    case TYPE_BYTE:
-      return length;
-    case TYPE_DATE:
-      return 8;
-    case TYPE_TIME:
-      return 6;
-    case TYPE_BCD:
-      return length / 2 + 1;
+    case TYPE_BYTE: return length;
+    case TYPE_DATE: return 8;
+    case TYPE_TIME: return 6;
+    case TYPE_BCD: return length / 2 + 1;
     case TYPE_FLOAT:
-    case TYPE_STRING:
-      return 8;
-    case TYPE_INT:
-      return 4;
-    case TYPE_INT2:
-      return 2;
-    case TYPE_INT1:
-      return 1;
-    case TYPE_XSTRING:
-      return 16;
-    default:
-      return 0;
+    case TYPE_STRING: return 8;
+    case TYPE_INT: return 4;
+    case TYPE_INT2: return 2;
+    case TYPE_INT1: return 1;
+    case TYPE_XSTRING: return 16;
+    default: return 0;
   }
 }
 

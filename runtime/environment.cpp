@@ -38,8 +38,10 @@ std::u16string ExpandEnvironment(std::u16string_view text, size_t limit) {
         break;
       }
       auto value = Lookup(text.substr(i + 1, close - i - 1));
-      if (value) out += *value;
-      else out.append(text.substr(i, close - i + 1));
+      if (value)
+        out += *value;
+      else
+        out.append(text.substr(i, close - i + 1));
       i = close + 1;
     } else if (c == u'$' && i + 1 < text.size() && text[i + 1] == u'{') {
       size_t close = text.find(u'}', i + 2);
@@ -48,15 +50,19 @@ std::u16string ExpandEnvironment(std::u16string_view text, size_t limit) {
         break;
       }
       auto value = Lookup(text.substr(i + 2, close - i - 2));
-      if (value) out += *value;
-      else out.append(text.substr(i, close - i + 1));
+      if (value)
+        out += *value;
+      else
+        out.append(text.substr(i, close - i + 1));
       i = close + 1;
     } else if (c == u'$' && i + 1 < text.size() && IsNameStart(text[i + 1])) {
       size_t end = i + 2;
       while (end < text.size() && IsNameChar(text[end])) ++end;
       auto value = Lookup(text.substr(i + 1, end - i - 1));
-      if (value) out += *value;
-      else out.append(text.substr(i, end - i));
+      if (value)
+        out += *value;
+      else
+        out.append(text.substr(i, end - i));
       i = end;
     } else {
       out.push_back(c);

@@ -45,8 +45,7 @@ class CXVeltrane : public BaseException {
   // Null texts read as empty. The text is "<KIND>(<kind>) : <message>",
   // followed, when a context is given, by "(<context>" and then
   // ", value=<value>)" or ")".
-  CXVeltrane(int32_t kind, const char16_t* message, const char16_t* context = nullptr,
-             const char16_t* value = nullptr);
+  CXVeltrane(int32_t kind, const char16_t* message, const char16_t* context = nullptr, const char16_t* value = nullptr);
   CXVeltrane(int32_t kind, const std::u16string& message, const std::u16string& context = {},
              const std::u16string& value = {});
   ~CXVeltrane() override = default;

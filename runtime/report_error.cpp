@@ -46,8 +46,7 @@ HRESULT ReportError(REFCLSID clsid, UINT code, DWORD helpContext, LPCOLESTR help
   return hr == 0 ? DISP_E_EXCEPTION : hr;
 }
 
-HRESULT ReportError(REFCLSID clsid, LPCOLESTR text, DWORD helpContext, LPCOLESTR helpFile, REFIID iid,
-                    HRESULT hr) {
+HRESULT ReportError(REFCLSID clsid, LPCOLESTR text, DWORD helpContext, LPCOLESTR helpFile, REFIID iid, HRESULT hr) {
   SetRecord(clsid, text ? text : u"", helpContext, helpFile, iid);
   return hr == 0 ? DISP_E_EXCEPTION : hr;
 }

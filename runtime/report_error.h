@@ -15,11 +15,9 @@
 // description. It is set for the calling thread. The result is hr, or
 // 0x80020009 (DISP_E_EXCEPTION) if hr is 0; a failure to build the record
 // is not reported, the result stands.
-HRESULT ReportError(REFCLSID clsid, UINT code, DWORD helpContext, LPCOLESTR helpFile, REFIID iid,
-                    HRESULT hr = 0);
+HRESULT ReportError(REFCLSID clsid, UINT code, DWORD helpContext, LPCOLESTR helpFile, REFIID iid, HRESULT hr = 0);
 // The same with a text of the caller's.
-HRESULT ReportError(REFCLSID clsid, LPCOLESTR text, DWORD helpContext, LPCOLESTR helpFile, REFIID iid,
-                    HRESULT hr = 0);
+HRESULT ReportError(REFCLSID clsid, LPCOLESTR text, DWORD helpContext, LPCOLESTR helpFile, REFIID iid, HRESULT hr = 0);
 
 // The component's form: no help, and the id of ISession as the interface,
 // from every class.

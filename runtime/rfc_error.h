@@ -9,8 +9,8 @@
 #include "platform/dispatch_impl.h"
 #include "veltrane_tlb.h"
 
-class CRfcError : public CComObjectBase<CRfcError, IDispatchImpl<CRfcError, IRfcError>,
-                                        ISupportErrorInfoImpl<&IID_IRfcError>> {
+class CRfcError
+    : public CComObjectBase<CRfcError, IDispatchImpl<CRfcError, IRfcError>, ISupportErrorInfoImpl<&IID_IRfcError>> {
  public:
   HRESULT STDMETHODCALLTYPE get_ERRORGROUP(ERRORGROUP* pVal) override;
   HRESULT STDMETHODCALLTYPE put_ERRORGROUP(ERRORGROUP newVal) override;

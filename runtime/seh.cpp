@@ -54,10 +54,8 @@ void Handler(int signo, siginfo_t* info, void* context) {
 uint32_t SignalExceptionCode(int signo, int sicode) {
   switch (signo) {
     case SIGSEGV:
-    case SIGBUS:
-      return kExceptionAccessViolation;
-    case SIGILL:
-      return sicode == ILL_PRVOPC ? kExceptionPrivilegedInstruction : kExceptionIllegalInstruction;
+    case SIGBUS: return kExceptionAccessViolation;
+    case SIGILL: return sicode == ILL_PRVOPC ? kExceptionPrivilegedInstruction : kExceptionIllegalInstruction;
     case SIGFPE:
       switch (sicode) {
         case FPE_INTOVF: return kExceptionIntOverflow;
@@ -69,8 +67,7 @@ uint32_t SignalExceptionCode(int signo, int sicode) {
         case FPE_FLTSUB: return kExceptionArrayBoundsExceeded;
         default: return kExceptionIntDivideByZero;
       }
-    default:
-      return kExceptionAccessViolation;
+    default: return kExceptionAccessViolation;
   }
 }
 

@@ -28,19 +28,19 @@
 #include "runtime/exceptions.h"
 
 // Exception codes.
-inline constexpr uint32_t kExceptionAccessViolation = 0xC0000005;      // SIGSEGV, SIGBUS
-inline constexpr uint32_t kExceptionIllegalInstruction = 0xC000001D;   // SIGILL
+inline constexpr uint32_t kExceptionAccessViolation = 0xC0000005;        // SIGSEGV, SIGBUS
+inline constexpr uint32_t kExceptionIllegalInstruction = 0xC000001D;     // SIGILL
 inline constexpr uint32_t kExceptionPrivilegedInstruction = 0xC0000096;  // SIGILL, ILL_PRVOPC
-inline constexpr uint32_t kExceptionIntDivideByZero = 0xC0000094;      // SIGFPE
-inline constexpr uint32_t kExceptionIntOverflow = 0xC0000095;          // SIGFPE, FPE_INTOVF
-inline constexpr uint32_t kExceptionFltDivideByZero = 0xC000008E;      // SIGFPE, FPE_FLTDIV
-inline constexpr uint32_t kExceptionFltInexactResult = 0xC000008F;     // SIGFPE, FPE_FLTRES
-inline constexpr uint32_t kExceptionFltInvalidOperation = 0xC0000090;  // SIGFPE, FPE_FLTINV
-inline constexpr uint32_t kExceptionFltOverflow = 0xC0000091;          // SIGFPE, FPE_FLTOVF
-inline constexpr uint32_t kExceptionFltUnderflow = 0xC0000093;         // SIGFPE, FPE_FLTUND
-inline constexpr uint32_t kExceptionArrayBoundsExceeded = 0xC000008C;  // SIGFPE, FPE_FLTSUB
-inline constexpr uint32_t kExceptionModuleNotFound = 0xC06D007E;       // library not loadable
-inline constexpr uint32_t kExceptionProcNotFound = 0xC06D007F;         // entry point missing
+inline constexpr uint32_t kExceptionIntDivideByZero = 0xC0000094;        // SIGFPE
+inline constexpr uint32_t kExceptionIntOverflow = 0xC0000095;            // SIGFPE, FPE_INTOVF
+inline constexpr uint32_t kExceptionFltDivideByZero = 0xC000008E;        // SIGFPE, FPE_FLTDIV
+inline constexpr uint32_t kExceptionFltInexactResult = 0xC000008F;       // SIGFPE, FPE_FLTRES
+inline constexpr uint32_t kExceptionFltInvalidOperation = 0xC0000090;    // SIGFPE, FPE_FLTINV
+inline constexpr uint32_t kExceptionFltOverflow = 0xC0000091;            // SIGFPE, FPE_FLTOVF
+inline constexpr uint32_t kExceptionFltUnderflow = 0xC0000093;           // SIGFPE, FPE_FLTUND
+inline constexpr uint32_t kExceptionArrayBoundsExceeded = 0xC000008C;    // SIGFPE, FPE_FLTSUB
+inline constexpr uint32_t kExceptionModuleNotFound = 0xC06D007E;         // library not loadable
+inline constexpr uint32_t kExceptionProcNotFound = 0xC06D007F;           // entry point missing
 
 // The exception code for a signal and its si_code.
 uint32_t SignalExceptionCode(int signo, int sicode);

@@ -48,8 +48,7 @@ void AppendToFile(const std::string& path, const std::string& utf8) {
   if (fd < 0) return;
   struct stat st;
   if (::fstat(fd, &st) == 0 && st.st_size == 0) {
-    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-    }
+    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {}
     if (::fstat(fd, &st) == 0 && st.st_size == 0) {
       std::string data;
       data.reserve(utf8.size() + 3);
@@ -77,8 +76,7 @@ void TraceOpen(std::u16string_view tag, std::u16string_view path, bool append) {
       if (FILE* f = std::fopen(WideToUtf8Lossy(trace->Path()).c_str(), "w")) std::fclose(f);
     }
     Ostrel::CTrace::s_instance.store(trace, std::memory_order_release);
-  } catch (...) {
-  }
+  } catch (...) {}
 }
 
 int TraceLevel() { return g_level.load(std::memory_order_relaxed); }
@@ -106,8 +104,7 @@ void TraceWrite(std::u16string_view text, bool frame) {
     }
     line += WideToUtf8Lossy(text);
     AppendToFile(WideToUtf8Lossy(trace->Path()), line);
-  } catch (...) {
-  }
+  } catch (...) {}
 }
 
 std::u16string TraceFormat(std::u16string_view format, const FormatArg* args, size_t count) {
@@ -126,8 +123,7 @@ std::u16string TraceFormat(std::u16string_view format, const FormatArg* args, si
   return text;
 }
 
-void TraceLog(int severity, std::u16string_view message, const char* function, const char* file, int line,
-              bool frame) {
+void TraceLog(int severity, std::u16string_view message, const char* function, const char* file, int line, bool frame) {
   if (TraceLevel() < severity || !TraceIsOpen()) return;
   try {
     if (!function) {
@@ -136,8 +132,7 @@ void TraceLog(int severity, std::u16string_view message, const char* function, c
     }
     std::string text = boost::str(boost::format("%1%(%2$d): %3%\n") % function % line % WideToUtf8Lossy(message));
     TraceWrite(Utf8ToWideLossy(text), frame);
-  } catch (...) {
-  }
+  } catch (...) {}
 }
 
 void TraceLog(int severity, std::string_view utf8Message, const char* function, const char* file, int line,
@@ -164,8 +159,7 @@ HRESULT TraceResult(HRESULT hr, const char* function, const char* file, int line
       std::string text = boost::str(boost::format("Error %2$#8x: %1%") % WideToUtf8Lossy(HResultMessage(hr)) %
                                     static_cast<uint32_t>(hr));
       TraceLog(TRACE_ERROR, std::string_view(text), function, file, line);
-    } catch (...) {
-    }
+    } catch (...) {}
   }
   return hr;
 }

@@ -69,13 +69,17 @@ inline bool NextUtf8(std::string_view text, size_t& i, char32_t& cp) {
   } else if (b0 >= 0xE0 && b0 <= 0xEF) {
     len = 3;
     cp = b0 & 0x0F;
-    if (b0 == 0xE0) lo = 0xA0;        // overlong
-    else if (b0 == 0xED) hi = 0x9F;   // surrogates
+    if (b0 == 0xE0)
+      lo = 0xA0;  // overlong
+    else if (b0 == 0xED)
+      hi = 0x9F;  // surrogates
   } else if (b0 >= 0xF0 && b0 <= 0xF4) {
     len = 4;
     cp = b0 & 0x07;
-    if (b0 == 0xF0) lo = 0x90;        // overlong
-    else if (b0 == 0xF4) hi = 0x8F;   // above U+10FFFF
+    if (b0 == 0xF0)
+      lo = 0x90;  // overlong
+    else if (b0 == 0xF4)
+      hi = 0x8F;  // above U+10FFFF
   } else {
     ++i;
     return false;
@@ -133,9 +137,7 @@ std::string WideToUtf8(std::u16string_view text) {
   return out;
 }
 
-std::string WideToUtf8(const char16_t* text) {
-  return text ? WideToUtf8(std::u16string_view(text)) : std::string();
-}
+std::string WideToUtf8(const char16_t* text) { return text ? WideToUtf8(std::u16string_view(text)) : std::string(); }
 
 std::u16string Utf8ToWide(std::string_view text) {
   std::u16string out;

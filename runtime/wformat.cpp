@@ -13,7 +13,7 @@ struct Field {
   bool left = false, plus = false, blank = false, alt = false, zero = false;
   int width = -1;
   int precision = -1;
-  int intSize = 0;     // 1 or 2 for hh and h; 0: the argument's own size
+  int intSize = 0;          // 1 or 2 for hh and h; 0: the argument's own size
   bool narrowFlag = false;  // h on s/c
 };
 
@@ -59,7 +59,8 @@ void Numeric(std::u16string& out, const Field& field, const char* length, char c
 
 long long SignedValue(const FormatArg& a, int intSize) {
   long long v;
-  if (a.kind == FormatArg::Signed) v = a.i;
+  if (a.kind == FormatArg::Signed)
+    v = a.i;
   else if (a.kind == FormatArg::Unsigned) {
     // Reinterpret in the argument's own width, as printf would.
     switch (a.size) {
@@ -71,14 +72,17 @@ long long SignedValue(const FormatArg& a, int intSize) {
   } else {
     FormatError("integer conversion with an argument that is not an integer");
   }
-  if (intSize == 1) v = static_cast<signed char>(v);
-  else if (intSize == 2) v = static_cast<short>(v);
+  if (intSize == 1)
+    v = static_cast<signed char>(v);
+  else if (intSize == 2)
+    v = static_cast<short>(v);
   return v;
 }
 
 unsigned long long UnsignedValue(const FormatArg& a, int intSize) {
   unsigned long long v;
-  if (a.kind == FormatArg::Unsigned) v = a.u;
+  if (a.kind == FormatArg::Unsigned)
+    v = a.u;
   else if (a.kind == FormatArg::Signed) {
     switch (a.size) {
       case 1: v = static_cast<uint8_t>(a.i); break;
@@ -89,8 +93,10 @@ unsigned long long UnsignedValue(const FormatArg& a, int intSize) {
   } else {
     FormatError("integer conversion with an argument that is not an integer");
   }
-  if (intSize == 1) v = static_cast<unsigned char>(v);
-  else if (intSize == 2) v = static_cast<unsigned short>(v);
+  if (intSize == 1)
+    v = static_cast<unsigned char>(v);
+  else if (intSize == 2)
+    v = static_cast<unsigned short>(v);
   return v;
 }
 
@@ -109,7 +115,8 @@ void String(std::u16string& out, const Field& field, const FormatArg& a) {
   } else {
     FormatError("%s with an argument that is not a string");
   }
-  if (field.precision >= 0 && static_cast<size_t>(field.precision) < body.size()) body = body.substr(0, field.precision);
+  if (field.precision >= 0 && static_cast<size_t>(field.precision) < body.size())
+    body = body.substr(0, field.precision);
   Pad(out, body, field);
 }
 
@@ -166,12 +173,18 @@ std::u16string FormatWArgs(std::u16string_view format, const FormatArg* args, si
     Field field;
     for (; i < n; ++i) {
       char16_t c = format[i];
-      if (c == u'-') field.left = true;
-      else if (c == u'+') field.plus = true;
-      else if (c == u' ') field.blank = true;
-      else if (c == u'#') field.alt = true;
-      else if (c == u'0') field.zero = true;
-      else break;
+      if (c == u'-')
+        field.left = true;
+      else if (c == u'+')
+        field.plus = true;
+      else if (c == u' ')
+        field.blank = true;
+      else if (c == u'#')
+        field.alt = true;
+      else if (c == u'0')
+        field.zero = true;
+      else
+        break;
     }
     if (i < n && format[i] == u'*') {
       field.width = takeInt();
@@ -230,15 +243,11 @@ std::u16string FormatWArgs(std::u16string_view format, const FormatArg* args, si
     char16_t conv = format[i++];
     switch (conv) {
       case u'd':
-      case u'i':
-        Numeric(out, field, "ll", 'd', SignedValue(take(), field.intSize));
-        break;
+      case u'i': Numeric(out, field, "ll", 'd', SignedValue(take(), field.intSize)); break;
       case u'u':
       case u'o':
       case u'x':
-      case u'X':
-        Numeric(out, field, "ll", static_cast<char>(conv), UnsignedValue(take(), field.intSize));
-        break;
+      case u'X': Numeric(out, field, "ll", static_cast<char>(conv), UnsignedValue(take(), field.intSize)); break;
       case u'f':
       case u'F':
       case u'e':
@@ -249,10 +258,14 @@ std::u16string FormatWArgs(std::u16string_view format, const FormatArg* args, si
       case u'A': {
         const FormatArg& a = take();
         double d;
-        if (a.kind == FormatArg::Float) d = a.d;
-        else if (a.kind == FormatArg::Signed) d = static_cast<double>(a.i);
-        else if (a.kind == FormatArg::Unsigned) d = static_cast<double>(a.u);
-        else FormatError("floating-point conversion with an argument that is not a number");
+        if (a.kind == FormatArg::Float)
+          d = a.d;
+        else if (a.kind == FormatArg::Signed)
+          d = static_cast<double>(a.i);
+        else if (a.kind == FormatArg::Unsigned)
+          d = static_cast<double>(a.u);
+        else
+          FormatError("floating-point conversion with an argument that is not a number");
         Numeric(out, field, "", static_cast<char>(conv), d);
         break;
       }
@@ -266,18 +279,14 @@ std::u16string FormatWArgs(std::u16string_view format, const FormatArg* args, si
         break;
       }
       case u's':
-      case u'S':
-        String(out, field, take());
-        break;
+      case u'S': String(out, field, take()); break;
       case u'c':
       case u'C':
         if (conv == u'C' && !wideFlag) field.narrowFlag = true;
         Character(out, field, take());
         break;
-      case u'n':
-        FormatError("%n is not supported");
-      default:
-        FormatError("unknown conversion");
+      case u'n': FormatError("%n is not supported");
+      default: FormatError("unknown conversion");
     }
   }
   return out;

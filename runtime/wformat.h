@@ -54,8 +54,7 @@ FormatArg MakeFormatArg(const T& v) {
     a.kind = FormatArg::Signed;
     a.size = sizeof(int);
     a.i = v ? 1 : 0;
-  } else if constexpr (std::is_same_v<D, char16_t> || std::is_same_v<D, char32_t> ||
-                       std::is_same_v<D, wchar_t>) {
+  } else if constexpr (std::is_same_v<D, char16_t> || std::is_same_v<D, char32_t> || std::is_same_v<D, wchar_t>) {
     a.kind = FormatArg::Unsigned;
     a.size = sizeof(D);
     a.u = static_cast<unsigned long long>(v);
@@ -72,8 +71,7 @@ FormatArg MakeFormatArg(const T& v) {
   } else if constexpr (std::is_floating_point_v<D>) {
     a.kind = FormatArg::Float;
     a.d = static_cast<double>(v);
-  } else if constexpr (std::is_convertible_v<const T&, std::u16string_view> &&
-                       !std::is_pointer_v<std::decay_t<T>>) {
+  } else if constexpr (std::is_convertible_v<const T&, std::u16string_view> && !std::is_pointer_v<std::decay_t<T>>) {
     a.kind = FormatArg::Wide;
     a.wide = std::u16string_view(v);
   } else if constexpr (std::is_convertible_v<const T&, std::string_view> && !std::is_pointer_v<std::decay_t<T>>) {

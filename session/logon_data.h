@@ -8,8 +8,8 @@
 #include "session/option_store.h"
 #include "veltrane_tlb.h"
 
-class CLogonData : public CComObjectBase<CLogonData, IDispatchImpl<CLogonData, ILogonData>,
-                                         ISupportErrorInfoImpl<&IID_ILogonData>> {
+class CLogonData
+    : public CComObjectBase<CLogonData, IDispatchImpl<CLogonData, ILogonData>, ISupportErrorInfoImpl<&IID_ILogonData>> {
  public:
   CLogonData();
 

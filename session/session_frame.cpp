@@ -167,7 +167,9 @@ HRESULT SessionFrame::PutTypeCache(ITypeCache* newVal) {
   return S_OK;
 }
 
-HRESULT SessionFrame::DecodeInternalError(LONG errcode, BSTR* pVal) const { return ::DecodeInternalError(errcode, pVal); }
+HRESULT SessionFrame::DecodeInternalError(LONG errcode, BSTR* pVal) const {
+  return ::DecodeInternalError(errcode, pVal);
+}
 
 HRESULT SessionFrame::ImportType(BSTR name, IRfcType** pVal, const TypeImporter& fromBackend) {
   if (pVal) *pVal = nullptr;

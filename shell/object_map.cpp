@@ -9,8 +9,7 @@ namespace {
 // Classes are entered here as their implementations arrive; until a class is
 // listed, creating it by its class id fails with CLASS_E_CLASSNOTAVAILABLE.
 constexpr ObjectEntry kEntries[] = {
-    {&CLSID_SoapSession, &CSoapSession::CreateObject},
-    {nullptr, nullptr},  // end marker, not an entry
+    {&CLSID_SoapSession, &CSoapSession::CreateObject}, {nullptr, nullptr},  // end marker, not an entry
 };
 
 }  // namespace

@@ -19,21 +19,33 @@ class CHttpSystemData : public CComObjectBase<CHttpSystemData, IDispatchImpl<CHt
   HRESULT STDMETHODCALLTYPE get_Host(BSTR* pVal) override { return Get(m_host, pVal); }
   HRESULT STDMETHODCALLTYPE put_Host(BSTR newVal) override { return Assign(m_host, newVal); }
   HRESULT STDMETHODCALLTYPE get_Port(LONG* pVal) override { return Get(m_port, pVal); }
-  HRESULT STDMETHODCALLTYPE put_Port(LONG newVal) override { m_port = newVal; return S_OK; }
+  HRESULT STDMETHODCALLTYPE put_Port(LONG newVal) override {
+    m_port = newVal;
+    return S_OK;
+  }
   HRESULT STDMETHODCALLTYPE get_SoapEndpoint(BSTR* pVal) override { return Get(m_soapEndpoint, pVal); }
   HRESULT STDMETHODCALLTYPE put_SoapEndpoint(BSTR newVal) override { return Assign(m_soapEndpoint, newVal); }
   HRESULT STDMETHODCALLTYPE get_Timeout(LONG* pVal) override { return Get(m_timeout, pVal); }
-  HRESULT STDMETHODCALLTYPE put_Timeout(LONG newVal) override { m_timeout = newVal; return S_OK; }
+  HRESULT STDMETHODCALLTYPE put_Timeout(LONG newVal) override {
+    m_timeout = newVal;
+    return S_OK;
+  }
   HRESULT STDMETHODCALLTYPE get_ProxyHost(BSTR* pVal) override { return Get(m_proxyHost, pVal); }
   HRESULT STDMETHODCALLTYPE put_ProxyHost(BSTR newVal) override { return Assign(m_proxyHost, newVal); }
   HRESULT STDMETHODCALLTYPE get_ProxyPort(LONG* pVal) override { return Get(m_proxyPort, pVal); }
-  HRESULT STDMETHODCALLTYPE put_ProxyPort(LONG newVal) override { m_proxyPort = newVal; return S_OK; }
+  HRESULT STDMETHODCALLTYPE put_ProxyPort(LONG newVal) override {
+    m_proxyPort = newVal;
+    return S_OK;
+  }
   HRESULT STDMETHODCALLTYPE get_ProxyUser(BSTR* pVal) override { return Get(m_proxyUser, pVal); }
   HRESULT STDMETHODCALLTYPE put_ProxyUser(BSTR newVal) override { return Assign(m_proxyUser, newVal); }
   HRESULT STDMETHODCALLTYPE get_ProxyPassword(BSTR* pVal) override { return Get(m_proxyPassword, pVal); }
   HRESULT STDMETHODCALLTYPE put_ProxyPassword(BSTR newVal) override { return Assign(m_proxyPassword, newVal); }
   HRESULT STDMETHODCALLTYPE get_Stateful(VARIANT_BOOL* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Stateful(VARIANT_BOOL newVal) override { m_stateful = newVal; return S_OK; }
+  HRESULT STDMETHODCALLTYPE put_Stateful(VARIANT_BOOL newVal) override {
+    m_stateful = newVal;
+    return S_OK;
+  }
 
  private:
   static HRESULT Get(const CComBSTR& field, BSTR* pVal);

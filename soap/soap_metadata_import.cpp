@@ -74,9 +74,8 @@ CComPtr<IRfcType> BuildFieldsRowType() {
     SHORT length;
   };
   static const Member kMembers[] = {
-      {u"TABNAME", TYPE_CHAR, 30}, {u"FIELDNAME", TYPE_CHAR, 30}, {u"POSITION", TYPE_INT, 10},
-      {u"EXID", TYPE_CHAR, 1},     {u"DECIMALS", TYPE_INT, 10},   {u"OFFSET_B1", TYPE_INT, 10},
-      {u"LENGTH_B1", TYPE_INT, 10},
+      {u"TABNAME", TYPE_CHAR, 30}, {u"FIELDNAME", TYPE_CHAR, 30}, {u"POSITION", TYPE_INT, 10},  {u"EXID", TYPE_CHAR, 1},
+      {u"DECIMALS", TYPE_INT, 10}, {u"OFFSET_B1", TYPE_INT, 10},  {u"LENGTH_B1", TYPE_INT, 10},
   };
   CComPtr<IRfcType> type = NewType();
   ThrowIfFailed(type->DefineStruct(CComBSTR(u"RFC_FLDS_U")));
@@ -199,20 +198,11 @@ HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* 
 
     CComPtr<IRfcParameters> set;
     switch (p.paramClass) {
-      case u'C':
-        set = Group(target, &IFunctionCall::get_Changing);
-        break;
-      case u'E':
-        set = Group(target, &IFunctionCall::get_Exporting);
-        break;
-      case u'I':
-        set = Group(target, &IFunctionCall::get_Importing);
-        break;
-      case u'T':
-        set = Group(target, &IFunctionCall::get_Tables);
-        break;
-      default:
-        continue;  // exceptions and anything unknown
+      case u'C': set = Group(target, &IFunctionCall::get_Changing); break;
+      case u'E': set = Group(target, &IFunctionCall::get_Exporting); break;
+      case u'I': set = Group(target, &IFunctionCall::get_Importing); break;
+      case u'T': set = Group(target, &IFunctionCall::get_Tables); break;
+      default: continue;  // exceptions and anything unknown
     }
 
     CComPtr<IRfcType> type = NewType();

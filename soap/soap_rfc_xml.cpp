@@ -46,9 +46,7 @@ void Require(const T* p) {
 
 std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
 
-[[noreturn]] void SoapError(const std::string& text) {
-  throw CXVeltrane(CXVeltrane::SOAP_ERROR, Utf8ToWide(text));
-}
+[[noreturn]] void SoapError(const std::string& text) { throw CXVeltrane(CXVeltrane::SOAP_ERROR, Utf8ToWide(text)); }
 
 // ---------------------------------------------------------------- values
 
@@ -239,10 +237,8 @@ bool IsTextType(ABAPTYPE type) {
     case TYPE_FLOAT:
     case TYPE_INT:
     case TYPE_INT2:
-    case TYPE_INT1:
-      return false;
-    default:
-      return true;
+    case TYPE_INT1: return false;
+    default: return true;
   }
 }
 
@@ -512,15 +508,9 @@ void ReadField(const XmlNode* parent, IRfcField* field, const Where& whereIn) {
   const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(View(info.name)));
   if (!node) MissingElement(where);
   switch (info.kind) {
-    case RFCTYPEKIND_SCALAR:
-      PutText(field, info.scalarType, xmlns::Text(node));
-      break;
-    case RFCTYPEKIND_STRUCT:
-      ReadStruct(node, FieldsOf(field, info.name), &where);
-      break;
-    default:
-      ReadTable(node, field, where);
-      break;
+    case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, xmlns::Text(node)); break;
+    case RFCTYPEKIND_STRUCT: ReadStruct(node, FieldsOf(field, info.name), &where); break;
+    default: ReadTable(node, field, where); break;
   }
 }
 
@@ -558,7 +548,8 @@ std::u16string TextOf(const XmlNode* node) {
   if (text.empty()) {
     // A CDATA section is no element value in this parser.
     for (const XmlNode* child = node->first_node(); child; child = child->next_sibling())
-      if (child->type() == rapidxml::node_cdata) return Utf8ToWide(std::string_view(child->value(), child->value_size()));
+      if (child->type() == rapidxml::node_cdata)
+        return Utf8ToWide(std::string_view(child->value(), child->value_size()));
   }
   return Utf8ToWide(text);
 }
@@ -573,12 +564,11 @@ std::u16string TextOf(const XmlNode* node) {
   if (exception) {
     std::u16string text = u" Number:000";
     if (const XmlNode* message = xmlns::FirstChild(exception, "Message")) {
-      std::string formatted =
-          boost::str(boost::format("ID:%1% Type: %2% Number:%3% %4%") %
-                     WideToUtf8(TextOf(xmlns::FirstChild(message, "ID"))) %
-                     WideToUtf8(TextOf(xmlns::FirstChild(message, "Type"))) %
-                     WideToUtf8(TextOf(xmlns::FirstChild(message, "Number"))) %
-                     WideToUtf8(TextOf(xmlns::FirstChild(exception, "Text"))));
+      std::string formatted = boost::str(boost::format("ID:%1% Type: %2% Number:%3% %4%") %
+                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "ID"))) %
+                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Type"))) %
+                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Number"))) %
+                                         WideToUtf8(TextOf(xmlns::FirstChild(exception, "Text"))));
       text = Utf8ToWide(formatted);
     } else {
       text = TextOf(xmlns::FirstChild(exception, "Text"));
@@ -595,21 +585,15 @@ std::u16string TextOf(const XmlNode* node) {
 std::string RfcValueToString(ABAPTYPE type, const VARIANT& value) {
   if (value.vt == VT_EMPTY || value.vt == VT_ERROR) return {};
   switch (type) {
-    case TYPE_DATE:
-      return DateText(value);
-    case TYPE_TIME:
-      return TimeText(value);
+    case TYPE_DATE: return DateText(value);
+    case TYPE_TIME: return TimeText(value);
     case TYPE_BYTE:
-    case TYPE_XSTRING:
-      return BinaryText(value);
-    case TYPE_FLOAT:
-      return FloatText(value);
+    case TYPE_XSTRING: return BinaryText(value);
+    case TYPE_FLOAT: return FloatText(value);
     case TYPE_INT:
     case TYPE_INT2:
-    case TYPE_INT1:
-      return IntegerText(value);
-    default:
-      return StringText(value);
+    case TYPE_INT1: return IntegerText(value);
+    default: return StringText(value);
   }
 }
 
@@ -644,9 +628,7 @@ void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
     TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(View(info.name)) % info.kind,
              nullptr, __FILE__, __LINE__);
   switch (info.kind) {
-    case RFCTYPEKIND_SCALAR:
-      PutScalarValue(doc, parent, field);
-      break;
+    case RFCTYPEKIND_SCALAR: PutScalarValue(doc, parent, field); break;
     case RFCTYPEKIND_STRUCT: {
       CComPtr<IRfcFields> fields = FieldsOf(field, info.name);
       PutStructValue(doc, AppendElement(doc, parent, View(info.name)), fields);
@@ -707,8 +689,9 @@ std::string BuildEnvelope(IFunctionCall* call) {
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
   std::string functionName = "a:" + WideToUtf8(View(name));
-  XmlNode* function = doc.allocate_node(rapidxml::node_element, doc.allocate_string(functionName.data(), functionName.size()),
-                                        "", functionName.size(), 0);
+  XmlNode* function =
+      doc.allocate_node(rapidxml::node_element, doc.allocate_string(functionName.data(), functionName.size()), "",
+                        functionName.size(), 0);
   PutParams(doc, function, Group(call, &IFunctionCall::get_Importing, "IFunctionCall::get_Importing"), u"IMPORTING");
   PutParams(doc, function, Group(call, &IFunctionCall::get_Changing, "IFunctionCall::get_Changing"), u"CHANGING");
   PutParams(doc, function, Group(call, &IFunctionCall::get_Tables, "IFunctionCall::get_Tables"), u"TABLES");
@@ -726,21 +709,15 @@ std::string BuildEnvelope(IFunctionCall* call) {
 
 CComVariant RfcValueFromString(ABAPTYPE type, std::u16string_view text) {
   switch (type) {
-    case TYPE_DATE:
-      return DateValue(text);
-    case TYPE_TIME:
-      return TimeValue(text);
+    case TYPE_DATE: return DateValue(text);
+    case TYPE_TIME: return TimeValue(text);
     case TYPE_BYTE:
-    case TYPE_XSTRING:
-      return BinaryValue(text);
-    case TYPE_FLOAT:
-      return FloatValue(text);
+    case TYPE_XSTRING: return BinaryValue(text);
+    case TYPE_FLOAT: return FloatValue(text);
     case TYPE_INT:
     case TYPE_INT2:
-    case TYPE_INT1:
-      return IntegerValue(text);
-    default:
-      return CComVariant(text);
+    case TYPE_INT1: return IntegerValue(text);
+    default: return CComVariant(text);
   }
 }
 

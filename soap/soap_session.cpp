@@ -14,11 +14,11 @@
 
 namespace {
 
-constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);     // 519
-constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);   // 520
-constexpr HRESULT kCallRunning = static_cast<HRESULT>(0x8004020A);    // 522
-constexpr HRESULT kConnected = static_cast<HRESULT>(0x8004020B);      // 523
-constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);       // 543
+constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);    // 519
+constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);  // 520
+constexpr HRESULT kCallRunning = static_cast<HRESULT>(0x8004020A);   // 522
+constexpr HRESULT kConnected = static_cast<HRESULT>(0x8004020B);     // 523
+constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);      // 543
 
 HRESULT Report(UINT code, HRESULT hr) { return ReportError(CLSID_SoapSession, code, hr); }
 
@@ -38,8 +38,7 @@ HRESULT Guarded(const char* operation, Body body, const std::function<void(const
     log(boost::format("CXVeltrane Error: %1% in CSOAPSession::%2%()") % e.what() % operation);
     return Report(519, kUnexpected);
   } catch (const _com_error& e) {
-    log(boost::format("COM Error %1% (%2%) in CSOAPSession::%3%()") % e.Error() % Narrow(e.ErrorMessage()) %
-        operation);
+    log(boost::format("COM Error %1% (%2%) in CSOAPSession::%3%()") % e.Error() % Narrow(e.ErrorMessage()) % operation);
     return e.Error();
   } catch (const std::exception& e) {
     log(boost::format("C++ Exception: %1% in CSOAPSession::%2%()") % e.what() % operation);
@@ -308,8 +307,8 @@ HRESULT CSoapSession::Disconnect() {
 void CSoapSession::SetError(VARIANT_BOOL flag, long group, const std::u16string& groupText,
                             const std::u16string& message, const std::u16string& moduleName) {
   if (flag)
-    TRACE_LOG(TRACE_ERROR, (boost::format("SetError: %1% %2% %3% %4%") % group % Narrow(groupText) %
-                            Narrow(message) % Narrow(moduleName)));
+    TRACE_LOG(TRACE_ERROR, (boost::format("SetError: %1% %2% %3% %4%") % group % Narrow(groupText) % Narrow(message) %
+                            Narrow(moduleName)));
   SetErrorFlag(flag);
   IRfcError* info = ErrorInfoObject();
   if (!info) return;

@@ -81,8 +81,8 @@ class RequestCore {
   std::string m_body;
 
   // ---- worker only: what libcurl handed over, and the progress of the notifications
-  std::string m_headStatus;   // status code of the last head seen
-  std::string m_headType;     // its Content-Type
+  std::string m_headStatus;  // status code of the last head seen
+  std::string m_headType;    // its Content-Type
   std::string m_lastHeadStatus;
   std::string m_lastHeadType;
   bool m_headersComplete = false;
@@ -492,8 +492,7 @@ size_t RequestCore::OnHeader(char* data, size_t size, size_t count, void* self) 
     }
   } else {
     const size_t colon = line.find(':');
-    if (colon != std::string_view::npos && colon == 12 &&
-        strncasecmp(line.data(), "Content-Type", 12) == 0) {
+    if (colon != std::string_view::npos && colon == 12 && strncasecmp(line.data(), "Content-Type", 12) == 0) {
       std::string_view value = line.substr(colon + 1);
       while (!value.empty() && (value.front() == ' ' || value.front() == '\t')) value.remove_prefix(1);
       while (!value.empty() && (value.back() == ' ' || value.back() == '\t')) value.remove_suffix(1);
@@ -641,9 +640,7 @@ DWORD WinHttpRequest::LastError() const {
   return m_core->m_error;
 }
 
-bool IsFinalStatus(int32_t status) {
-  return status == REQUEST_STATUS_COMPLETE || status == REQUEST_STATUS_FAILED;
-}
+bool IsFinalStatus(int32_t status) { return status == REQUEST_STATUS_COMPLETE || status == REQUEST_STATUS_FAILED; }
 
 // ---------------------------------------------------------- WinHttpTransport
 
@@ -761,8 +758,8 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_LOGIN_FAILURE);
 
   const std::string action =
-      (boost::format("SOAPAction: %1%") % (boost::format("\"urn:sap-com:document:sap:rfc:functions/%1%\"") %
-                                           winhttp::BstrUtf8(function)))
+      (boost::format("SOAPAction: %1%") %
+       (boost::format("\"urn:sap-com:document:sap:rfc:functions/%1%\"") % winhttp::BstrUtf8(function)))
           .str();
   const char* lines[] = {"Content-Type: text/xml; charset=UTF-8", "Accept-Charset: UTF-8", action.c_str(),
                          // What WinHTTP does not send either.

@@ -24,12 +24,12 @@
 // Status numbers of a request; the gaps are deliberate.
 enum WINHTTP_REQUEST_STATUS : int32_t {
   REQUEST_STATUS_INITIAL = 0,
-  REQUEST_STATUS_SENDING = 1,          // the request is about to be handed to the worker
-  REQUEST_STATUS_BODY_WRITTEN = 4,     // the body has been written
-  REQUEST_STATUS_RECEIVING = 5,        // the request is sent; waiting for the answer's head
-  REQUEST_STATUS_HEADERS = 6,          // status code and content type have been read
-  REQUEST_STATUS_COMPLETE = 8,         // the answer is complete
-  REQUEST_STATUS_FAILED = 9,           // the request has failed
+  REQUEST_STATUS_SENDING = 1,       // the request is about to be handed to the worker
+  REQUEST_STATUS_BODY_WRITTEN = 4,  // the body has been written
+  REQUEST_STATUS_RECEIVING = 5,     // the request is sent; waiting for the answer's head
+  REQUEST_STATUS_HEADERS = 6,       // status code and content type have been read
+  REQUEST_STATUS_COMPLETE = 8,      // the answer is complete
+  REQUEST_STATUS_FAILED = 9,        // the request has failed
 };
 
 // The notifications the worker delivers, by WinHTTP's numbers.
@@ -124,8 +124,8 @@ class WinHttpTransport {
 
  private:
   std::shared_ptr<winhttp::Engine> m_session;  // session handle
-  std::string m_connection;                   // connection: "http://host[:port]"
-  std::string m_proxy;                        // named proxy, "host[:port]"; empty for none
+  std::string m_connection;                    // connection: "http://host[:port]"
+  std::string m_proxy;                         // named proxy, "host[:port]"; empty for none
   bool m_proxyPortGiven = false;
   CComPtr<IHttpSystemData> m_systemData;
   CComPtr<ILogonData> m_logonData;

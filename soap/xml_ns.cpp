@@ -17,8 +17,8 @@ bool Declared(const Node* element, std::string_view prefix, std::string_view* ur
     std::string_view name = AttrName(a);
     if (!name.starts_with("xmlns")) continue;
     std::string_view rest = name.substr(5);
-    bool match = prefix.empty() ? rest.empty() : (rest.size() == prefix.size() + 1 && rest[0] == ':' &&
-                                                  rest.substr(1) == prefix);
+    bool match = prefix.empty() ? rest.empty()
+                                : (rest.size() == prefix.size() + 1 && rest[0] == ':' && rest.substr(1) == prefix);
     if (match) {
       *uri = std::string_view(a->value(), a->value_size());
       return true;

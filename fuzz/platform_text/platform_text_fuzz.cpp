@@ -35,25 +35,22 @@ void fuzzUnicode(const uint8_t* data, size_t size) {
   try {
     const std::u16string wide = Utf8ToWide(narrow);
     if (WideToUtf8(wide) != narrow) std::abort();  // a valid text survives the round trip
-  } catch (const std::range_error&) {
-  }
+  } catch (const std::range_error&) {}
   try {
     WideToUtf8(asWide(data, size));
-  } catch (const std::range_error&) {
-  }
+  } catch (const std::range_error&) {}
 }
 
 void fuzzFormat(const std::u16string& format) {
   try {
     FormatW(format, 42, -7LL, 3.25, u"wide", "narrow", static_cast<const void*>(nullptr));
-  } catch (const std::exception&) {
-  }
+  } catch (const std::exception&) {}
 }
 
 void fuzzConversions(const std::u16string& text, uint8_t selector) {
-  static const VARTYPE targets[] = {VT_I1,  VT_UI1, VT_I2,  VT_UI2,   VT_I4,   VT_UI4,  VT_I8,   VT_UI8,
-                                    VT_INT, VT_UINT, VT_R4, VT_R8,    VT_CY,   VT_DATE, VT_BOOL, VT_DECIMAL,
-                                    VT_BSTR, VT_EMPTY, VT_NULL, VT_ERROR};
+  static const VARTYPE targets[] = {VT_I1,   VT_UI1,     VT_I2,   VT_UI2,   VT_I4,   VT_UI4,  VT_I8,
+                                    VT_UI8,  VT_INT,     VT_UINT, VT_R4,    VT_R8,   VT_CY,   VT_DATE,
+                                    VT_BOOL, VT_DECIMAL, VT_BSTR, VT_EMPTY, VT_NULL, VT_ERROR};
   const VARTYPE vt = targets[selector % (sizeof(targets) / sizeof(targets[0]))];
   const LCID lcid = (selector & 0x80) ? 0x0407 : 0x0409;
   CComVariant src(text.c_str());

@@ -9,9 +9,9 @@
 #include <memory>
 #include <string>
 
-#include "engine/system.hpp"
-#include "soap/soap_codec.hpp"
-#include "soap/soap_service.hpp"
+#include "engine/system.h"
+#include "soap/soap_codec.h"
+#include "soap/soap_service.h"
 
 namespace {
 
@@ -40,8 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     vsim::soap::parseRequest(*sim.system, input, call);
   } catch (const vsim::soap::SoapFault&) {
-  } catch (const vsim::SystemFailure&) {
-  }
+  } catch (const vsim::SystemFailure&) {}
 
   http::request_parser<http::string_body> parser;
   parser.eager(true);

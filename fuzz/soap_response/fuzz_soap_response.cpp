@@ -25,9 +25,9 @@ CComPtr<IFunctionCall> MakeCall() {
   const struct {
     const char16_t* name;
     ABAPTYPE type;
-  } scalars[] = {{u"C", TYPE_CHAR}, {u"D", TYPE_DATE},  {u"P", TYPE_BCD},    {u"T", TYPE_TIME},
-                 {u"X", TYPE_BYTE}, {u"N", TYPE_NUM},   {u"F", TYPE_FLOAT},  {u"I", TYPE_INT},
-                 {u"S", TYPE_INT2}, {u"B", TYPE_INT1},  {u"G", TYPE_STRING}, {u"Y", TYPE_XSTRING}};
+  } scalars[] = {{u"C", TYPE_CHAR}, {u"D", TYPE_DATE}, {u"P", TYPE_BCD},    {u"T", TYPE_TIME},
+                 {u"X", TYPE_BYTE}, {u"N", TYPE_NUM},  {u"F", TYPE_FLOAT},  {u"I", TYPE_INT},
+                 {u"S", TYPE_INT2}, {u"B", TYPE_INT1}, {u"G", TYPE_STRING}, {u"Y", TYPE_XSTRING}};
   CComPtr<IRfcType> row;
   CreateRfcType(&row);
   row->DefineStruct(CComBSTR(u"ROW"));

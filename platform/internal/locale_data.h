@@ -21,18 +21,18 @@ struct LocaleInfo {
   char16_t positiveSign;     // '+'
   const char16_t* currency;  // u"\u20AC"
   DateOrder dateOrder;
-  char16_t dateSep;                 // '/', '.'
-  char16_t timeSep;                 // ':'
-  const char16_t* shortDate;        // u"M/d/yyyy"
-  const char16_t* timeFormat;       // u"h:mm:ss tt"
-  const char16_t* amDesignator;     // u"AM"
-  const char16_t* pmDesignator;     // u"PM"
-  const char16_t* months[12];       // January first
+  char16_t dateSep;              // '/', '.'
+  char16_t timeSep;              // ':'
+  const char16_t* shortDate;     // u"M/d/yyyy"
+  const char16_t* timeFormat;    // u"h:mm:ss tt"
+  const char16_t* amDesignator;  // u"AM"
+  const char16_t* pmDesignator;  // u"PM"
+  const char16_t* months[12];    // January first
   const char16_t* monthsAbbr[12];
-  const char16_t* days[7];          // Sunday first, as SYSTEMTIME::wDayOfWeek
+  const char16_t* days[7];  // Sunday first, as SYSTEMTIME::wDayOfWeek
   const char16_t* daysAbbr[7];
-  const char16_t* trueWord;         // u"True"
-  const char16_t* falseWord;        // u"False"
+  const char16_t* trueWord;   // u"True"
+  const char16_t* falseWord;  // u"False"
 };
 
 // The en-US entry; the words of VARIANT_ALPHABOOL and the fallback for
@@ -63,7 +63,6 @@ size_t TextLength(const char16_t* s);
 
 // Linguistic comparison of two texts under a locale, with the NORM_* flags.
 // Returns -1, 0 or 1.
-int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const char16_t* b, size_t nb,
-                   ULONG flags);
+int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const char16_t* b, size_t nb, ULONG flags);
 
 }  // namespace platform_detail

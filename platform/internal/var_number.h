@@ -55,10 +55,10 @@ int CompareExact(const ExactDecimal& a, const ExactDecimal& b);
 // written with "&H" / "&O".
 struct ParsedNumber {
   bool negative = false;
-  bool radix = false;       // "&H..." or "&O..."
+  bool radix = false;  // "&H..." or "&O..."
   uint64_t radixValue = 0;
-  std::string digits;       // significant digits, no leading or trailing zeros; empty is zero
-  bool sticky = false;      // non-zero digits beyond `digits` were dropped
+  std::string digits;   // significant digits, no leading or trailing zeros; empty is zero
+  bool sticky = false;  // non-zero digits beyond `digits` were dropped
   long exponent = 0;
 };
 

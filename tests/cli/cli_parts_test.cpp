@@ -90,11 +90,16 @@ TEST(CliBase64, RoundTripAndRejection) {
 }
 
 TEST(CliText, Utf16RoundTrip) {
-  const std::string text = "Gr\xC3\xBC\xC3\x9F" "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x9A\x80";
+  const std::string text =
+      "Gr\xC3\xBC\xC3\x9F"
+      "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x9A\x80";
   EXPECT_EQ(toUtf8(toUtf16(text)), text);
   EXPECT_EQ(toUtf16(text).size(), 11u);
   EXPECT_EQ(displayWidth(text), 10u);
-  EXPECT_EQ(toUtf8(toUtf16("a\xFF" "b")), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(toUtf8(toUtf16("a\xFF"
+                           "b")),
+            "a\xEF\xBF\xBD"
+            "b");
 }
 
 TEST(CliTablePlan, SelectionLinesBreakAtBlanksOutsideLiterals) {

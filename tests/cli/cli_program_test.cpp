@@ -12,7 +12,7 @@
 #include <regex>
 
 #include "program_runner.h"
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
@@ -76,7 +76,6 @@ vsim::testing::SimProcess* CliProgram::sim_ = nullptr;
 
 #define EXPECT_OK(r) EXPECT_EQ((r).status, 0) << "stdout:\n" << (r).out << "\nstderr:\n" << (r).err
 
-
 // ---- ping, check-password, check-unicode ----------------------------------
 
 TEST_F(CliProgram, PingAnswersAsJsonAndAsTable) {
@@ -97,9 +96,9 @@ TEST_F(CliProgram, PingAnswersAsJsonAndAsTable) {
 }
 
 TEST_F(CliProgram, ConnectionOptionsMayStandBeforeTheCommand) {
-  RunResult r = clitest::runProgram(
-      VELTRANE_CLI_PROGRAM, {"--port", std::to_string(sim_->soapPort()), "--client", "100", "ping"},
-      {{"VELTRANE_PASSWORD", "Welcome1"}, {"VELTRANE_USER", "demo"}});
+  RunResult r =
+      clitest::runProgram(VELTRANE_CLI_PROGRAM, {"--port", std::to_string(sim_->soapPort()), "--client", "100", "ping"},
+                          {{"VELTRANE_PASSWORD", "Welcome1"}, {"VELTRANE_USER", "demo"}});
   EXPECT_OK(r);
   EXPECT_EQ(json(r)["client"], "100");
   EXPECT_EQ(json(r)["user"], "DEMO");
@@ -195,10 +194,9 @@ TEST_F(CliProgram, TableAsJsonArgumentAndAsFile) {
 }
 
 TEST_F(CliProgram, ValuesOfEveryScalarKindTravelBothWays) {
-  RunResult r = veltrane({"call", "Z_VSIM_TYPES", "IV_CHAR=abc", "IV_NUMC=42", "IV_DATE=2024-02-29",
-                          "IV_TIME=23:59:58", "IV_RAW=3q2+7w==", "IV_PACKED=-12.50", "IV_FLOAT=-2.5", "IV_INT=2000000000",
-                          "IV_INT1=255", "IV_INT2=300", "IV_STRING=@@at", "IV_XSTRING=AQID",
-                          "CV_DATE=20241231", "CV_INT=41",
+  RunResult r = veltrane({"call", "Z_VSIM_TYPES", "IV_CHAR=abc", "IV_NUMC=42", "IV_DATE=2024-02-29", "IV_TIME=23:59:58",
+                          "IV_RAW=3q2+7w==", "IV_PACKED=-12.50", "IV_FLOAT=-2.5", "IV_INT=2000000000", "IV_INT1=255",
+                          "IV_INT2=300", "IV_STRING=@@at", "IV_XSTRING=AQID", "CV_DATE=20241231", "CV_INT=41",
                           R"(IS_FLAT={"CHAR":"x","DATE":"2000-01-01","INT":3})"});
   EXPECT_OK(r);
   const Json e = json(r)["exporting"];
@@ -282,8 +280,8 @@ TEST_F(CliProgram, DescribePrintsTheXmlForm) {
 // ---- read-table -----------------------------------------------------------
 
 TEST_F(CliProgram, ReadTableAsTable) {
-  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE,PRICE", "--where",
-                          "CARRID = 'LH'", "--max", "10", "--format", "table"});
+  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE,PRICE", "--where", "CARRID = 'LH'",
+                          "--max", "10", "--format", "table"});
   EXPECT_OK(r);
   std::istringstream lines(r.out);
   std::string header, rule, line;
@@ -307,9 +305,8 @@ TEST_F(CliProgram, ReadTablePagesWithMaxAndSkip) {
   ASSERT_EQ(all.size(), 12u);
   EXPECT_EQ(json(whole)["fields"], Json::parse(R"(["CARRID","CONNID","FLDATE"])"));
 
-  RunResult paged = veltrane(
-      {"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE", "--skip", "5", "--max", "7", "--page-size", "3",
-       "--progress"});
+  RunResult paged = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE", "--skip", "5", "--max", "7",
+                              "--page-size", "3", "--progress"});
   EXPECT_OK(paged);
   const Json part = json(paged)["rows"];
   ASSERT_EQ(part.size(), 7u);
@@ -355,14 +352,15 @@ TEST_F(CliProgram, WideFieldListIsSplitIntoSeveralReadsAndJoined) {
   std::ifstream in(trace);
   std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   size_t reads = 0;
-  for (size_t p = text.find("CTableReader::Read()\n"); p != std::string::npos; p = text.find("CTableReader::Read()\n", p + 1))
+  for (size_t p = text.find("CTableReader::Read()\n"); p != std::string::npos;
+       p = text.find("CTableReader::Read()\n", p + 1))
     ++reads;
   EXPECT_EQ(reads, 9u);
 }
 
 TEST_F(CliProgram, WideReadWithSelectionAndFieldsInOwnOrder) {
-  RunResult r = veltrane({"read-table", "ZVCLI_WIDE", "--fields", "quantity,text3,text1,id", "--where", "ID >= '000020'",
-                          "--where", "QUANTITY < 162", "--format", "table"});
+  RunResult r = veltrane({"read-table", "ZVCLI_WIDE", "--fields", "quantity,text3,text1,id", "--where",
+                          "ID >= '000020'", "--where", "QUANTITY < 162", "--format", "table"});
   EXPECT_OK(r);
   std::istringstream lines(r.out);
   std::string header, rule, line;

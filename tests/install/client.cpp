@@ -82,10 +82,10 @@ int main() {
   check(disp->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id) == S_OK && id == 1, "GetIDsOfNames");
   DISPPARAMS none{nullptr, nullptr, 0, 0};
   CComVariant result;
-  check(disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, &result, nullptr, nullptr) ==
-                S_OK &&
-            result.vt == VT_I4 && result.lVal == RFCERROR_COMMUNICATION,
-        "late-bound get");
+  check(
+      disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_PROPERTYGET, &none, &result, nullptr, nullptr) == S_OK &&
+          result.vt == VT_I4 && result.lVal == RFCERROR_COMMUNICATION,
+      "late-bound get");
   CComVariant value(u"105");  // coerced to the enum's integer
   DISPID putId = DISPID_PROPERTYPUT;
   DISPPARAMS put{&value, &putId, 1, 1};

@@ -11,7 +11,6 @@ class ModelEnvironment : public ::testing::Environment {
   void SetUp() override { ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK); }
 };
 
-[[maybe_unused]] ::testing::Environment* const kEnvironment =
-    ::testing::AddGlobalTestEnvironment(new ModelEnvironment);
+[[maybe_unused]] ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvironment(new ModelEnvironment);
 
 }  // namespace

@@ -60,31 +60,87 @@ TEST(LateBound, EveryMemberHasItsDispId) {
   CComPtr<ITypeCache> cache;
   CreateTypeCache(&cache);
 
-  ExpectDispIds(row, {{u"name", 1}, {u"Kind", 2}, {u"ScalarType", 3}, {u"ScalarLength", 4}, {u"ScalarDecimals", 5},
-                      {u"StructOffset", 6}, {u"StructLength", 7}, {u"StructFields", 8}, {u"RowType", 9},
-                      {u"DefineScalar", 10}, {u"DefineStruct", 11}, {u"DefineTable", 12},
-                      {u"AddComplexStructField", 13}, {u"AddScalarStructField", 14}, {u"Tag", 20},
-                      {u"structOffsetC1", 21}, {u"structLengthC1", 22}, {u"GetInternalObj", 23}});
-  ExpectDispIds(types, {{u"Count", 1}, {u"Add", 2}, {u"Remove", 3}, {u"RemoveAll", 4}, {u"HasKey", 5},
-                        {u"Item", 0}, {u"_NewEnum", -4}});
-  ExpectDispIds(field, {{u"name", 1}, {u"RfcType", 2}, {u"value", 0}, {u"Fields", 3}, {u"Rows", 4},
-                        {u"get_InternalType", 6}, {u"get_IsEmpty", 10}});
+  ExpectDispIds(row, {{u"name", 1},
+                      {u"Kind", 2},
+                      {u"ScalarType", 3},
+                      {u"ScalarLength", 4},
+                      {u"ScalarDecimals", 5},
+                      {u"StructOffset", 6},
+                      {u"StructLength", 7},
+                      {u"StructFields", 8},
+                      {u"RowType", 9},
+                      {u"DefineScalar", 10},
+                      {u"DefineStruct", 11},
+                      {u"DefineTable", 12},
+                      {u"AddComplexStructField", 13},
+                      {u"AddScalarStructField", 14},
+                      {u"Tag", 20},
+                      {u"structOffsetC1", 21},
+                      {u"structLengthC1", 22},
+                      {u"GetInternalObj", 23}});
+  ExpectDispIds(
+      types,
+      {{u"Count", 1}, {u"Add", 2}, {u"Remove", 3}, {u"RemoveAll", 4}, {u"HasKey", 5}, {u"Item", 0}, {u"_NewEnum", -4}});
+  ExpectDispIds(field, {{u"name", 1},
+                        {u"RfcType", 2},
+                        {u"value", 0},
+                        {u"Fields", 3},
+                        {u"Rows", 4},
+                        {u"get_InternalType", 6},
+                        {u"get_IsEmpty", 10}});
   ExpectDispIds(fields, {{u"Count", 1}, {u"HasKey", 2}, {u"Item", 0}, {u"_NewEnum", -4}, {u"AddField", 6}});
-  ExpectDispIds(rows, {{u"Count", 1}, {u"Item", 0}, {u"_NewEnum", -4}, {u"FileMode", 6}, {u"DataCol", 7},
-                       {u"IndexCol", 8}, {u"RfcType", 9}, {u"AddRows", 10}, {u"AddRow", 11}, {u"SetFileMode", 12},
-                       {u"RemoveAll", 13}, {u"put_RfcType", 14}});
-  ExpectDispIds(param, {{u"name", 1}, {u"RfcType", 2}, {u"value", 0}, {u"Fields", 3}, {u"Rows", 4},
-                        {u"DefineScalar", 5}, {u"Define", 6}, {u"get_InternalType", 7}, {u"get_InternalField", 8},
-                        {u"Optional", 20}, {u"Description", 21}, {u"DefaultValue", 22}, {u"get_IsEmpty", 23},
+  ExpectDispIds(rows, {{u"Count", 1},
+                       {u"Item", 0},
+                       {u"_NewEnum", -4},
+                       {u"FileMode", 6},
+                       {u"DataCol", 7},
+                       {u"IndexCol", 8},
+                       {u"RfcType", 9},
+                       {u"AddRows", 10},
+                       {u"AddRow", 11},
+                       {u"SetFileMode", 12},
+                       {u"RemoveAll", 13},
+                       {u"put_RfcType", 14}});
+  ExpectDispIds(param, {{u"name", 1},
+                        {u"RfcType", 2},
+                        {u"value", 0},
+                        {u"Fields", 3},
+                        {u"Rows", 4},
+                        {u"DefineScalar", 5},
+                        {u"Define", 6},
+                        {u"get_InternalType", 7},
+                        {u"get_InternalField", 8},
+                        {u"Optional", 20},
+                        {u"Description", 21},
+                        {u"DefaultValue", 22},
+                        {u"get_IsEmpty", 23},
                         {u"IsRequested", 24}});
-  ExpectDispIds(Tables(call), {{u"Count", 1}, {u"HasKey", 2}, {u"Item", 0}, {u"_NewEnum", -4}, {u"AddScalar", 6},
-                               {u"AddParameter", 7}, {u"AddTable", 8}, {u"RemoveParameter", 20}});
-  ExpectDispIds(call, {{u"Function", 1}, {u"Importing", 2}, {u"Exporting", 3}, {u"Changing", 4}, {u"Tables", 5},
-                       {u"Documentation", 6}, {u"RaiseException", 20}, {u"GetException", 21}, {u"ToXML", 23},
+  ExpectDispIds(Tables(call), {{u"Count", 1},
+                               {u"HasKey", 2},
+                               {u"Item", 0},
+                               {u"_NewEnum", -4},
+                               {u"AddScalar", 6},
+                               {u"AddParameter", 7},
+                               {u"AddTable", 8},
+                               {u"RemoveParameter", 20}});
+  ExpectDispIds(call, {{u"Function", 1},
+                       {u"Importing", 2},
+                       {u"Exporting", 3},
+                       {u"Changing", 4},
+                       {u"Tables", 5},
+                       {u"Documentation", 6},
+                       {u"RaiseException", 20},
+                       {u"GetException", 21},
+                       {u"ToXML", 23},
                        {u"FromXML", 24}});
   ExpectDispIds(calls, {{u"Count", 1}, {u"HasKey", 2}, {u"Item", 0}, {u"_NewEnum", -4}, {u"AddFunction", 6}});
-  ExpectDispIds(cache, {{u"GetType", 1}, {u"AddType", 2}, {u"Clear", 3}, {u"GetFunction", 10},
-                        {u"AddFunction", 11}, {u"SaveToXML", 12}, {u"LoadFromXML", 13}});
+  ExpectDispIds(cache, {{u"GetType", 1},
+                        {u"AddType", 2},
+                        {u"Clear", 3},
+                        {u"GetFunction", 10},
+                        {u"AddFunction", 11},
+                        {u"SaveToXML", 12},
+                        {u"LoadFromXML", 13}});
 }
 
 TEST(LateBound, AClientBuildsFillsCopiesAndWritesACall) {
@@ -198,8 +254,8 @@ TEST(LateBound, GetExceptionFillsItsOutArguments) {
   DISPPARAMS params{args, nullptr, 2, 0};
   EXCEPINFO info{};
   UINT argErr = 0;
-  ASSERT_EQ(call->Invoke(DispIdOf(call, u"GetException"), IID_NULL, LOCALE_USER_DEFAULT, kCall, &params, nullptr,
-                         &info, &argErr),
+  ASSERT_EQ(call->Invoke(DispIdOf(call, u"GetException"), IID_NULL, LOCALE_USER_DEFAULT, kCall, &params, nullptr, &info,
+                         &argErr),
             S_OK);
   EXPECT_EQ(Str(exception), u"NOT_FOUND");
   EXPECT_EQ(Str(message), u"");

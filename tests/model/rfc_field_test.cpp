@@ -209,7 +209,8 @@ TEST(RfcField, FieldsAndRowsCheckTheKindOfTheType) {
 
 TEST(RfcField, InternalTypeTellsFlatFromDeepStructures) {
   EXPECT_EQ(InternalType(FieldOf(Scalar(u"S", TYPE_STRING))), 1);
-  CComPtr<IRfcType> flat = Struct(u"FLAT", {Scalar(u"A", TYPE_CHAR, 1), Scalar(u"B", TYPE_INT), Scalar(u"C", TYPE_BCD, 5)});
+  CComPtr<IRfcType> flat =
+      Struct(u"FLAT", {Scalar(u"A", TYPE_CHAR, 1), Scalar(u"B", TYPE_INT), Scalar(u"C", TYPE_BCD, 5)});
   EXPECT_EQ(InternalType(FieldOf(flat)), 2);
   EXPECT_EQ(InternalType(FieldOf(Struct(u"S1", {Scalar(u"A", TYPE_CHAR, 1), Scalar(u"B", TYPE_STRING)}))), 3);
   EXPECT_EQ(InternalType(FieldOf(Struct(u"S2", {Scalar(u"A", TYPE_XSTRING)}))), 3);
@@ -231,8 +232,8 @@ TEST(RfcField, InternalTypeReadsTheTypeAsItIsNow) {
 
 TEST(RfcField, IsEmptyOfStructuresAndTables) {
   CComPtr<IRfcType> row = Struct(u"ROW", {Scalar(u"Y", TYPE_CHAR, 1)});
-  CComPtr<IRfcType> st = Struct(u"ST", {Scalar(u"A", TYPE_CHAR, 1), Table(u"T", row).p,
-                                        Struct(u"IN", {Scalar(u"B", TYPE_INT)}).p});
+  CComPtr<IRfcType> st =
+      Struct(u"ST", {Scalar(u"A", TYPE_CHAR, 1), Table(u"T", row).p, Struct(u"IN", {Scalar(u"B", TYPE_INT)}).p});
   CComPtr<IRfcField> f = FieldOf(st);
   EXPECT_EQ(IsEmpty(f), VARIANT_TRUE);  // also with a nested table without rows
   CComPtr<IRfcFields> fs = FieldsOf(f);

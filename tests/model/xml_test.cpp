@@ -183,7 +183,8 @@ TEST(CallXml, ARoundTripKeepsTheTypesAndTheLayout) {
 TEST(CallXml, TheOrderOfTheSetsInTheDocumentDoesNotMatter) {
   const std::u16string ordered =
       u"<function name=\"Z\" doc=\"\">"
-      u"<importing name=\"I1\" optional=\"X\"><type name=\"\" kind=\"scalar\" abaptype=\"8\" length=\"4\" decimals=\"0\"/></importing>"
+      u"<importing name=\"I1\" optional=\"X\"><type name=\"\" kind=\"scalar\" abaptype=\"8\" length=\"4\" "
+      u"decimals=\"0\"/></importing>"
       u"<importing name=\"I2\"><type name=\"\" kind=\"scalar\" abaptype=\"0\" length=\"1\" decimals=\"0\"/></importing>"
       u"<tables name=\"T\"><type name=\"T\" kind=\"table\"><type name=\"R\" kind=\"struct\">"
       u"<type name=\"A\" kind=\"scalar\" abaptype=\"0\" length=\"1\" decimals=\"0\"/></type></type></tables>"
@@ -192,7 +193,8 @@ TEST(CallXml, TheOrderOfTheSetsInTheDocumentDoesNotMatter) {
       u"<function name=\"Z\" doc=\"\">"
       u"<tables name=\"T\"><type name=\"T\" kind=\"table\"><type name=\"R\" kind=\"struct\">"
       u"<type name=\"A\" kind=\"scalar\" abaptype=\"0\" length=\"1\" decimals=\"0\"/></type></type></tables>"
-      u"<importing name=\"I1\" optional=\"X\"><type name=\"\" kind=\"scalar\" abaptype=\"8\" length=\"4\" decimals=\"0\"/></importing>"
+      u"<importing name=\"I1\" optional=\"X\"><type name=\"\" kind=\"scalar\" abaptype=\"8\" length=\"4\" "
+      u"decimals=\"0\"/></importing>"
       u"<unknown name=\"IGNORED\"/>"
       u"<importing name=\"I2\"><type name=\"\" kind=\"scalar\" abaptype=\"0\" length=\"1\" decimals=\"0\"/></importing>"
       u"</function>";
@@ -222,9 +224,9 @@ TEST(CallXml, OptionalIsTrueOnlyForX) {
 }
 
 TEST(CallXml, MissingScalarAttributesReadAsMinusOneAndLengthsAreCutTo16Bits) {
-  CComPtr<IFunctionCall> call =
-      Read(u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" length=\"70000\" decimals=\"-2\"/>"
-           u"</importing></function>");
+  CComPtr<IFunctionCall> call = Read(
+      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" length=\"70000\" decimals=\"-2\"/>"
+      u"</importing></function>");
   CComPtr<IRfcType> t = TypeOf(Importing(call), u"P");
   ABAPTYPE type;
   SHORT length, decimals;
@@ -241,15 +243,19 @@ TEST(CallXml, MissingScalarAttributesReadAsMinusOneAndLengthsAreCutTo16Bits) {
 }
 
 TEST(CallXml, NumbersMustStartWithADigitAndFit32Bits) {
-  ExpectXmlFailure(u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" abaptype=\"x1\"/></importing></function>",
-                   u"invalid stoi argument");
-  ExpectXmlFailure(u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" length=\"\"/></importing></function>",
-                   u"invalid stoi argument");
   ExpectXmlFailure(
-      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" length=\"2147483648\"/></importing></function>",
+      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" abaptype=\"x1\"/></importing></function>",
+      u"invalid stoi argument");
+  ExpectXmlFailure(
+      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" length=\"\"/></importing></function>",
+      u"invalid stoi argument");
+  ExpectXmlFailure(
+      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" "
+      u"length=\"2147483648\"/></importing></function>",
       u"stoi argument out of range");
   ExpectXmlFailure(
-      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" structoffset=\"-99999999999\"/></importing></function>",
+      u"<function name=\"Z\"><importing name=\"P\"><type kind=\"scalar\" "
+      u"structoffset=\"-99999999999\"/></importing></function>",
       u"stoi argument out of range");
   // Leading blanks, a sign and trailing text are accepted as the number parser does.
   CComPtr<IFunctionCall> call = Read(
@@ -269,7 +275,8 @@ TEST(CallXml, FromXmlTwiceFailsBecauseTheFirstSetTheName) {
 
 TEST(CallXml, ACallWithAnEmptyNameCanBeReadTwice) {
   const std::u16string xml =
-      u"<function name=\"\" doc=\"\"><importing name=\"P\"><type kind=\"scalar\" abaptype=\"0\"/></importing></function>";
+      u"<function name=\"\" doc=\"\"><importing name=\"P\"><type kind=\"scalar\" "
+      u"abaptype=\"0\"/></importing></function>";
   CComPtr<IFunctionCall> call = Read(xml);
   EXPECT_EQ(FromXml(call, xml), S_OK);
   EXPECT_EQ(CountOf(Importing(call)), 2);
@@ -317,8 +324,9 @@ TEST(CallXml, TheParserIsLenientWhereItIsLenient) {
 TEST(CallXml, AParameterWithoutTypeFailsAndKeepsWhatWasReadBefore) {
   CComPtr<IFunctionCall> call = NewCall();
   ClearError();
-  EXPECT_EQ(FromXml(call, u"<function name=\"Z\"><importing name=\"A\"><type kind=\"scalar\"/></importing>"
-                          u"<importing name=\"B\"/><importing name=\"C\"><type kind=\"scalar\"/></importing></function>"),
+  EXPECT_EQ(FromXml(call,
+                    u"<function name=\"Z\"><importing name=\"A\"><type kind=\"scalar\"/></importing>"
+                    u"<importing name=\"B\"/><importing name=\"C\"><type kind=\"scalar\"/></importing></function>"),
             E_INVALIDARG);
   ErrorRecord r = TakeError();
   EXPECT_TRUE(r.present);
@@ -331,11 +339,13 @@ TEST(CallXml, AParameterWithoutTypeFailsAndKeepsWhatWasReadBefore) {
 
 TEST(CallXml, ATableWithoutARowOrWithAScalarRowFails) {
   CComPtr<IFunctionCall> call = NewCall();
-  EXPECT_EQ(FromXml(call, u"<function name=\"Z\"><tables name=\"T\"><type name=\"T\" kind=\"table\"/></tables></function>"),
-            E_INVALIDARG);
+  EXPECT_EQ(
+      FromXml(call, u"<function name=\"Z\"><tables name=\"T\"><type name=\"T\" kind=\"table\"/></tables></function>"),
+      E_INVALIDARG);
   CComPtr<IFunctionCall> other = NewCall();
-  ExpectModelError(FromXml(other, u"<function name=\"Z\"><tables name=\"T\"><type name=\"T\" kind=\"table\">"
-                                  u"<type kind=\"scalar\"/></type></tables></function>"),
+  ExpectModelError(FromXml(other,
+                           u"<function name=\"Z\"><tables name=\"T\"><type name=\"T\" kind=\"table\">"
+                           u"<type kind=\"scalar\"/></type></tables></function>"),
                    516, u"Veltrane.RfcType.1", u"Object is not a structure");
   EXPECT_EQ(CountOf(Tables(other)), 0);
 }
@@ -403,8 +413,8 @@ TEST(CallXml, ALargeCallSurvivesTheRoundTrip) {
   CComPtr<IFunctionCall> call = NewCall(u"Z_LARGE");
   call->put_Documentation(CComBSTR(u"Large & deep"));
   CComPtr<IRfcType> inner = Struct(u"INNER", {Scalar(u"X", TYPE_INT), Scalar(u"Y", TYPE_STRING)});
-  CComPtr<IRfcType> row = Struct(u"ROW", {Scalar(u"POS", TYPE_NUM, 6), inner.p,
-                                          Table(u"SUB", Struct(u"SUBROW", {Scalar(u"Z", TYPE_DATE, 8)})).p});
+  CComPtr<IRfcType> row = Struct(
+      u"ROW", {Scalar(u"POS", TYPE_NUM, 6), inner.p, Table(u"SUB", Struct(u"SUBROW", {Scalar(u"Z", TYPE_DATE, 8)})).p});
   for (int i = 0; i < 200; ++i) {
     const std::u16string name = u"P" + Utf8ToWide(std::to_string(i));
     CComBSTR bname(name.c_str());
@@ -413,16 +423,12 @@ TEST(CallXml, ALargeCallSurvivesTheRoundTrip) {
         Importing(call)->AddScalar(bname, TYPE_CHAR, static_cast<SHORT>(i), 0, Missing());
         Param(Importing(call), CComVariant(name.c_str()))->put_Optional(VARIANT_TRUE);
         break;
-      case 1:
-        Exporting(call)->AddParameter(bname, row);
-        break;
+      case 1: Exporting(call)->AddParameter(bname, row); break;
       case 2:
         Changing(call)->AddScalar(bname, TYPE_BCD, 15, static_cast<SHORT>(i % 10), Missing());
         Param(Changing(call), CComVariant(name.c_str()))->put_Description(CComBSTR(u"\u00e4\u00f6\u00fc <&>"));
         break;
-      default:
-        Tables(call)->AddTable(bname, row);
-        break;
+      default: Tables(call)->AddTable(bname, row); break;
     }
   }
   const std::u16string xml = ToXml(call);

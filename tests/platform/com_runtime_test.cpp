@@ -66,9 +66,9 @@ class ComRuntime : public ::testing::Test {
 
 TEST_F(ComRuntime, CreatesRegisteredClasses) {
   CComPtr<ICounter> counter;
-  ASSERT_EQ(CoCreateInstance(CLSID_Counter, nullptr, CLSCTX_INPROC_SERVER, IID_ICounter,
-                             reinterpret_cast<void**>(&counter)),
-            S_OK);
+  ASSERT_EQ(
+      CoCreateInstance(CLSID_Counter, nullptr, CLSCTX_INPROC_SERVER, IID_ICounter, reinterpret_cast<void**>(&counter)),
+      S_OK);
   LONG v = 0;
   counter->Increment(&v);
   counter->Increment(&v);
@@ -83,9 +83,9 @@ TEST_F(ComRuntime, ActivationFailures) {
   EXPECT_EQ(CoCreateInstance(CLSID_Counter, nullptr, CLSCTX_LOCAL_SERVER, IID_IUnknown, &p), REGDB_E_CLASSNOTREG);
   EXPECT_EQ(CoCreateInstance(CLSID_Counter, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, &p), E_NOINTERFACE);
   CComPtr<IUnknown> outer;
-  EXPECT_EQ(CoCreateInstance(CLSID_Counter, reinterpret_cast<IUnknown*>(&outer), CLSCTX_INPROC_SERVER,
-                             IID_IUnknown, &p),
-            CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(
+      CoCreateInstance(CLSID_Counter, reinterpret_cast<IUnknown*>(&outer), CLSCTX_INPROC_SERVER, IID_IUnknown, &p),
+      CLASS_E_NOAGGREGATION);
 }
 
 TEST(ComApartments, InitialisationRules) {

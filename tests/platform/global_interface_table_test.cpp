@@ -111,10 +111,8 @@ TEST(GlobalInterfaceTable, ClosedApartmentDisconnects) {
   owner.join();
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   CComPtr<IDispatch> proxy;
-  EXPECT_EQ(git->GetInterfaceFromGlobal(cookie, IID_IDispatch, reinterpret_cast<void**>(&proxy)),
-            RPC_E_DISCONNECTED);
-  EXPECT_EQ(git->GetInterfaceFromGlobal(cookie, IID_IClassFactory, reinterpret_cast<void**>(&proxy)),
-            E_NOINTERFACE);
+  EXPECT_EQ(git->GetInterfaceFromGlobal(cookie, IID_IDispatch, reinterpret_cast<void**>(&proxy)), RPC_E_DISCONNECTED);
+  EXPECT_EQ(git->GetInterfaceFromGlobal(cookie, IID_IClassFactory, reinterpret_cast<void**>(&proxy)), E_NOINTERFACE);
   EXPECT_EQ(git->RevokeInterfaceFromGlobal(cookie), S_OK);
   CoUninitialize();
 }

@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+// Conformance rows: one conversion and its expected outcome per line.
+// clang-format off
 namespace {
 
 // An object whose value property (DISPID_VALUE) is a fixed VARIANT.

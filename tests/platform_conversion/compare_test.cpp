@@ -15,8 +15,9 @@ HRESULT CompareTexts(const std::u16string& a, const std::u16string& b, LCID lcid
   return hr;
 }
 
-#define BSTRCMP(a, b, lcid, flags, expected) \
-  EXPECT_EQ(CompareTexts(a, b, lcid, flags), (expected)) << Printable((a).data(), (a).size()) << " vs " << Printable((b).data(), (b).size())
+#define BSTRCMP(a, b, lcid, flags, expected)             \
+  EXPECT_EQ(CompareTexts(a, b, lcid, flags), (expected)) \
+      << Printable((a).data(), (a).size()) << " vs " << Printable((b).data(), (b).size())
 
 TEST(VarBstrCmp, NullAndEmpty) {
   BSTR empty = SysAllocString(u"");
@@ -129,8 +130,10 @@ TEST(VarBstrCmp, Locales) {
 
 TEST(VarBstrCmp, IsAnOrder) {
   // Antisymmetric and transitive over a mixed set of texts.
-  const std::u16string texts[] = {u"", u"a", u"A", u"ab", u"aB", u"co-op", u"coop", u"cop", u"\u00E4", u"b",
-                                  u"1", u"10", u"9", u"_x", u"r\u00E9sum\u00E9", u"resume", u"Z", u"\u0430"};
+  const std::u16string texts[] = {u"",       u"a",    u"A",     u"ab",     u"aB",
+                                  u"co-op",  u"coop", u"cop",   u"\u00E4", u"b",
+                                  u"1",      u"10",   u"9",     u"_x",     u"r\u00E9sum\u00E9",
+                                  u"resume", u"Z",    u"\u0430"};
   for (const auto& x : texts)
     for (const auto& y : texts) {
       HRESULT xy = CompareTexts(x, y, 0x0409, 0), yx = CompareTexts(y, x, 0x0409, 0);
@@ -143,9 +146,7 @@ TEST(VarBstrCmp, IsAnOrder) {
     }
 }
 
-HRESULT Cmp(Var&& a, Var&& b, LCID lcid = 0x0409, ULONG flags = 0) {
-  return VarCmp(a.get(), b.get(), lcid, flags);
-}
+HRESULT Cmp(Var&& a, Var&& b, LCID lcid = 0x0409, ULONG flags = 0) { return VarCmp(a.get(), b.get(), lcid, flags); }
 
 TEST(VarCmp, Null) {
   EXPECT_EQ(Cmp(NULLV(), NULLV()), VARCMP_NULL);

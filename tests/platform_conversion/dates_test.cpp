@@ -4,6 +4,8 @@
 #include <cmath>
 #include <ctime>
 
+// Conformance rows: one conversion and its expected outcome per line.
+// clang-format off
 namespace {
 
 SYSTEMTIME Make(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, int ms = 0) {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <limits>
 
+// Conformance rows: one conversion and its expected outcome per line.
+// clang-format off
 namespace {
 
 class ToReal : public ConversionTable {};

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <limits>
 
+// Conformance rows: one conversion and its expected outcome per line.
+// clang-format off
 namespace {
 
 class ToText : public ConversionTable {};

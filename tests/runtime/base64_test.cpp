@@ -105,8 +105,8 @@ TEST(Base64DecodeStrict, Valid) {
 }
 
 TEST(Base64DecodeStrict, CharacterOutsideTheAlphabetIsInvalidArgument) {
-  for (const char16_t* text : {u"Zm9v\r\nYmFy", u"Zm9v YmF", u"Zm9vYmF*", u"Z=9v", u"Zm9vY===", u"Zm9",
-                               u"Zm9vYmFy=", u"\u00E4m9v"}) {
+  for (const char16_t* text :
+       {u"Zm9v\r\nYmFy", u"Zm9v YmF", u"Zm9vYmF*", u"Z=9v", u"Zm9vY===", u"Zm9", u"Zm9vYmFy=", u"\u00E4m9v"}) {
     try {
       Base64DecodeStrict(text);
       ADD_FAILURE() << "accepted";

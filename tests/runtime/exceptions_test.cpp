@@ -49,7 +49,9 @@ TEST(CXVeltrane, NullTextsReadAsEmpty) {
 
 TEST(CXVeltrane, NonAsciiTextIsUtf8) {
   CXVeltrane e(CXVeltrane::OTHER, u"Gr\u00FC\u00DFe", u"\u20AC");
-  EXPECT_STREQ(e.what(), "OTHER(15) : Gr\xC3\xBC\xC3\x9F" "e(\xE2\x82\xAC)");
+  EXPECT_STREQ(e.what(),
+               "OTHER(15) : Gr\xC3\xBC\xC3\x9F"
+               "e(\xE2\x82\xAC)");
 }
 
 TEST(CXVeltrane, KindTable) {
@@ -59,14 +61,22 @@ TEST(CXVeltrane, KindTable) {
     UINT code;
   };
   const Row rows[] = {
-      {0, u"MEMORY_ALLOC_EXCEPTION", 535},  {1, u"XSTRING_ARRAYDIMS_EXCEPTION", 536},
-      {2, u"VARIANTARRAY_EXCEPTION", 534},  {3, u"STRING_CONVERSION", 532},
-      {4, u"NUMERIC_CONVERSION", 531},      {5, u"DATE_TIME_CONVERSION", 533},
-      {6, u"BCD_CONVERSION_TOO_LARGE", 530}, {7, u"BCD_CONVERSION_INVALID", 530},
-      {8, u"ERROR_INSTALL_STRUCT", 537},    {9, u"ERROR_COMPLEX_TYPE", 518},
-      {10, u"ERROR_FILE_ACCESS", 519},      {11, u"TIMEOUT", 519},
-      {12, u"SOAP_ERROR", 519},             {13, u"WINHTTP_ERROR", 519},
-      {14, u"COM_ERROR", 519},              {15, u"OTHER", 519},
+      {0, u"MEMORY_ALLOC_EXCEPTION", 535},
+      {1, u"XSTRING_ARRAYDIMS_EXCEPTION", 536},
+      {2, u"VARIANTARRAY_EXCEPTION", 534},
+      {3, u"STRING_CONVERSION", 532},
+      {4, u"NUMERIC_CONVERSION", 531},
+      {5, u"DATE_TIME_CONVERSION", 533},
+      {6, u"BCD_CONVERSION_TOO_LARGE", 530},
+      {7, u"BCD_CONVERSION_INVALID", 530},
+      {8, u"ERROR_INSTALL_STRUCT", 537},
+      {9, u"ERROR_COMPLEX_TYPE", 518},
+      {10, u"ERROR_FILE_ACCESS", 519},
+      {11, u"TIMEOUT", 519},
+      {12, u"SOAP_ERROR", 519},
+      {13, u"WINHTTP_ERROR", 519},
+      {14, u"COM_ERROR", 519},
+      {15, u"OTHER", 519},
   };
   for (const auto& r : rows) {
     CXVeltrane e(r.kind, u"m");

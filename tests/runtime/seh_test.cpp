@@ -76,7 +76,8 @@ TEST(RunTranslated, RepeatedFaults) {
 
 TEST(RunTranslated, PreviousHandlersAreRestored) {
   static volatile sig_atomic_t seen = 0;
-  struct sigaction mine {}, old {};
+  struct sigaction mine {
+  }, old{};
   mine.sa_handler = [](int) { seen = 1; };
   sigemptyset(&mine.sa_mask);
   ASSERT_EQ(sigaction(SIGFPE, &mine, &old), 0);
@@ -89,13 +90,12 @@ TEST(RunTranslated, PreviousHandlersAreRestored) {
 
 TEST(RunTranslated, SignalOnAnotherThreadGoesToThePreviousHandler) {
   static volatile sig_atomic_t seen = 0;
-  struct sigaction mine {}, old {};
+  struct sigaction mine {
+  }, old{};
   mine.sa_handler = [](int) { seen = 1; };
   sigemptyset(&mine.sa_mask);
   ASSERT_EQ(sigaction(SIGILL, &mine, &old), 0);
-  RunTranslated([] {
-    std::thread([] { raise(SIGILL); }).join();
-  });
+  RunTranslated([] { std::thread([] { raise(SIGILL); }).join(); });
   EXPECT_EQ(seen, 1);
   sigaction(SIGILL, &old, nullptr);
 }

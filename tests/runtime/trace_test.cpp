@@ -39,9 +39,7 @@ class TraceTest : public ::testing::Test {
     TraceResetForTesting();
     SetTraceClock(nullptr);
   }
-  void Open(const std::string& path, const char16_t* tag = u"Veltrane") {
-    TraceOpen(tag, Utf8ToWide(path), true);
-  }
+  void Open(const std::string& path, const char16_t* tag = u"Veltrane") { TraceOpen(tag, Utf8ToWide(path), true); }
   TempDir dir;
 };
 
@@ -176,8 +174,8 @@ TEST_F(TraceTest, LongMessageIsCutNotRefused) {
   Trace(u"%s", longText);
   TraceRaw(u"\n");
   TraceRaw(u"%s|", longText);
-  std::string expected = kBom + kFrame + std::string(kTraceBufferSize - 1, 'x') + "\n" +
-                         std::string(kTraceBufferSize - 1, 'x');
+  std::string expected =
+      kBom + kFrame + std::string(kTraceBufferSize - 1, 'x') + "\n" + std::string(kTraceBufferSize - 1, 'x');
   EXPECT_EQ(ReadFile(dir.file("a.trc")), expected);
 }
 
@@ -199,14 +197,18 @@ TEST_F(TraceTest, CutKeepsSurrogatePairsWhole) {
 TEST_F(TraceTest, TextIsWrittenAsUtf8) {
   Open(dir.file("a.trc"));
   TraceRaw(u"Gr\u00FC\u00DFe %s %hs\n", u"\u20AC", "\xC3\xA4");
-  EXPECT_EQ(ReadFile(dir.file("a.trc")), kBom + "Gr\xC3\xBC\xC3\x9F" "e \xE2\x82\xAC \xC3\xA4\n");
+  EXPECT_EQ(ReadFile(dir.file("a.trc")), kBom +
+                                             "Gr\xC3\xBC\xC3\x9F"
+                                             "e \xE2\x82\xAC \xC3\xA4\n");
 }
 
 TEST_F(TraceTest, LoneSurrogateDoesNotFailTheTrace) {
   Open(dir.file("a.trc"));
   const char16_t lone[] = {u'a', 0xD800, u'b', 0};
   EXPECT_NO_THROW(TraceRaw(u"%s\n", lone));
-  EXPECT_EQ(ReadFile(dir.file("a.trc")), kBom + "a\xEF\xBF\xBD" "b\n");
+  EXPECT_EQ(ReadFile(dir.file("a.trc")), kBom +
+                                             "a\xEF\xBF\xBD"
+                                             "b\n");
 }
 
 TEST_F(TraceTest, BadFormatIsWrittenAsItStands) {
@@ -249,8 +251,7 @@ TEST_F(TraceTest, TraceLogWithoutFunctionNameAndWithoutFrame) {
   Open(dir.file("a.trc"));
   SetTraceLevel(3);
   TraceLog(3, std::string_view("alone"), nullptr, "f.cpp", 3);
-  TraceLog(3, boost::format("CXVeltrane Error: %1% in CSOAPSession::CallFunction()") % "oops", "Fn", "f.cpp",
-           7, false);
+  TraceLog(3, boost::format("CXVeltrane Error: %1% in CSOAPSession::CallFunction()") % "oops", "Fn", "f.cpp", 7, false);
   EXPECT_EQ(ReadFile(dir.file("a.trc")),
             kBom + kFrame + "alone" + "Fn(7): CXVeltrane Error: oops in CSOAPSession::CallFunction()\n");
 }
@@ -273,7 +274,7 @@ TEST_F(TraceTest, TraceResultWritesFailuresAndReturnsTheCode) {
   EXPECT_EQ(TraceResult(E_INVALIDARG, "Fn", "f.cpp", 6), E_INVALIDARG);
   EXPECT_EQ(TraceResult(static_cast<HRESULT>(0x80040201), "Fn", "f.cpp", 7), static_cast<HRESULT>(0x80040201));
   EXPECT_EQ(ReadFile(dir.file("a.trc")), kBom + kFrame + "Fn(6): Error 0x80070057: The parameter is incorrect.\n" +
-                                              kFrame + "Fn(7): Error 0x80040201: 0x80040201\n");
+                                             kFrame + "Fn(7): Error 0x80040201: 0x80040201\n");
 }
 
 TEST_F(TraceTest, TraceResultIsSeverityOne) {

@@ -89,14 +89,22 @@ std::u16string FromBstr(const char* text) {
 }
 
 TEST(Utf8ToBstr, ReadsAsUtf8ToWide) {
-  const char* cases[] = {"",         "ABC",          "\xC3\xA4",         "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
-                         "a\xC3\xA4z", "\xF4\x8F\xBF\xBFx", "\xC2\x80\xE0\xA0\x80", "\xEE\x80\x80"};
+  const char* cases[] = {"",
+                         "ABC",
+                         "\xC3\xA4",
+                         "\xE2\x82\xAC",
+                         "\xF0\x9F\x98\x80",
+                         "a\xC3\xA4z",
+                         "\xF4\x8F\xBF\xBFx",
+                         "\xC2\x80\xE0\xA0\x80",
+                         "\xEE\x80\x80"};
   for (const char* c : cases) EXPECT_EQ(FromBstr(c), Utf8ToWide(c)) << c;
 }
 
 TEST(Utf8ToBstr, IllFormedInputRaises) {
-  const char* cases[] = {"\x80", "a\xBF", "\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80",
-                         "\xF5\x80\x80\x80", "\xFF", "\xC3", "\xF0\x9F\x98", "\xC3\x41", "\xBF\xBF\xBF\xF0"};
+  const char* cases[] = {
+      "\x80", "a\xBF", "\xC0\xAF",     "\xE0\x80\xAF", "\xED\xA0\x80",    "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",
+      "\xFF", "\xC3",  "\xF0\x9F\x98", "\xC3\x41",     "\xBF\xBF\xBF\xF0"};
   for (const char* c : cases) ExpectBadConversion([&] { SysFreeString(Utf8ToBstr(c)); });
 }
 
@@ -123,8 +131,12 @@ TEST(Unicode, AppendingForms) {
 }
 
 TEST(Unicode, LossyFormsReplace) {
-  EXPECT_EQ(WideToUtf8Lossy(std::u16string{u'a', char16_t(0xD800), u'b'}), "a\xEF\xBF\xBD" "b");
-  EXPECT_EQ(Utf8ToWideLossy("a\xFF" "b"), u"a\uFFFDb");
+  EXPECT_EQ(WideToUtf8Lossy(std::u16string{u'a', char16_t(0xD800), u'b'}),
+            "a\xEF\xBF\xBD"
+            "b");
+  EXPECT_EQ(Utf8ToWideLossy("a\xFF"
+                            "b"),
+            u"a\uFFFDb");
   EXPECT_EQ(Utf8ToWideLossy("\xE2\x82"), u"\uFFFD\uFFFD");
   EXPECT_EQ(Utf8ToWideLossy("\xE2\x82\xAC"), u"\u20AC");
 }

@@ -13,7 +13,9 @@
 
 namespace {
 
-std::u16string Str(const VARIANT& v) { return v.vt == VT_BSTR ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : u"?"; }
+std::u16string Str(const VARIANT& v) {
+  return v.vt == VT_BSTR ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : u"?";
+}
 
 CComVariant Text(const char16_t* s) { return CComVariant(s); }
 
@@ -23,15 +25,16 @@ TEST(ScalarTables, LetterToTypeAndBack) {
   struct Case {
     char16_t letter;
     int32_t code;
-  } cases[] = {{u'C', TYPE_CHAR}, {u'D', TYPE_DATE}, {u'P', TYPE_BCD},   {u'T', TYPE_TIME},
-               {u'X', TYPE_BYTE}, {u'N', TYPE_NUM},  {u'F', TYPE_FLOAT}, {u'I', TYPE_INT},
+  } cases[] = {{u'C', TYPE_CHAR}, {u'D', TYPE_DATE}, {u'P', TYPE_BCD},    {u'T', TYPE_TIME},
+               {u'X', TYPE_BYTE}, {u'N', TYPE_NUM},  {u'F', TYPE_FLOAT},  {u'I', TYPE_INT},
                {u's', TYPE_INT2}, {u'b', TYPE_INT1}, {u'g', TYPE_STRING}, {u'y', TYPE_XSTRING}};
   for (const auto& c : cases) {
     EXPECT_EQ(RfcTypeFromLetter(c.letter), c.code) << char(c.letter);
     EXPECT_EQ(RfcLetterFromType(c.code), c.letter) << c.code;
     EXPECT_EQ(RfcScalarType(c.code), c.code);
   }
-  for (char16_t other : {u'c', u'h', u'u', u'v', u'Z', u' ', u'\0', u'S', u'B'}) EXPECT_EQ(RfcTypeFromLetter(other), -1);
+  for (char16_t other : {u'c', u'h', u'u', u'v', u'Z', u' ', u'\0', u'S', u'B'})
+    EXPECT_EQ(RfcTypeFromLetter(other), -1);
   for (int32_t code : {-1, 5, 11, 16, 17, 28, 31, 100}) {
     EXPECT_EQ(RfcScalarType(code), -1) << code;
     EXPECT_EQ(RfcLetterFromType(code), 0) << code;
@@ -42,7 +45,8 @@ TEST(ScalarTables, KindFromLetter) {
   EXPECT_EQ(RfcKindFromLetter(u'h'), RFCTYPEKIND_TABLE);
   EXPECT_EQ(RfcKindFromLetter(u'u'), RFCTYPEKIND_STRUCT);
   EXPECT_EQ(RfcKindFromLetter(u'v'), RFCTYPEKIND_COMPLEX_STRUCT);
-  for (char16_t other : {u'C', u'P', u'H', u'U', u'V', u' ', u'?', u'\0'}) EXPECT_EQ(RfcKindFromLetter(other), RFCTYPEKIND_SCALAR);
+  for (char16_t other : {u'C', u'P', u'H', u'U', u'V', u' ', u'?', u'\0'})
+    EXPECT_EQ(RfcKindFromLetter(other), RFCTYPEKIND_SCALAR);
 }
 
 TEST(ScalarTables, FieldInfo) {
@@ -52,12 +56,12 @@ TEST(ScalarTables, FieldInfo) {
     bool ok;
     int32_t type, outLength, outDecimals;
   } cases[] = {
-      {u'P', 8, 2, true, TYPE_BCD, 15, 2},   {u'P', 1, 0, true, TYPE_BCD, 1, 0},
-      {u'C', 10, 3, true, TYPE_CHAR, 10, 0}, {u'D', 8, 1, true, TYPE_DATE, 8, 0},
-      {u'N', 6, 2, true, TYPE_NUM, 6, 0},    {u'T', 6, 0, true, TYPE_TIME, 6, 0},
-      {u'X', 16, 4, true, TYPE_BYTE, 16, 0}, {u'F', 8, 16, true, TYPE_FLOAT, 0, 0},
-      {u'I', 4, 0, true, TYPE_INT, 0, 0},    {u'b', 1, 0, true, TYPE_INT1, 0, 0},
-      {u's', 2, 0, true, TYPE_INT2, 0, 0},   {u'g', 8, 0, true, TYPE_STRING, 0, 0},
+      {u'P', 8, 2, true, TYPE_BCD, 15, 2},    {u'P', 1, 0, true, TYPE_BCD, 1, 0},
+      {u'C', 10, 3, true, TYPE_CHAR, 10, 0},  {u'D', 8, 1, true, TYPE_DATE, 8, 0},
+      {u'N', 6, 2, true, TYPE_NUM, 6, 0},     {u'T', 6, 0, true, TYPE_TIME, 6, 0},
+      {u'X', 16, 4, true, TYPE_BYTE, 16, 0},  {u'F', 8, 16, true, TYPE_FLOAT, 0, 0},
+      {u'I', 4, 0, true, TYPE_INT, 0, 0},     {u'b', 1, 0, true, TYPE_INT1, 0, 0},
+      {u's', 2, 0, true, TYPE_INT2, 0, 0},    {u'g', 8, 0, true, TYPE_STRING, 0, 0},
       {u'y', 8, 0, true, TYPE_XSTRING, 0, 0}, {u'u', 10, 0, false, -1, 0, 0},
       {u'Q', 10, 2, false, -1, 0, 0},
   };
@@ -77,12 +81,14 @@ TEST(ScalarTables, SizesAndPads) {
     uint32_t length, c2, c1;
     char16_t pad;
   } cases[] = {
-      {TYPE_CHAR, 10, 20, 10, u' '}, {TYPE_DATE, 8, 16, 8, u'0'},  {TYPE_BCD, 15, 8, 8, 0},
-      {TYPE_BCD, 4, 3, 3, 0},        {TYPE_TIME, 6, 12, 6, u'0'},  {TYPE_BYTE, 16, 16, 16, 0},
-      {TYPE_NUM, 6, 12, 6, u'0'},    {TYPE_FLOAT, 0, 8, 8, 0},     {TYPE_INT, 0, 4, 4, 0},
-      {TYPE_INT2, 0, 2, 2, 0},       {TYPE_INT1, 0, 1, 1, 0},      {TYPE_STRING, 0, 8, 8, 0},
-      {TYPE_XSTRING, 0, 16, 16, 0},  {TYPE_ITAB, 10, 0, 0, 0},     {TYPE_STRUCTURE, 10, 0, 0, 0},
-      {99, 10, 0, 0, 0},
+      {TYPE_CHAR, 10, 20, 10, u' '}, {TYPE_DATE, 8, 16, 8, u'0'},
+      {TYPE_BCD, 15, 8, 8, 0},       {TYPE_BCD, 4, 3, 3, 0},
+      {TYPE_TIME, 6, 12, 6, u'0'},   {TYPE_BYTE, 16, 16, 16, 0},
+      {TYPE_NUM, 6, 12, 6, u'0'},    {TYPE_FLOAT, 0, 8, 8, 0},
+      {TYPE_INT, 0, 4, 4, 0},        {TYPE_INT2, 0, 2, 2, 0},
+      {TYPE_INT1, 0, 1, 1, 0},       {TYPE_STRING, 0, 8, 8, 0},
+      {TYPE_XSTRING, 0, 16, 16, 0},  {TYPE_ITAB, 10, 0, 0, 0},
+      {TYPE_STRUCTURE, 10, 0, 0, 0}, {99, 10, 0, 0, 0},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(RfcFieldLengthC2(c.code, c.length), c.c2) << c.code;
@@ -98,13 +104,14 @@ TEST(ScalarText, IsDateText) {
     const char16_t* text;
     bool expected;
   } cases[] = {
-      {u"20240229", true},  {u"20230231", true},  {u"00000101", true},  {u"99991231", true},
-      {u"20241399", false}, {u"20241301", false}, {u"20240001", false}, {u"20240100", false},
-      {u"20240132", false}, {u"00000000", false}, {u"2024022", false},  {u"202402290", false},
-      {u"2024-229", false}, {u"2024022 ", false}, {u" 2024022", false}, {u"", false},
-      {u"2024022\u0661", false},  // an Arabic-Indic digit is no ASCII digit
+      {u"20240229", true},  {u"20230231", true},       {u"00000101", true},  {u"99991231", true},  {u"20241399", false},
+      {u"20241301", false}, {u"20240001", false},      {u"20240100", false}, {u"20240132", false}, {u"00000000", false},
+      {u"2024022", false},  {u"202402290", false},     {u"2024-229", false}, {u"2024022 ", false}, {u" 2024022", false},
+      {u"", false},         {u"2024022\u0661", false},  // an Arabic-Indic digit is no ASCII digit
   };
-  for (const auto& c : cases) EXPECT_EQ(RfcIsDateText(c.text), c.expected) << std::string(c.text, c.text + std::char_traits<char16_t>::length(c.text));
+  for (const auto& c : cases)
+    EXPECT_EQ(RfcIsDateText(c.text), c.expected)
+        << std::string(c.text, c.text + std::char_traits<char16_t>::length(c.text));
 }
 
 TEST(ScalarText, ParseDigits) {
@@ -113,10 +120,10 @@ TEST(ScalarText, ParseDigits) {
     bool sign;
     int64_t expected;
   } cases[] = {
-      {u"0042", false, 42},  {u"  42", false, 42},  {u"42  ", false, 42},  {u" 4 2 ", false, 42},
-      {u"-42", false, 42},   {u"-42", true, -42},   {u"42-", true, -42},   {u"42- ", true, -42},
-      {u" -42", true, 42},   {u"4-2", true, 42},    {u"a1b2", false, 12},  {u"abc", false, 0},
-      {u"    ", false, 0},   {u"", false, 0},       {u"-", true, 0},       {u"12345678901", false, 12345678901},
+      {u"0042", false, 42}, {u"  42", false, 42}, {u"42  ", false, 42}, {u" 4 2 ", false, 42},
+      {u"-42", false, 42},  {u"-42", true, -42},  {u"42-", true, -42},  {u"42- ", true, -42},
+      {u" -42", true, 42},  {u"4-2", true, 42},   {u"a1b2", false, 12}, {u"abc", false, 0},
+      {u"    ", false, 0},  {u"", false, 0},      {u"-", true, 0},      {u"12345678901", false, 12345678901},
   };
   for (const auto& c : cases) {
     size_t n = std::char_traits<char16_t>::length(c.text);

@@ -23,9 +23,8 @@ class SessionFrameTest : public ::testing::Test {
  protected:
   void SetUp() override {
     TraceResetForTesting();
-    dir = std::filesystem::temp_directory_path() /
-          ("veltrane_session_" + std::to_string(getpid()) + "_" +
-           ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir = std::filesystem::temp_directory_path() / ("veltrane_session_" + std::to_string(getpid()) + "_" +
+                                                    ::testing::UnitTest::GetInstance()->current_test_info()->name());
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
   }
@@ -199,10 +198,9 @@ struct LevelCase {
 
 TEST_F(SessionFrameTest, TraceLevelIsReadFoldedToUpperCase) {
   const LevelCase cases[] = {
-      {u"warning", 2},     {u"WARNING", 2}, {u"Warning", 2}, {u"2", 2},         {u"information", 3},
-      {u"INFORMATION", 3}, {u"3", 3},       {u"error", 1},   {u"ERROR", 1},     {u"1", 1},
-      {u"banana", -1},     {u"", -1},       {u"4", -1},      {u" WARNING", -1}, {u"WARNINGS", -1},
-      {u"0", -1},          {nullptr, -1},
+      {u"warning", 2}, {u"WARNING", 2},   {u"Warning", 2},   {u"2", 2},  {u"information", 3}, {u"INFORMATION", 3},
+      {u"3", 3},       {u"error", 1},     {u"ERROR", 1},     {u"1", 1},  {u"banana", -1},     {u"", -1},
+      {u"4", -1},      {u" WARNING", -1}, {u"WARNINGS", -1}, {u"0", -1}, {nullptr, -1},
   };
   auto s = NewSoapSession();
   for (const LevelCase& c : cases) {
@@ -245,10 +243,14 @@ TEST_F(SessionFrameTest, LogonDataIsOneObjectWithEmptyStringsAndItsOwnOptions) {
     Get get;
     Put put;
   } props[] = {
-      {&ILogonData::get_Client, &ILogonData::put_Client},       {&ILogonData::get_User, &ILogonData::put_User},
-      {&ILogonData::get_Password, &ILogonData::put_Password},   {&ILogonData::get_Language, &ILogonData::put_Language},
-      {&ILogonData::get_SSO2Ticket, &ILogonData::put_SSO2Ticket}, {&ILogonData::get_X509Cert, &ILogonData::put_X509Cert},
-      {&ILogonData::get_ExtIdData, &ILogonData::put_ExtIdData}, {&ILogonData::get_ExtIdType, &ILogonData::put_ExtIdType},
+      {&ILogonData::get_Client, &ILogonData::put_Client},
+      {&ILogonData::get_User, &ILogonData::put_User},
+      {&ILogonData::get_Password, &ILogonData::put_Password},
+      {&ILogonData::get_Language, &ILogonData::put_Language},
+      {&ILogonData::get_SSO2Ticket, &ILogonData::put_SSO2Ticket},
+      {&ILogonData::get_X509Cert, &ILogonData::put_X509Cert},
+      {&ILogonData::get_ExtIdData, &ILogonData::put_ExtIdData},
+      {&ILogonData::get_ExtIdType, &ILogonData::put_ExtIdType},
   };
   int n = 0;
   for (const auto& p : props) {
@@ -487,8 +489,8 @@ TEST_F(SessionFrameTest, GetTableReaderBindsAReaderToTheSession) {
 TEST_F(SessionFrameTest, SessionAnswersItsInterfaces) {
   auto s = NewSoapSession();
   IUnknown* unk = s->GetUnknown();
-  for (const IID* iid : {&IID_ISession, &IID_ISoapSession, &IID_IDispatch, &IID_IConnectionPointContainer,
-                         &IID_ISupportErrorInfo}) {
+  for (const IID* iid :
+       {&IID_ISession, &IID_ISoapSession, &IID_IDispatch, &IID_IConnectionPointContainer, &IID_ISupportErrorInfo}) {
     CComPtr<IUnknown> p;
     EXPECT_EQ(unk->QueryInterface(*iid, reinterpret_cast<void**>(&p)), S_OK);
   }

@@ -158,7 +158,7 @@ TEST(UnicodeSupport, ValueOneAsTextOrNumberCountsAsTrue) {
     VARIANT_BOOL expected;
   };
   const Case cases[] = {
-      {CComVariant(u"1"), VARIANT_TRUE}, {CComVariant(1), VARIANT_TRUE},    {CComVariant(1.0), VARIANT_TRUE},
+      {CComVariant(u"1"), VARIANT_TRUE},  {CComVariant(1), VARIANT_TRUE},     {CComVariant(1.0), VARIANT_TRUE},
       {CComVariant(u"0"), VARIANT_FALSE}, {CComVariant(u" "), VARIANT_FALSE}, {CComVariant(u"X"), VARIANT_FALSE},
       {CComVariant(0), VARIANT_FALSE},    {CComVariant(2), VARIANT_FALSE},
   };

@@ -24,7 +24,7 @@ FakeTable FlightTable() {
   FakeTable t;
   t.columns = {{u"CARRID", 3, u'C'}, {u"CONNID", 4, u'N'}, {u"FLDATE", 8, u'D'},
                {u"PRICE", 10, u'P'}, {u"SEATS", 11, u'I'}, {u"DEPTIME", 6, u'T'},
-               {u"RATE", 24, u'F'},  {u"CODE", 4, u'X'},  {u"NOTE", 10, u'C'}};
+               {u"RATE", 24, u'F'},  {u"CODE", 4, u'X'},   {u"NOTE", 10, u'C'}};
   t.rows = {
       {u"AA", u"0017", u"20240131", u"  422.94", u"        385", u"123456", u"1.5E+02", u"0A1F", u" padded"},
       {u"LH", u"0400", u"00000000", u"  666.00", u"           ", u"000000", u"-2.5E-01", u"FFFF", u""},
@@ -83,8 +83,8 @@ class TableReaderTest : public ::testing::Test {
   CComPtr<ITableReader> reader;
 };
 
-const std::vector<std::u16string> kAllColumns = {u"CARRID", u"CONNID", u"FLDATE", u"PRICE", u"SEATS",
-                                                 u"DEPTIME", u"RATE", u"CODE", u"NOTE"};
+const std::vector<std::u16string> kAllColumns = {u"CARRID",  u"CONNID", u"FLDATE", u"PRICE", u"SEATS",
+                                                 u"DEPTIME", u"RATE",   u"CODE",   u"NOTE"};
 
 TEST_F(TableReaderTest, RowsAreNullBeforeTheFirstRead) {
   CComPtr<IRfcRows> rows;
@@ -248,7 +248,7 @@ TEST_F(TableReaderTest, RowTypeMembersFollowTheServersFields) {
     const char16_t* name;
     ABAPTYPE type;
     SHORT length;
-  } expected[] = {{u"CARRID", TYPE_CHAR, 3}, {u"CONNID", TYPE_NUM, 4},  {u"FLDATE", TYPE_DATE, 8},
+  } expected[] = {{u"CARRID", TYPE_CHAR, 3}, {u"CONNID", TYPE_NUM, 4}, {u"FLDATE", TYPE_DATE, 8},
                   {u"PRICE", TYPE_BCD, 10},  {u"SEATS", TYPE_INT, 11}, {u"DEPTIME", TYPE_TIME, 6},
                   {u"RATE", TYPE_FLOAT, 24}, {u"CODE", TYPE_BYTE, 4},  {u"NOTE", TYPE_CHAR, 10}};
   LONG i = 1;
@@ -479,8 +479,8 @@ TEST_F(TableReaderTest, TableIsSettable) {
   CComBSTR table;
   reader->get_Table(&table);
   EXPECT_EQ(Str(table), u"SFLIGHT");
-  session->tables[u"SCARR"] = FakeTable{{{u"CARRID", 3, u'C'}, {u"CARRNAME", 20, u'C'}},
-                                        {{u"AA", u"American Airlines"}}};
+  session->tables[u"SCARR"] =
+      FakeTable{{{u"CARRID", 3, u'C'}, {u"CARRNAME", 20, u'C'}}, {{u"AA", u"American Airlines"}}};
   reader->put_Table(CComBSTR(u"SCARR"));
   ASSERT_EQ(reader->Read(0, 0), S_OK);
   EXPECT_EQ(TextOf(session->lastRead.queryTable), u"SCARR");

@@ -11,7 +11,6 @@ class CodecEnvironment : public ::testing::Environment {
   void SetUp() override { ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK); }
 };
 
-[[maybe_unused]] ::testing::Environment* const kEnvironment =
-    ::testing::AddGlobalTestEnvironment(new CodecEnvironment);
+[[maybe_unused]] ::testing::Environment* const kEnvironment = ::testing::AddGlobalTestEnvironment(new CodecEnvironment);
 
 }  // namespace

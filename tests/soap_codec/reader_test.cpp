@@ -126,8 +126,8 @@ TEST(SoapReaderNamespaces, BodyInAnotherNamespace) {
 
 TEST(SoapReaderNamespaces, ByteOrderMarkAndDeclaration) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
-  SoapRfcXML::ParseResponse("\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + Answer(Response("F", "<E>b</E>")),
-                            call);
+  SoapRfcXML::ParseResponse(
+      "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + Answer(Response("F", "<E>b</E>")), call);
   EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"b");
 }
 
@@ -136,7 +136,8 @@ TEST(SoapReaderNamespaces, ResponseNameIsTheRawFunctionName) {
   AddScalar(Exporting(call), u"E", TYPE_CHAR, 3, CComVariant());
   // No mapping of the slash: the mapped name of the server is another
   // element, and the raw name is no XML name.
-  EXPECT_EQ(SoapErrorOf(Answer(Response("_-ABC_-F", "<E>x</E>")), call), u"Invalid Response: Function Result not found");
+  EXPECT_EQ(SoapErrorOf(Answer(Response("_-ABC_-F", "<E>x</E>")), call),
+            u"Invalid Response: Function Result not found");
 }
 
 TEST(SoapReaderNamespaces, ParametersByQualifiedNameOnly) {
@@ -168,7 +169,8 @@ TEST(SoapReaderValues, Dates) {
   CComVariant v = ReadScalar(TYPE_DATE, "2024-02-29");
   EXPECT_EQ(v.vt, VT_DATE);
   EXPECT_EQ(v.date, DateOf(2024, 2, 29));
-  for (const char* text : {"0000-00-00", "2024-00-10", "2024-02-00", "20240229", "2024-2-29", "2024-13-01", "2024-02-29 ", "", "abcd-ef-gh"})
+  for (const char* text : {"0000-00-00", "2024-00-10", "2024-02-00", "20240229", "2024-2-29", "2024-13-01",
+                           "2024-02-29 ", "", "abcd-ef-gh"})
     EXPECT_EQ(ReadScalar(TYPE_DATE, text).vt, VT_EMPTY) << text;
 }
 
@@ -206,7 +208,8 @@ TEST(SoapReaderValues, Floats) {
   struct Case {
     const char* text;
     double value;
-  } cases[] = {{"-3.14E2", -314.0}, {"2.5", 2.5}, {"2.5xyz", 2.5}, {"abc", 0.0}, {"", 0.0}, {" 7", 7.0}, {"1e400", HUGE_VAL}};
+  } cases[] = {{"-3.14E2", -314.0}, {"2.5", 2.5}, {"2.5xyz", 2.5},    {"abc", 0.0},
+               {"", 0.0},           {" 7", 7.0},  {"1e400", HUGE_VAL}};
   for (const auto& c : cases) {
     CComVariant v = ReadScalar(TYPE_FLOAT, c.text);
     EXPECT_EQ(v.vt, VT_R8) << c.text;
@@ -219,7 +222,8 @@ TEST(SoapReaderValues, IntegersArriveAs64Bit) {
     ABAPTYPE type;
     const char* text;
     LONGLONG value;
-  } cases[] = {{TYPE_INT, "-7", -7}, {TYPE_INT1, "7", 7}, {TYPE_INT2, "-32768", -32768}, {TYPE_INT, "4294967294", 4294967294LL}};
+  } cases[] = {
+      {TYPE_INT, "-7", -7}, {TYPE_INT1, "7", 7}, {TYPE_INT2, "-32768", -32768}, {TYPE_INT, "4294967294", 4294967294LL}};
   for (const auto& c : cases) {
     CComVariant v = ReadScalar(c.type, c.text);
     EXPECT_EQ(v.vt, VT_I8) << c.text;
@@ -323,8 +327,8 @@ TEST(SoapReaderStructure, MissingStructFieldNamesIt) {
 }
 
 TEST(SoapReaderStructure, MissingRowFieldNamesIt) {
-  std::string text = Answer(
-      Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T><item><ID>1</ID><NAME/></item><item><ID>2</ID></item></T>"));
+  std::string text = Answer(Response(
+      "F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T><item><ID>1</ID><NAME/></item><item><ID>2</ID></item></T>"));
   EXPECT_EQ(SoapErrorOf(text, FullCall()), u"Invalid Response: element T[2]-NAME of TABLES parameter T not found");
 }
 
@@ -345,8 +349,10 @@ TEST(SoapReaderStructure, AMissingRowFieldLeavesTheRowsUpToIt) {
 TEST(SoapReaderStructure, ALongTableIsReadWhole) {
   CComPtr<IFunctionCall> call = FullCall();
   std::string rows;
-  for (int i = 1; i <= 3000; ++i) rows += "<item><NAME>n" + std::to_string(i) + "</NAME><ID>" + std::to_string(i) + "</ID></item>";
-  SoapRfcXML::ParseResponse(Answer(Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>" + rows + "</T>")), call);
+  for (int i = 1; i <= 3000; ++i)
+    rows += "<item><NAME>n" + std::to_string(i) + "</NAME><ID>" + std::to_string(i) + "</ID></item>";
+  SoapRfcXML::ParseResponse(Answer(Response("F", "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>" + rows + "</T>")),
+                            call);
   CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
   ASSERT_EQ(Count(table), 3000);
   for (LONG i : {1, 512, 513, 2999, 3000}) {
@@ -441,8 +447,8 @@ TEST(SoapReaderFaults, ExceptionWithoutMessage) {
 }
 
 TEST(SoapReaderFaults, TextInsideMessageOnlyGivesEmptyFourthPart) {
-  CXSoapErrorResponse e = FaultOf(
-      Fault(Exception("<Message><ID>M</ID><Type>W</Type><Number>7</Number><Text>inside</Text></Message>")));
+  CXSoapErrorResponse e =
+      FaultOf(Fault(Exception("<Message><ID>M</ID><Type>W</Type><Number>7</Number><Text>inside</Text></Message>")));
   EXPECT_EQ(e.Detail(), u"ID:M Type: W Number:7 ");
   CXSoapErrorResponse partial = FaultOf(Fault(Exception("<Message><Number>7</Number></Message>")));
   EXPECT_EQ(partial.Detail(), u"ID: Type:  Number:7 ");
@@ -480,9 +486,8 @@ TEST(SoapReaderFaults, ErrorElementAndNoDetail) {
 
 TEST(SoapReaderFaults, ResponseWinsOverFault) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
-  SoapRfcXML::ParseResponse(Answer("<SOAP-ENV:Fault><faultstring>x</faultstring></SOAP-ENV:Fault>" +
-                                   Response("F", "<E>ok</E>")),
-                            call);
+  SoapRfcXML::ParseResponse(
+      Answer("<SOAP-ENV:Fault><faultstring>x</faultstring></SOAP-ENV:Fault>" + Response("F", "<E>ok</E>")), call);
   EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"ok");
 }
 

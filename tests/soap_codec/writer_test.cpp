@@ -87,7 +87,8 @@ CComPtr<IFunctionCall> RepresentativeCall() {
 TEST(SoapWriter, GoldenRequest) {
   std::string text = SoapRfcXML::BuildEnvelope(RepresentativeCall());
   // VELTRANE_WRITE_GOLDEN=1 rewrites the file after a deliberate change.
-  if (std::getenv("VELTRANE_WRITE_GOLDEN")) std::ofstream(VELTRANE_TEST_DATA_DIR "/golden_request.xml", std::ios::binary) << text;
+  if (std::getenv("VELTRANE_WRITE_GOLDEN"))
+    std::ofstream(VELTRANE_TEST_DATA_DIR "/golden_request.xml", std::ios::binary) << text;
   std::string golden = ReadFile(VELTRANE_TEST_DATA_DIR "/golden_request.xml");
   ASSERT_FALSE(golden.empty());
   EXPECT_EQ(text, golden);

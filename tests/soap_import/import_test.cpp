@@ -8,7 +8,7 @@
 #include "platform/oleauto.h"
 #include "sim_caller.h"
 #include "soap/soap_metadata_import.h"
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 using import_test::SimCaller;
@@ -164,9 +164,9 @@ TEST_F(SoapImport, FlatStructureInTheOneByteLayout) {
     SHORT length, decimals;
     LONG offset;
   } expected[] = {
-      {u"CHAR", TYPE_CHAR, 10, 0, 0},     {u"NUMC", TYPE_NUM, 8, 0, 10},     {u"DATE", TYPE_DATE, 8, 0, 18},
-      {u"TIME", TYPE_TIME, 6, 0, 26},     {u"RAW", TYPE_BYTE, 4, 0, 32},     {u"PACKED", TYPE_BCD, 8, 2, 36},
-      {u"FLOAT", TYPE_FLOAT, 8, 0, 48},   {u"INT", TYPE_INT, 4, 0, 56},      {u"INT1", TYPE_INT1, 1, 0, 60},
+      {u"CHAR", TYPE_CHAR, 10, 0, 0},   {u"NUMC", TYPE_NUM, 8, 0, 10}, {u"DATE", TYPE_DATE, 8, 0, 18},
+      {u"TIME", TYPE_TIME, 6, 0, 26},   {u"RAW", TYPE_BYTE, 4, 0, 32}, {u"PACKED", TYPE_BCD, 8, 2, 36},
+      {u"FLOAT", TYPE_FLOAT, 8, 0, 48}, {u"INT", TYPE_INT, 4, 0, 56},  {u"INT1", TYPE_INT1, 1, 0, 60},
       {u"INT2", TYPE_INT2, 2, 0, 62},
   };
   ASSERT_EQ(MemberCount(flat), LONG(std::size(expected)));
@@ -236,9 +236,9 @@ TEST_F(SoapImport, EveryTypeInEveryDirection) {
     SHORT length, decimals;
   } scalars[] = {
       // INTLENGTH of a Unicode system counts the bytes of two-byte characters.
-      {u"CHAR", TYPE_CHAR, 20, 0},  {u"NUMC", TYPE_NUM, 16, 0},    {u"DATE", TYPE_DATE, 16, 0},
-      {u"TIME", TYPE_TIME, 12, 0},  {u"RAW", TYPE_BYTE, 4, 0},     {u"PACKED", TYPE_BCD, 15, 2},
-      {u"FLOAT", TYPE_FLOAT, 0, 0}, {u"INT", TYPE_INT, 0, 0},      {u"INT1", TYPE_INT1, 0, 0},
+      {u"CHAR", TYPE_CHAR, 20, 0},  {u"NUMC", TYPE_NUM, 16, 0},     {u"DATE", TYPE_DATE, 16, 0},
+      {u"TIME", TYPE_TIME, 12, 0},  {u"RAW", TYPE_BYTE, 4, 0},      {u"PACKED", TYPE_BCD, 15, 2},
+      {u"FLOAT", TYPE_FLOAT, 0, 0}, {u"INT", TYPE_INT, 0, 0},       {u"INT1", TYPE_INT1, 0, 0},
       {u"INT2", TYPE_INT2, 0, 0},   {u"STRING", TYPE_STRING, 0, 0}, {u"XSTRING", TYPE_XSTRING, 0, 0},
   };
   const std::pair<char, const char16_t*> directions[] = {{'I', u"IV_"}, {'E', u"EV_"}, {'C', u"CV_"}};
@@ -294,7 +294,7 @@ TEST_F(SoapImport, EveryTypeInEveryDirection) {
   EXPECT_EQ(Str(firstName), u"IV_CHAR");
   // One exchange for the interface, one per structure, two per table type.
   EXPECT_EQ(caller->calls[u"RFC_GET_FUNCTION_INTERFACE"], 1);
-  EXPECT_EQ(caller->calls[u"RFC_GET_NAMETAB"], 3);  // IT_FLAT, ET_FLAT, CT_FLAT
+  EXPECT_EQ(caller->calls[u"RFC_GET_NAMETAB"], 3);            // IT_FLAT, ET_FLAT, CT_FLAT
   EXPECT_EQ(caller->calls[u"RFC_GET_UNICODE_STRUCTURE"], 2);  // RFC_FUNINT, ZVSIM_FLAT
 }
 

@@ -17,7 +17,8 @@ namespace import_test {
 
 class SimCaller {
  public:
-  explicit SimCaller(std::string baseUrl) : m_url(std::move(baseUrl) + "/sap/bc/soap/rfc?sap-client=001&sap-language=EN") {}
+  explicit SimCaller(std::string baseUrl)
+      : m_url(std::move(baseUrl) + "/sap/bc/soap/rfc?sap-client=001&sap-language=EN") {}
 
   // Server-side failure of the last call (the session's Error).
   bool error = false;

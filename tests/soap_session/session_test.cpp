@@ -14,7 +14,7 @@
 #include "platform/objbase.h"
 #include "runtime/trace.h"
 #include "runtime/unicode.h"
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
@@ -139,9 +139,7 @@ class SoapSessionTest : public ::testing::Test {
     m_logon->put_User(CComBSTR(user));
     m_logon->put_Password(CComBSTR(password));
   }
-  void Fault(const std::string& what) {
-    ASSERT_EQ(soaptest::SimControl(s_sim->soapUrl(), "fault?fault=" + what), 200);
-  }
+  void Fault(const std::string& what) { ASSERT_EQ(soaptest::SimControl(s_sim->soapUrl(), "fault?fault=" + what), 200); }
 
   void Advise() {
     m_sink = new EventSink(m_session);
@@ -248,8 +246,7 @@ TEST_F(SoapSessionTest, CreatableByClassIdAndByBothProgIds) {
     ASSERT_EQ(CLSIDFromProgID(progId, &clsid), S_OK);
     EXPECT_EQ(clsid, CLSID_SoapSession);
     CComPtr<ISession> s;
-    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_ISession, reinterpret_cast<void**>(&s)),
-              S_OK);
+    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_ISession, reinterpret_cast<void**>(&s)), S_OK);
     EXPECT_TRUE(s);
   }
 }
@@ -321,8 +318,7 @@ TEST_F(SoapSessionTest, LateBoundCallsReachTheSameMembers) {
   CComPtr<IFunctionCall> call = NewCall(u"RFC_PING");
   CComVariant arg(static_cast<IDispatch*>(call.p));
   DISPPARAMS one{&arg, nullptr, 1, 0};
-  ASSERT_EQ(dispatch->Invoke(id(u"CallFunction"), IID_NULL, 0, DISPATCH_METHOD, &one, nullptr, nullptr, nullptr),
-            S_OK);
+  ASSERT_EQ(dispatch->Invoke(id(u"CallFunction"), IID_NULL, 0, DISPATCH_METHOD, &one, nullptr, nullptr, nullptr), S_OK);
   EXPECT_FALSE(Active());
   EXPECT_FALSE(ErrorSet());
 }
@@ -687,8 +683,7 @@ TEST_F(SoapSessionTest, OptionalEmptyScalarsArePrunedAndMandatoryOnesGoOutEmpty)
   EXPECT_EQ(has, VARIANT_FALSE);
   const auto seen = proxy.requests();
   ASSERT_EQ(seen.size(), 2u);
-  EXPECT_TRUE(Contains(seen[1].body, "<REQUTEXT></REQUTEXT>") || Contains(seen[1].body, "<REQUTEXT/>"))
-      << seen[1].body;
+  EXPECT_TRUE(Contains(seen[1].body, "<REQUTEXT></REQUTEXT>") || Contains(seen[1].body, "<REQUTEXT/>")) << seen[1].body;
   EXPECT_FALSE(Contains(seen[1].body, "ZOPTIONAL"));
   EXPECT_EQ(seen[1].header("SOAPAction"), "\"urn:sap-com:document:sap:rfc:functions/STFC_CONNECTION\"");
 }
@@ -782,10 +777,10 @@ TEST_F(SoapSessionTest, ConnectOpensTheTraceFromTheOptionAndTheBoundaryIsTraced)
   EXPECT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), kUnexpected);
   m_session->AbortCall();
   const std::string text = trace.read();
-  for (const char* line : {"CSoapSession: Connect()", "Calling RFC_PING", "CSoapSession: Connect(): ok",
-                           "SetError: 102 ",
-                           "CXVeltrane Error: ERROR_WINHTTP_CONNECTION_ERROR in CSOAPSession::CallFunction()",
-                           "WinHttpRequest::~WinHttpRequest()"}) {
+  for (const char* line :
+       {"CSoapSession: Connect()", "Calling RFC_PING", "CSoapSession: Connect(): ok", "SetError: 102 ",
+        "CXVeltrane Error: ERROR_WINHTTP_CONNECTION_ERROR in CSOAPSession::CallFunction()",
+        "WinHttpRequest::~WinHttpRequest()"}) {
     EXPECT_TRUE(Contains(text, line)) << line << "\n" << text;
   }
 }

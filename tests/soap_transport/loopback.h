@@ -34,8 +34,8 @@ struct SeenRequest {
   // The value of the first header named name (case-insensitive), or "" and found false.
   std::string header(const std::string& name, bool* found = nullptr) const {
     for (const auto& [n, v] : headers) {
-      if (n.size() == name.size() &&
-          std::equal(n.begin(), n.end(), name.begin(), [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
+      if (n.size() == name.size() && std::equal(n.begin(), n.end(), name.begin(),
+                                                [](char a, char b) { return std::tolower(a) == std::tolower(b); })) {
         if (found) *found = true;
         return v;
       }
@@ -266,10 +266,11 @@ inline long SimControl(const std::string& baseUrl, const std::string& what, std:
   curl_easy_setopt(curl, CURLOPT_POST, 1L);
   curl_easy_setopt(curl, CURLOPT_POSTFIELDS, "");
   curl_easy_setopt(curl, CURLOPT_NOPROXY, "*");
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, +[](char* d, size_t s, size_t n, void* out) {
-    static_cast<std::string*>(out)->append(d, s * n);
-    return s * n;
-  });
+  curl_easy_setopt(
+      curl, CURLOPT_WRITEFUNCTION, +[](char* d, size_t s, size_t n, void* out) {
+        static_cast<std::string*>(out)->append(d, s * n);
+        return s * n;
+      });
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &sink);
   long status = 0;
   if (curl_easy_perform(curl) == CURLE_OK) curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);

@@ -19,7 +19,7 @@
 #include "session/logon_data.h"
 #include "soap/http_system_data.h"
 #include "soap/win_http_transport.h"
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 
 namespace {
 
@@ -218,10 +218,10 @@ TEST_F(SoapTransport, CookiesAreKeptPerTransport) {
   std::atomic<int> served{0};
   LoopbackServer server([&served](int fd, const SeenRequest&) {
     const bool first = served++ == 0;
-    return LoopbackServer::Answer(fd, "200 OK",
-                                  first ? "Set-Cookie: sap-contextid=ABC; path=/\r\nContent-Type: text/xml\r\n"
-                                        : "Content-Type: text/xml\r\n",
-                                  "<x/>");
+    return LoopbackServer::Answer(
+        fd, "200 OK",
+        first ? "Set-Cookie: sap-contextid=ABC; path=/\r\nContent-Type: text/xml\r\n" : "Content-Type: text/xml\r\n",
+        "<x/>");
   });
   Point(server.port());
   m_logon->put_SSO2Ticket(CComBSTR(u"T1"));
@@ -400,9 +400,9 @@ TEST_F(SoapTransport, NotificationsAreTraced) {
   for (const char* line :
        {"WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE", "WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE",
         "WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE", "WINHTTP_CALLBACK_STATUS_READ_COMPLETE",
-        "WinHttpTransport::ReceiveHeaders: ok", "WinHttpTransport::OnReadComplete (",
-        "WinHttpRequest::ReadData(0)", "finished reading response in ", "WinHttpResponse::UpdateStatus: got status 8",
-        "WinHttpRequest::AwaitResponse", "WinHttpRequest::~WinHttpRequest()"})
+        "WinHttpTransport::ReceiveHeaders: ok", "WinHttpTransport::OnReadComplete (", "WinHttpRequest::ReadData(0)",
+        "finished reading response in ", "WinHttpResponse::UpdateStatus: got status 8", "WinHttpRequest::AwaitResponse",
+        "WinHttpRequest::~WinHttpRequest()"})
     EXPECT_TRUE(Contains(text, line)) << line;
 }
 
@@ -511,7 +511,7 @@ TEST_F(SoapTransport, AnEmptyHostIsRefusedAtConnect) {
 }
 
 TEST(WinHttpErrorMapping, CausesMapToTheirWinHttpNumbers) {
-  EXPECT_EQ(WinHttpErrorFromCurl(7), static_cast<DWORD>(ERROR_WINHTTP_CANNOT_CONNECT));    // couldn't connect
+  EXPECT_EQ(WinHttpErrorFromCurl(7), static_cast<DWORD>(ERROR_WINHTTP_CANNOT_CONNECT));     // couldn't connect
   EXPECT_EQ(WinHttpErrorFromCurl(6), static_cast<DWORD>(ERROR_WINHTTP_NAME_NOT_RESOLVED));  // couldn't resolve
   EXPECT_EQ(WinHttpErrorFromCurl(28), static_cast<DWORD>(ERROR_WINHTTP_TIMEOUT));           // timed out
   EXPECT_EQ(WinHttpErrorFromCurl(18), static_cast<DWORD>(ERROR_WINHTTP_CONNECTION_ERROR));  // partial file

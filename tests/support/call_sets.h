@@ -8,7 +8,8 @@
 
 namespace test_support {
 
-inline CComPtr<IRfcParameters> ParameterSet(IFunctionCall* c, HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
+inline CComPtr<IRfcParameters> ParameterSet(IFunctionCall* c,
+                                            HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
   CComPtr<IRfcParameters> p;
   EXPECT_EQ((c->*get)(&p), S_OK);
   return p;

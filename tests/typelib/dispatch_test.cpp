@@ -222,8 +222,7 @@ TEST(Dispatch, ParameterisedPropertyAndDefaultMember) {
   list.Attach(obj);
   obj->items = {u"first", u"second"};
   CComVariant result;
-  ASSERT_EQ(Call(list, DISPID_VALUE, DISPATCH_METHOD | DISPATCH_PROPERTYGET, {CComVariant(LONG(2))}, &result),
-            S_OK);
+  ASSERT_EQ(Call(list, DISPID_VALUE, DISPATCH_METHOD | DISPATCH_PROPERTYGET, {CComVariant(LONG(2))}, &result), S_OK);
   EXPECT_EQ(BstrOf(result), u"second");
   result.Clear();
   ASSERT_EQ(Call(list, IdOf(list, u"item"), DISPATCH_PROPERTYGET, {CComVariant(SHORT(1))}, &result), S_OK);

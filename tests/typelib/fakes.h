@@ -187,8 +187,7 @@ class CFakeParameters : public CComObjectBase<CFakeParameters, IDispatchImpl<CFa
     for (const auto& s : names) copies.emplace_back(std::u16string_view(s));
     return CEnumVariantBase::Create(std::make_shared<CVariantVectorSource>(copies), nullptr, pVal);
   }
-  HRESULT STDMETHODCALLTYPE AddScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals,
-                                      VARIANT value) override {
+  HRESULT STDMETHODCALLTYPE AddScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals, VARIANT value) override {
     names.push_back(Str(name));
     lastType = type;
     lastLength = length;

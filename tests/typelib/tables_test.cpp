@@ -58,10 +58,14 @@ long SlotOf(F f) {
 }  // namespace
 
 TEST(TypeLibTables, IRfcErrorMatchesItsTable) {
-  ExpectMembers(veltrane_dispatch_table<IRfcError>::get(),
-                {{u"ERRORGROUP", 1, GET}, {u"ERRORGROUP", 1, PUT}, {u"ErrorGroupTxt", 2, GET},
-                 {u"ErrorGroupTxt", 2, PUT}, {u"Message", 3, GET}, {u"Message", 3, PUT},
-                 {u"ModuleName", 4, GET}, {u"ModuleName", 4, PUT}});
+  ExpectMembers(veltrane_dispatch_table<IRfcError>::get(), {{u"ERRORGROUP", 1, GET},
+                                                            {u"ERRORGROUP", 1, PUT},
+                                                            {u"ErrorGroupTxt", 2, GET},
+                                                            {u"ErrorGroupTxt", 2, PUT},
+                                                            {u"Message", 3, GET},
+                                                            {u"Message", 3, PUT},
+                                                            {u"ModuleName", 4, GET},
+                                                            {u"ModuleName", 4, PUT}});
   // The C++ declaration has the same slots.
   EXPECT_EQ(SlotOf(&IRfcError::get_ERRORGROUP), 7);
   EXPECT_EQ(SlotOf(&IRfcError::put_ERRORGROUP), 8);
@@ -70,9 +74,11 @@ TEST(TypeLibTables, IRfcErrorMatchesItsTable) {
 }
 
 TEST(TypeLibTables, IConnectorCtrlMatchesItsTable) {
-  ExpectMembers(veltrane_dispatch_table<IConnectorCtrl>::get(),
-                {{u"CreateRfcSession", 1, FUNC}, {u"CreateSOAPSession", 2, FUNC}, {u"CreateRfcServer", 3, FUNC},
-                 {u"CreateNWRfcSession", 4, FUNC}, {u"CreateNWRfcServer", 5, FUNC}});
+  ExpectMembers(veltrane_dispatch_table<IConnectorCtrl>::get(), {{u"CreateRfcSession", 1, FUNC},
+                                                                 {u"CreateSOAPSession", 2, FUNC},
+                                                                 {u"CreateRfcServer", 3, FUNC},
+                                                                 {u"CreateNWRfcSession", 4, FUNC},
+                                                                 {u"CreateNWRfcServer", 5, FUNC}});
   EXPECT_EQ(SlotOf(&IConnectorCtrl::CreateNWRfcServer), 11);
 }
 
@@ -120,17 +126,16 @@ TEST(TypeLibTables, IRfcTypeMatchesItsTable) {
 }
 
 TEST(TypeLibTables, IRfcFieldMatchesItsTable) {
-  ExpectMembers(veltrane_dispatch_table<IRfcField>::get(),
-                {{u"name", 1, GET},
-                 {u"name", 1, PUT},
-                 {u"RfcType", 2, GET},
-                 {u"RfcType", 2, PUT},
-                 {u"value", 0, GET},
-                 {u"value", 0, PUT},
-                 {u"Fields", 3, GET},
-                 {u"Rows", 4, GET},
-                 {u"get_InternalType", 6, FUNC},
-                 {u"get_IsEmpty", 10, FUNC}});
+  ExpectMembers(veltrane_dispatch_table<IRfcField>::get(), {{u"name", 1, GET},
+                                                            {u"name", 1, PUT},
+                                                            {u"RfcType", 2, GET},
+                                                            {u"RfcType", 2, PUT},
+                                                            {u"value", 0, GET},
+                                                            {u"value", 0, PUT},
+                                                            {u"Fields", 3, GET},
+                                                            {u"Rows", 4, GET},
+                                                            {u"get_InternalType", 6, FUNC},
+                                                            {u"get_IsEmpty", 10, FUNC}});
   EXPECT_EQ(SlotOf(&IRfcField::get_IsEmpty), 16);
 }
 
@@ -157,36 +162,35 @@ TEST(TypeLibTables, IFunctionCallMatchesItsTable) {
 }
 
 TEST(TypeLibTables, ISessionMatchesItsTable) {
-  ExpectMembers(veltrane_dispatch_table<ISession>::get(),
-                {{u"SystemID", 1, GET},
-                 {u"SystemID", 1, PUT},
-                 {u"LogonData", 2, GET},
-                 {u"ErrorInfo", 3, GET},
-                 {u"IsConnected", 4, GET},
-                 {u"Error", 5, GET},
-                 {u"CallActive", 6, GET},
-                 {u"SessionType", 10, GET},
-                 {u"Option", 11, GET},
-                 {u"Option", 11, PUT},
-                 {u"TypeCache", 12, GET},
-                 {u"TypeCache", 12, PUT},
-                 {u"Connect", 20, FUNC},
-                 {u"Disconnect", 21, FUNC},
-                 {u"CallFunction", 22, FUNC},
-                 {u"AbortCall", 23, FUNC},
-                 {u"DecodeInternalError", 24, FUNC},
-                 {u"ImportType", 25, FUNC},
-                 {u"CheckPasswordExpired", 26, FUNC},
-                 {u"ChangePassword", 27, FUNC},
-                 {u"CheckUnicodeSupport", 28, FUNC},
-                 {u"CreateCall", 30, FUNC},
-                 {u"CreateType", 31, FUNC},
-                 {u"About", 41, FUNC},
-                 {u"ImportCall", 50, FUNC},
-                 {u"GetTableReader", 51, FUNC},
-                 {u"CreateTransID", 52, FUNC},
-                 {u"ConfirmTransID", 53, FUNC},
-                 {u"CallTRFCFunction", 54, FUNC}});
+  ExpectMembers(veltrane_dispatch_table<ISession>::get(), {{u"SystemID", 1, GET},
+                                                           {u"SystemID", 1, PUT},
+                                                           {u"LogonData", 2, GET},
+                                                           {u"ErrorInfo", 3, GET},
+                                                           {u"IsConnected", 4, GET},
+                                                           {u"Error", 5, GET},
+                                                           {u"CallActive", 6, GET},
+                                                           {u"SessionType", 10, GET},
+                                                           {u"Option", 11, GET},
+                                                           {u"Option", 11, PUT},
+                                                           {u"TypeCache", 12, GET},
+                                                           {u"TypeCache", 12, PUT},
+                                                           {u"Connect", 20, FUNC},
+                                                           {u"Disconnect", 21, FUNC},
+                                                           {u"CallFunction", 22, FUNC},
+                                                           {u"AbortCall", 23, FUNC},
+                                                           {u"DecodeInternalError", 24, FUNC},
+                                                           {u"ImportType", 25, FUNC},
+                                                           {u"CheckPasswordExpired", 26, FUNC},
+                                                           {u"ChangePassword", 27, FUNC},
+                                                           {u"CheckUnicodeSupport", 28, FUNC},
+                                                           {u"CreateCall", 30, FUNC},
+                                                           {u"CreateType", 31, FUNC},
+                                                           {u"About", 41, FUNC},
+                                                           {u"ImportCall", 50, FUNC},
+                                                           {u"GetTableReader", 51, FUNC},
+                                                           {u"CreateTransID", 52, FUNC},
+                                                           {u"ConfirmTransID", 53, FUNC},
+                                                           {u"CallTRFCFunction", 54, FUNC}});
   const MemberInfo* call = veltrane::dispatch::FindMember(veltrane_dispatch_table<ISession>::get(), 22, FUNC);
   ASSERT_NE(call, nullptr);
   EXPECT_EQ(call->params[1].defaultInteger, -1);
@@ -209,11 +213,11 @@ TEST(TypeLibTables, SessionInterfacesExtendISession) {
 }
 
 TEST(TypeLibTables, CollectionsHaveTheirDefaultMemberAndEnumerator) {
-  for (const TypeData* t : {&veltrane_dispatch_table<IRfcTypes>::get(), &veltrane_dispatch_table<IRfcFields>::get(),
-                            &veltrane_dispatch_table<IRfcRows>::get(), &veltrane_dispatch_table<IRfcParameters>::get(),
-                            &veltrane_dispatch_table<IFunctionCalls>::get(),
-                            &veltrane_dispatch_table<IStringList>::get(),
-                            &veltrane_dispatch_table<IBSPParameters>::get()}) {
+  for (const TypeData* t :
+       {&veltrane_dispatch_table<IRfcTypes>::get(), &veltrane_dispatch_table<IRfcFields>::get(),
+        &veltrane_dispatch_table<IRfcRows>::get(), &veltrane_dispatch_table<IRfcParameters>::get(),
+        &veltrane_dispatch_table<IFunctionCalls>::get(), &veltrane_dispatch_table<IStringList>::get(),
+        &veltrane_dispatch_table<IBSPParameters>::get()}) {
     const MemberInfo* item = veltrane::dispatch::FindMember(*t, DISPID_VALUE, INVOKE_PROPERTYGET);
     ASSERT_NE(item, nullptr) << std::u16string(t->name).size();
     EXPECT_EQ(std::u16string(item->name), u"Item");

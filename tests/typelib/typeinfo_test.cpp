@@ -150,8 +150,7 @@ TEST(TypeInfo, ArgumentsDefaultsAndOptionalCount) {
   for (const auto& f : funcs)
     if (f.name == u"DefineScalar") define = &f;
   ASSERT_NE(define, nullptr);
-  EXPECT_EQ(define->params,
-            (std::vector<std::u16string>{u"name", u"type", u"length", u"decimals", u"StructOffset"}));
+  EXPECT_EQ(define->params, (std::vector<std::u16string>{u"name", u"type", u"length", u"decimals", u"StructOffset"}));
   EXPECT_EQ(define->cParams, 5);
   EXPECT_EQ(define->cParamsOpt, 3);
 
