@@ -8,11 +8,11 @@
 #include <memory>
 #include <string>
 
-#include "engine/data_dir.hpp"
-#include "engine/system.hpp"
-#include "soap/http_server.hpp"
-#include "soap/log.hpp"
-#include "soap/soap_service.hpp"
+#include "engine/data_dir.h"
+#include "engine/system.h"
+#include "soap/http_server.h"
+#include "soap/log.h"
+#include "soap/soap_service.h"
 
 namespace {
 
@@ -41,7 +41,8 @@ long long number(const std::string& option, const char* text, long long lo, long
   errno = 0;
   const long long v = std::strtoll(text, &end, 10);
   if (errno || !end || *end || end == text || v < lo || v > hi)
-    usageError(option + " needs a number from " + std::to_string(lo) + " to " + std::to_string(hi) + ", not '" + text + "'");
+    usageError(option + " needs a number from " + std::to_string(lo) + " to " + std::to_string(hi) + ", not '" + text +
+               "'");
   return v;
 }
 
@@ -91,10 +92,10 @@ int main(int argc, char** argv) {
     system = std::make_unique<vsim::System>(systemOptions);
     if (!dataDir.empty()) {
       const auto sum = vsim::loadDataDir(*system, dataDir);
-      log.write(vsim::soap::LogLevel::Info,
-                "data directory " + dataDir + ": " + std::to_string(sum.files.size()) + " files, " +
-                    std::to_string(sum.tables) + " tables, " + std::to_string(sum.rows) + " rows, " +
-                    std::to_string(sum.functions) + " function modules, " + std::to_string(sum.users) + " users");
+      log.write(vsim::soap::LogLevel::Info, "data directory " + dataDir + ": " + std::to_string(sum.files.size()) +
+                                                " files, " + std::to_string(sum.tables) + " tables, " +
+                                                std::to_string(sum.rows) + " rows, " + std::to_string(sum.functions) +
+                                                " function modules, " + std::to_string(sum.users) + " users");
     }
   } catch (const std::exception& e) {
     std::fprintf(stderr, "veltrane-sim: %s\n", e.what());
@@ -110,7 +111,8 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
 
   vsim::soap::SoapService service(*system, log);
-  vsim::soap::HttpServer server([&service](const vsim::soap::HttpRequest& r) { return service.handle(r); }, serverOptions);
+  vsim::soap::HttpServer server([&service](const vsim::soap::HttpRequest& r) { return service.handle(r); },
+                                serverOptions);
   unsigned short bound;
   try {
     bound = server.listen(host, static_cast<unsigned short>(port));
@@ -123,7 +125,8 @@ int main(int argc, char** argv) {
   const std::string url = host.find(':') != std::string::npos && host != "::" ? "[" + host + "]" : shown;
   std::printf("veltrane-sim listening soap=http://%s:%u\n", url.c_str(), static_cast<unsigned>(bound));
   std::fflush(stdout);
-  log.write(vsim::soap::LogLevel::Info, "system " + system->info().sysid + " ready, SOAP front on port " + std::to_string(bound));
+  log.write(vsim::soap::LogLevel::Info,
+            "system " + system->info().sysid + " ready, SOAP front on port " + std::to_string(bound));
 
   int sig = 0;
   sigwait(&signals, &sig);

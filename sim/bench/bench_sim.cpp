@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "engine/convert.hpp"
-#include "engine/system.hpp"
-#include "soap/soap_codec.hpp"
+#include "engine/convert.h"
+#include "engine/system.h"
+#include "soap/soap_codec.h"
 
 namespace {
 
@@ -16,7 +16,8 @@ vsim::System& bigSystem() {
 
 void set(vsim::Call& c, const std::string& param, const std::string& text) {
   const int i = c.find(param);
-  c.supply(static_cast<size_t>(i), vsim::parseValue(*c.function().params[static_cast<size_t>(i)].type, text, vsim::TextForm::Plain));
+  c.supply(static_cast<size_t>(i),
+           vsim::parseValue(*c.function().params[static_cast<size_t>(i)].type, text, vsim::TextForm::Plain));
 }
 
 void readTable(benchmark::State& state, const std::string& where, bool fields) {
@@ -61,8 +62,10 @@ void BM_SoapAnswer(benchmark::State& state) {
   vsim::System& s = bigSystem();
   vsim::Session session(vsim::Logon{"001", "DEMO", "E"});
   const std::string body =
-      "<S:Envelope xmlns:S=\"http://schemas.xmlsoap.org/soap/envelope/\"><S:Body><a:Z_VSIM_ROWS xmlns:a=\"urn:sap-com:document:sap:rfc:functions\">"
-      "<ROW_COUNT>" + std::to_string(state.range(0)) + "</ROW_COUNT><ROWS/></a:Z_VSIM_ROWS></S:Body></S:Envelope>";
+      "<S:Envelope xmlns:S=\"http://schemas.xmlsoap.org/soap/envelope/\"><S:Body><a:Z_VSIM_ROWS "
+      "xmlns:a=\"urn:sap-com:document:sap:rfc:functions\">"
+      "<ROW_COUNT>" +
+      std::to_string(state.range(0)) + "</ROW_COUNT><ROWS/></a:Z_VSIM_ROWS></S:Body></S:Envelope>";
   size_t bytes = 0;
   for (auto _ : state) {
     std::unique_ptr<vsim::Call> call;

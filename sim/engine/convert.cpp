@@ -1,4 +1,4 @@
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 #include <algorithm>
 #include <charconv>
@@ -148,7 +148,8 @@ std::string civilFromDays(std::int64_t z) {
 
 std::string addDays(const std::string& yyyymmdd, std::int64_t days) {
   if (yyyymmdd.size() != 8 || !allDigits(yyyymmdd) || yyyymmdd == "00000000") return yyyymmdd;
-  const int y = std::stoi(yyyymmdd.substr(0, 4)), m = std::stoi(yyyymmdd.substr(4, 2)), d = std::stoi(yyyymmdd.substr(6, 2));
+  const int y = std::stoi(yyyymmdd.substr(0, 4)), m = std::stoi(yyyymmdd.substr(4, 2)),
+            d = std::stoi(yyyymmdd.substr(6, 2));
   if (m < 1 || m > 12 || d < 1 || d > 31) return yyyymmdd;
   return civilFromDays(daysFromCivil(y, m, d) + days);
 }
@@ -191,11 +192,18 @@ bool utf8Valid(std::string_view s) {
     const auto c = static_cast<unsigned char>(s[i]);
     int extra = 0;
     std::uint32_t cp = 0;
-    if (c < 0x80) { ++i; continue; }
-    if ((c & 0xE0) == 0xC0) extra = 1, cp = c & 0x1F;
-    else if ((c & 0xF0) == 0xE0) extra = 2, cp = c & 0x0F;
-    else if ((c & 0xF8) == 0xF0) extra = 3, cp = c & 0x07;
-    else return false;
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    if ((c & 0xE0) == 0xC0)
+      extra = 1, cp = c & 0x1F;
+    else if ((c & 0xF0) == 0xE0)
+      extra = 2, cp = c & 0x0F;
+    else if ((c & 0xF8) == 0xF0)
+      extra = 3, cp = c & 0x07;
+    else
+      return false;
     if (i + static_cast<size_t>(extra) >= s.size()) return false;
     for (int k = 1; k <= extra; ++k) {
       const auto d = static_cast<unsigned char>(s[i + static_cast<size_t>(k)]);
@@ -246,12 +254,18 @@ std::string base64Decode(std::string_view text) {
       continue;
     }
     int v;
-    if (ch >= 'A' && ch <= 'Z') v = ch - 'A';
-    else if (ch >= 'a' && ch <= 'z') v = ch - 'a' + 26;
-    else if (ch >= '0' && ch <= '9') v = ch - '0' + 52;
-    else if (ch == '+' || ch == '-') v = 62;
-    else if (ch == '/' || ch == '_') v = 63;
-    else throw ConversionError("invalid character in base64 text");
+    if (ch >= 'A' && ch <= 'Z')
+      v = ch - 'A';
+    else if (ch >= 'a' && ch <= 'z')
+      v = ch - 'a' + 26;
+    else if (ch >= '0' && ch <= '9')
+      v = ch - '0' + 52;
+    else if (ch == '+' || ch == '-')
+      v = 62;
+    else if (ch == '/' || ch == '_')
+      v = 63;
+    else
+      throw ConversionError("invalid character in base64 text");
     if (padding) throw ConversionError("base64 data after padding");
     acc = (acc << 6) | static_cast<unsigned>(v);
     bits += 6;
@@ -390,9 +404,11 @@ std::int64_t packedToScaled(std::string_view canonical, int decimals) {
 
 std::string packedFromScaled(std::int64_t scaled, int decimals) {
   const bool negative = scaled < 0;
-  const std::uint64_t magnitude = negative ? 0 - static_cast<std::uint64_t>(scaled) : static_cast<std::uint64_t>(scaled);
+  const std::uint64_t magnitude =
+      negative ? 0 - static_cast<std::uint64_t>(scaled) : static_cast<std::uint64_t>(scaled);
   std::string digits = std::to_string(magnitude);
-  if (digits.size() <= static_cast<size_t>(decimals)) digits.insert(0, static_cast<size_t>(decimals) + 1 - digits.size(), '0');
+  if (digits.size() <= static_cast<size_t>(decimals))
+    digits.insert(0, static_cast<size_t>(decimals) + 1 - digits.size(), '0');
   std::string out = negative ? "-" : "";
   out += digits.substr(0, digits.size() - static_cast<size_t>(decimals));
   if (decimals > 0) out += "." + digits.substr(digits.size() - static_cast<size_t>(decimals));

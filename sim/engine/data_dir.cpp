@@ -1,4 +1,4 @@
-#include "engine/data_dir.hpp"
+#include "engine/data_dir.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "engine/convert.hpp"
-#include "engine/system.hpp"
+#include "engine/convert.h"
+#include "engine/system.h"
 
 namespace vsim {
 
@@ -51,8 +51,11 @@ Value fromJson(const TypeDesc& t, const json& j, const std::string& where) {
     Value v = initialValue(t);
     for (auto it = j.begin(); it != j.end(); ++it) {
       const int i = t.find(it.key());
-      if (i < 0) fail(where, "structure " + (t.name.empty() ? std::string("(inline)") : t.name) + " has no component " + it.key());
-      v.items()[static_cast<size_t>(i)] = fromJson(*t.components[static_cast<size_t>(i)].type, it.value(), where + "." + it.key());
+      if (i < 0)
+        fail(where,
+             "structure " + (t.name.empty() ? std::string("(inline)") : t.name) + " has no component " + it.key());
+      v.items()[static_cast<size_t>(i)] =
+          fromJson(*t.components[static_cast<size_t>(i)].type, it.value(), where + "." + it.key());
     }
     return v;
   }
@@ -82,7 +85,8 @@ Value carry(const TypeDesc& from, const Value& v, const TypeDesc& to) {
     for (size_t i = 0; i < to.components.size(); ++i) {
       const int k = from.find(to.components[i].name);
       if (k >= 0)
-        out.items()[i] = carry(*from.components[static_cast<size_t>(k)].type, v.items()[static_cast<size_t>(k)], *to.components[i].type);
+        out.items()[i] = carry(*from.components[static_cast<size_t>(k)].type, v.items()[static_cast<size_t>(k)],
+                               *to.components[i].type);
     }
     return out;
   }
@@ -249,7 +253,8 @@ class Loader {
   void table(const json& j, const std::string& where) {
     const std::string n = name(j, where);
     DbTable* t = s_.tables().findMutable(n);
-    if (t && j.contains("fields")) fail(where, "table " + n + " exists already; leave out \"fields\" to add rows to it");
+    if (t && j.contains("fields"))
+      fail(where, "table " + n + " exists already; leave out \"fields\" to add rows to it");
     if (!t) {
       if (!j.contains("fields")) fail(where, "table " + n + " does not exist; \"fields\" defines it");
       DbTable nt;
@@ -258,8 +263,8 @@ class Loader {
       nt.keyFields = j.contains("keyFields") ? j["keyFields"].get<int>() : 1;
       if (nt.keyFields < 1 || nt.keyFields > static_cast<int>(nt.type->components.size()))
         fail(where, "\"keyFields\" must be between 1 and the number of fields");
-      nt.clientDependent = j.contains("clientDependent") ? flag(j, "clientDependent", where)
-                                                         : nt.type->components[0].name == "MANDT";
+      nt.clientDependent =
+          j.contains("clientDependent") ? flag(j, "clientDependent", where) : nt.type->components[0].name == "MANDT";
       if (nt.clientDependent && nt.type->components[0].name != "MANDT")
         fail(where, "a client-dependent table needs MANDT as its first field");
       nt.restricted = flag(j, "restricted", where);
@@ -276,7 +281,8 @@ class Loader {
         Value row = initialValue(rt);
         if (r.is_array()) {
           if (r.size() > rt.components.size()) fail(w, "more values than fields");
-          for (size_t k = 0; k < r.size(); ++k) row.items()[k] = fromJson(*rt.components[k].type, r[k], w + "[" + std::to_string(k) + "]");
+          for (size_t k = 0; k < r.size(); ++k)
+            row.items()[k] = fromJson(*rt.components[k].type, r[k], w + "[" + std::to_string(k) + "]");
         } else {
           row = fromJson(rt, r, w);
         }
@@ -332,8 +338,8 @@ class Loader {
         const std::string pname = name(p, w);
         if (fm.find(pname) >= 0) fail(w, "parameter " + pname + " appears twice");
         try {
-          fm.params.push_back(s_.param(dir, pname, str(p, "type", w, true), flag(p, "optional", w), str(p, "default", w),
-                                       str(p, "text", w)));
+          fm.params.push_back(s_.param(dir, pname, str(p, "type", w, true), flag(p, "optional", w),
+                                       str(p, "default", w), str(p, "text", w)));
         } catch (const std::invalid_argument& e) {
           fail(w, e.what());
         }
@@ -346,9 +352,12 @@ class Loader {
       size_t i = 0;
       for (const json& e : j["exceptions"]) {
         const std::string w = where + ".exceptions[" + std::to_string(i++) + "]";
-        if (e.is_string()) fm.exceptions.push_back({e.get<std::string>(), ""});
-        else if (e.is_object()) fm.exceptions.push_back({name(e, w), str(e, "text", w)});
-        else fail(w, "a name or an object is expected");
+        if (e.is_string())
+          fm.exceptions.push_back({e.get<std::string>(), ""});
+        else if (e.is_object())
+          fm.exceptions.push_back({name(e, w), str(e, "text", w)});
+        else
+          fail(w, "a name or an object is expected");
       }
     }
     for (const auto& [target, source] : behaviour->from) {
@@ -377,7 +386,8 @@ class Loader {
             for (auto it = c["when"].begin(); it != c["when"].end(); ++it) {
               const int k = fm.find(it.key());
               if (k < 0) fail(cw + ".when", fm.name + " has no parameter " + it.key());
-              cs.when[it.key()] = fromJson(*fm.params[static_cast<size_t>(k)].type, it.value(), cw + ".when." + it.key());
+              cs.when[it.key()] =
+                  fromJson(*fm.params[static_cast<size_t>(k)].type, it.value(), cw + ".when." + it.key());
             }
             cs.outcome = readOutcome(c, fm, cw);
             behaviour->cases.push_back(std::move(cs));

@@ -1,4 +1,4 @@
-#include "engine/dictionary.hpp"
+#include "engine/dictionary.h"
 
 #include <charconv>
 #include <stdexcept>

@@ -1,6 +1,6 @@
-#include "engine/function.hpp"
+#include "engine/function.h"
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 #include <charconv>
 
@@ -85,9 +85,7 @@ bool CallContext::supplied(std::string_view param) const {
   return i >= 0 && call_.supplied(static_cast<size_t>(i));
 }
 
-std::string CallContext::text(std::string_view param) const {
-  return formatPlain(typeOf(param), call_.value(param));
-}
+std::string CallContext::text(std::string_view param) const { return formatPlain(typeOf(param), call_.value(param)); }
 
 std::int64_t CallContext::integer(std::string_view param) const {
   const TypeDesc& t = typeOf(param);

@@ -1,6 +1,6 @@
 // RFC_PING, RFC_SYSTEM_INFO, STFC_CONNECTION, STFC_STRUCTURE, RFC_GET_ATTRIBUTES.
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
 
 namespace vsim {
 

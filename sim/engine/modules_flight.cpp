@@ -1,8 +1,8 @@
 // BAPI_FLIGHT_GETLIST over the flight model (SFLIGHT, SPFLI, SCARR).
 #include <unordered_map>
 
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
 
 namespace vsim {
 
@@ -75,7 +75,8 @@ void installFlightModules(System& s) {
 
         std::unordered_map<std::string, const Value*> connections, airlines;
         for (const Value& c : spfli.rows)
-          if (c.at(pt, "MANDT").text() == client) connections[c.at(pt, "CARRID").text() + c.at(pt, "CONNID").text()] = &c;
+          if (c.at(pt, "MANDT").text() == client)
+            connections[c.at(pt, "CARRID").text() + c.at(pt, "CONNID").text()] = &c;
         for (const Value& a : scarr.rows)
           if (a.at(ct, "MANDT").text() == client) airlines[a.at(ct, "CARRID").text()] = &a;
         std::unordered_map<std::string, std::string> iso;
@@ -86,7 +87,8 @@ void installFlightModules(System& s) {
         const TypeDesc& dt = ctx.typeOf("DESTINATION_FROM");
         const Value& from = ctx["DESTINATION_FROM"];
         const Value& to = ctx["DESTINATION_TO"];
-        auto place = [&](const Value& dest, const Value& conn, const char* airport, const char* city, const char* country) {
+        auto place = [&](const Value& dest, const Value& conn, const char* airport, const char* city,
+                         const char* country) {
           const std::string& a = dest.at(dt, "AIRPORTID").text();
           const std::string& c = dest.at(dt, "CITY").text();
           const std::string& k = dest.at(dt, "COUNTR").text();

@@ -1,6 +1,6 @@
 // RFC_GET_FUNCTION_INTERFACE, RFC_GET_UNICODE_STRUCTURE, RFC_GET_NAMETAB.
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
 
 namespace vsim {
 
@@ -48,7 +48,8 @@ void flatten(CallContext& ctx, const TypeDesc& s, const std::string& structName,
     }
     if (t.kind == Kind::Struct) {
       std::array<int, 3> inner{};
-      for (int l = 0; l < 3; ++l) inner[static_cast<size_t>(l)] = base[static_cast<size_t>(l)] + c.offset[static_cast<size_t>(l)];
+      for (int l = 0; l < 3; ++l)
+        inner[static_cast<size_t>(l)] = base[static_cast<size_t>(l)] + c.offset[static_cast<size_t>(l)];
       flatten(ctx, t, structName, prefix + c.name + "-", inner, skipB2, skipB4, position);
     }
   }
@@ -149,11 +150,13 @@ void installMetadataModules(System& s) {
         put(h, "TABNAME", name);
         put(h, "TABTYPE", t->kind == Kind::Table ? "L" : (db ? "T" : "S"));
         put(h, "TABFORM", t->kind == Kind::Table ? "" : (db ? "T" : "J"));
-        if (t->kind == Kind::Table) put(h, "REFNAME", t->row->name.empty() ? std::string(1, t->row->exid()) : t->row->name);
+        if (t->kind == Kind::Table)
+          put(h, "REFNAME", t->row->name.empty() ? std::string(1, t->row->exid()) : t->row->name);
         std::uint64_t hash = 1469598103934665603ULL;
         for (char c : name) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211ULL;
         std::string uuid;
-        for (int i = 0; i < 16; ++i) uuid += static_cast<char>((hash >> ((i % 8) * 8)) & 0xFF) ^ static_cast<char>(i * 37);
+        for (int i = 0; i < 16; ++i)
+          uuid += static_cast<char>((hash >> ((i % 8) * 8)) & 0xFF) ^ static_cast<char>(i * 37);
         h["UUID"] = Value(uuid);
         put(h, "UNIFLAG", "X");
         if (rowType->kind != Kind::Struct) return;

@@ -1,7 +1,7 @@
 // RFC_READ_TABLE: rows of a database table as fixed-width text lines.
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
-#include "engine/where.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
+#include "engine/where.h"
 
 namespace vsim {
 
@@ -89,8 +89,10 @@ void installReadTable(System& s) {
           const Component& c = rowType.components[static_cast<size_t>(f.index)];
           Value& r = ctx.appendRow("FIELDS");
           r["FIELDNAME"] = Value(c.name);
-          r["OFFSET"] = parseValue(*ctx.typeOf("FIELDS").row->components[1].type, std::to_string(f.offset), TextForm::Plain);
-          r["LENGTH"] = parseValue(*ctx.typeOf("FIELDS").row->components[2].type, std::to_string(f.length), TextForm::Plain);
+          r["OFFSET"] =
+              parseValue(*ctx.typeOf("FIELDS").row->components[1].type, std::to_string(f.offset), TextForm::Plain);
+          r["LENGTH"] =
+              parseValue(*ctx.typeOf("FIELDS").row->components[2].type, std::to_string(f.length), TextForm::Plain);
           r["TYPE"] = Value(std::string(1, c.type->exid()));
           r["FIELDTEXT"] = Value(utf8Truncate(c.text, 60));
         }
@@ -114,8 +116,8 @@ void installReadTable(System& s) {
           line.clear();
           for (size_t k = 0; k < out.size(); ++k) {
             const OutField& f = out[k];
-            line += formatWrite(*rowType.components[static_cast<size_t>(f.index)].type, row.items()[static_cast<size_t>(f.index)],
-                                f.length);
+            line += formatWrite(*rowType.components[static_cast<size_t>(f.index)].type,
+                                row.items()[static_cast<size_t>(f.index)], f.length);
             if (hasDelimiter && k + 1 < out.size()) line += delimiter;
           }
           Value wa = initialValue(dataRow);

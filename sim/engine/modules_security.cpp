@@ -1,6 +1,6 @@
 // SUSR_LOGIN_CHECK_RFC, SUSR_USER_CHANGE_PASSWORD_RFC, SLDAG_CHECK_FOR_UNICODE, Z_VSIM_SSO2_TICKET.
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
 
 namespace vsim {
 
@@ -74,17 +74,20 @@ void installSecurityModules(System& s) {
         std::string name = toUpper(ctx.text("BNAME"));
         if (name.empty()) name = ctx.logon().user;
         if (name != ctx.logon().user)
-          return refuse("CHANGE_NOT_ALLOWED",
-                        {"00", "E", "187", "You are not authorized to change the password of user " + name, {name, "", "", ""}});
+          return refuse(
+              "CHANGE_NOT_ALLOWED",
+              {"00", "E", "187", "You are not authorized to change the password of user " + name, {name, "", "", ""}});
         UserStore& users = ctx.system().users();
         const std::string oldPassword = ctx.text("PASSWORD"), newPassword = ctx.text("NEW_PASSWORD");
         const LogonResult r = users.check(ctx.logon().client, name, oldPassword);
         if (r == LogonResult::Locked)
-          return refuse("PASSWORD_ATTEMPTS_LIMITED", {"00", "E", "158", "User is locked. Please notify the person responsible", {}});
+          return refuse("PASSWORD_ATTEMPTS_LIMITED",
+                        {"00", "E", "158", "User is locked. Please notify the person responsible", {}});
         if (r != LogonResult::Ok)
           return refuse("CHANGE_NOT_ALLOWED", {"00", "E", "152", "Name or password is incorrect (repeat logon)", {}});
         if (utf8Length(newPassword) < 6)
-          return refuse("PASSWORD_NOT_ALLOWED", {"00", "E", "192", "Password must contain at least 6 characters", {"6", "", "", ""}});
+          return refuse("PASSWORD_NOT_ALLOWED",
+                        {"00", "E", "192", "Password must contain at least 6 characters", {"6", "", "", ""}});
         if (newPassword == oldPassword)
           return refuse("PASSWORD_NOT_ALLOWED",
                         {"00", "E", "190", "Choose a password that is different from your last passwords", {}});

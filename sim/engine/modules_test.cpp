@@ -3,8 +3,8 @@
 #include <cmath>
 #include <limits>
 
-#include "engine/convert.hpp"
-#include "engine/module_builder.hpp"
+#include "engine/convert.h"
+#include "engine/module_builder.h"
 
 namespace vsim {
 
@@ -14,9 +14,9 @@ struct ScalarParam {
   const char* suffix;
   const char* type;
 };
-const ScalarParam kScalars[] = {{"CHAR", "C10"},     {"NUMC", "N8"},   {"DATE", "D"},      {"TIME", "T"},
-                                {"RAW", "X4"},       {"PACKED", "P8.2"}, {"FLOAT", "F"},   {"INT", "I"},
-                                {"INT1", "INT1"},    {"INT2", "INT2"}, {"STRING", "STRING"}, {"XSTRING", "XSTRING"}};
+const ScalarParam kScalars[] = {{"CHAR", "C10"},  {"NUMC", "N8"},     {"DATE", "D"},        {"TIME", "T"},
+                                {"RAW", "X4"},    {"PACKED", "P8.2"}, {"FLOAT", "F"},       {"INT", "I"},
+                                {"INT1", "INT1"}, {"INT2", "INT2"},   {"STRING", "STRING"}, {"XSTRING", "XSTRING"}};
 
 // The change that Z_VSIM_TYPES applies to a CHANGING value, so that a client sees it was processed.
 Value changed(const TypeDesc& t, const Value& v) {
@@ -39,7 +39,8 @@ Value changed(const TypeDesc& t, const Value& v) {
     case Kind::Time: {
       const std::string& s = v.text();
       if (s.size() != 6) return v;
-      int secs = (std::stoi(s.substr(0, 2)) * 3600 + std::stoi(s.substr(2, 2)) * 60 + std::stoi(s.substr(4, 2)) + 1) % 86400;
+      int secs =
+          (std::stoi(s.substr(0, 2)) * 3600 + std::stoi(s.substr(2, 2)) * 60 + std::stoi(s.substr(4, 2)) + 1) % 86400;
       char buf[32];
       std::snprintf(buf, sizeof buf, "%02d%02d%02d", secs / 3600, secs / 60 % 60, secs % 60);
       return Value(buf);
@@ -66,14 +67,15 @@ Value changed(const TypeDesc& t, const Value& v) {
     }
     case Kind::Int: {
       const std::int64_t n = v.integer();
-      return Value(n == std::numeric_limits<std::int32_t>::max() ? std::int64_t{std::numeric_limits<std::int32_t>::min()} : n + 1);
+      return Value(n == std::numeric_limits<std::int32_t>::max()
+                       ? std::int64_t{std::numeric_limits<std::int32_t>::min()}
+                       : n + 1);
     }
     case Kind::Int1: return Value((v.integer() + 1) % 256);
     case Kind::Int2: return Value(v.integer() == 32767 ? std::int64_t{-32768} : v.integer() + 1);
     case Kind::Struct: {
       Value out = v;
-      for (size_t i = 0; i < t.components.size(); ++i)
-        out.items()[i] = changed(*t.components[i].type, v.items()[i]);
+      for (size_t i = 0; i < t.components.size(); ++i) out.items()[i] = changed(*t.components[i].type, v.items()[i]);
       return out;
     }
     case Kind::Table: {
@@ -90,12 +92,14 @@ Value changed(const TypeDesc& t, const Value& v) {
 void installTestModules(System& s) {
   {
     ModuleBuilder b(s, "Z_VSIM_TYPES", "ZVSIM", "Every ABAP type in every direction");
-    for (const auto& p : kScalars) b.imp(std::string("IV_") + p.suffix, p.type, true, {}, std::string("Importing ") + p.suffix);
+    for (const auto& p : kScalars)
+      b.imp(std::string("IV_") + p.suffix, p.type, true, {}, std::string("Importing ") + p.suffix);
     b.imp("IS_FLAT", "ZVSIM_FLAT", true).imp("IT_FLAT", "ZVSIM_FLAT_TT", true).imp("IS_DEEP", "ZVSIM_DEEP", true);
     for (const auto& p : kScalars) b.exp(std::string("EV_") + p.suffix, p.type, std::string("Echo of IV_") + p.suffix);
     b.exp("ES_FLAT", "ZVSIM_FLAT", "Echo of IS_FLAT").exp("ET_FLAT", "ZVSIM_FLAT_TT", "Echo of IT_FLAT");
     b.exp("ES_DEEP", "ZVSIM_DEEP", "Echo of IS_DEEP");
-    for (const auto& p : kScalars) b.chg(std::string("CV_") + p.suffix, p.type, true, {}, std::string("Changed ") + p.suffix);
+    for (const auto& p : kScalars)
+      b.chg(std::string("CV_") + p.suffix, p.type, true, {}, std::string("Changed ") + p.suffix);
     b.chg("CS_FLAT", "ZVSIM_FLAT", true).chg("CT_FLAT", "ZVSIM_FLAT_TT", true);
     b.tab("TT_FLAT", "ZVSIM_FLAT", true, "Rows changed, then IS_FLAT appended");
     b.install([](CallContext& ctx) {
@@ -159,7 +163,8 @@ void installTestModules(System& s) {
         const std::int64_t ms = std::max<std::int64_t>(ctx.integer("MILLISECONDS"), 0);
         const auto start = std::chrono::steady_clock::now();
         if (!ctx.system().sleepFor(ms)) throw SystemFailure("SYSTEM_SHUTDOWN", "The system is shutting down");
-        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+        const auto waited =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
         ctx["WAITED"] = Value(static_cast<std::int64_t>(waited.count()));
       });
 

@@ -1,8 +1,8 @@
 // Clients, languages, users and table contents of the standard system, with the flight model.
 #include <cstdio>
 
-#include "engine/convert.hpp"
-#include "engine/system.hpp"
+#include "engine/convert.h"
+#include "engine/system.h"
 
 namespace vsim {
 
@@ -47,15 +47,19 @@ struct Connection {
 };
 
 const Connection kConnections[] = {
-    {"AA", "0017", "US", "NEW YORK", "JFK", "US", "SAN FRANCISCO", "SFO", 361, "110000", "140100", "2572", "MI", 0, 422},
-    {"AA", "0064", "US", "SAN FRANCISCO", "SFO", "US", "NEW YORK", "JFK", 321, "090000", "172100", "2572", "MI", 0, 422},
+    {"AA", "0017", "US", "NEW YORK", "JFK", "US", "SAN FRANCISCO", "SFO", 361, "110000", "140100", "2572", "MI", 0,
+     422},
+    {"AA", "0064", "US", "SAN FRANCISCO", "SFO", "US", "NEW YORK", "JFK", 321, "090000", "172100", "2572", "MI", 0,
+     422},
     {"AZ", "0555", "IT", "ROME", "FCO", "DE", "FRANKFURT", "FRA", 125, "190000", "210500", "845", "MI", 0, 185},
     {"AZ", "0788", "IT", "ROME", "FCO", "JP", "TOKYO", "TYO", 775, "120000", "085500", "6130", "MI", 1, 1030},
     {"AZ", "0789", "JP", "TOKYO", "TYO", "IT", "ROME", "FCO", 940, "114500", "192500", "6130", "MI", 0, 1030},
     {"AZ", "0790", "IT", "ROME", "FCO", "JP", "OSAKA", "KIX", 815, "103500", "081000", "6030", "MI", 1, 1070},
     {"DL", "0106", "US", "NEW YORK", "JFK", "DE", "FRANKFURT", "FRA", 475, "193500", "093000", "3851", "MI", 1, 611},
-    {"DL", "1699", "US", "NEW YORK", "JFK", "US", "SAN FRANCISCO", "SFO", 382, "171500", "203700", "2572", "MI", 0, 422},
-    {"DL", "1984", "US", "SAN FRANCISCO", "SFO", "US", "NEW YORK", "JFK", 325, "100000", "182500", "2572", "MI", 0, 422},
+    {"DL", "1699", "US", "NEW YORK", "JFK", "US", "SAN FRANCISCO", "SFO", 382, "171500", "203700", "2572", "MI", 0,
+     422},
+    {"DL", "1984", "US", "SAN FRANCISCO", "SFO", "US", "NEW YORK", "JFK", 325, "100000", "182500", "2572", "MI", 0,
+     422},
     {"JL", "0407", "JP", "TOKYO", "NRT", "DE", "FRANKFURT", "FRA", 725, "133000", "173500", "9100", "KM", 0, 106136},
     {"JL", "0408", "DE", "FRANKFURT", "FRA", "JP", "TOKYO", "NRT", 675, "202500", "154000", "9100", "KM", 1, 106136},
     {"LH", "0400", "DE", "FRANKFURT", "FRA", "US", "NEW YORK", "JFK", 444, "101000", "113400", "6162", "KM", 0, 666},
@@ -65,12 +69,16 @@ const Connection kConnections[] = {
     {"LH", "2407", "DE", "BERLIN", "TXL", "DE", "FRANKFURT", "FRA", 65, "071000", "081500", "555", "KM", 0, 242},
     {"QF", "0005", "SG", "SINGAPORE", "SIN", "DE", "FRANKFURT", "FRA", 822, "225000", "052300", "10000", "KM", 1, 1629},
     {"QF", "0006", "DE", "FRANKFURT", "FRA", "SG", "SINGAPORE", "SIN", 738, "213500", "155300", "10000", "KM", 1, 1629},
-    {"SQ", "0002", "SG", "SINGAPORE", "SIN", "US", "SAN FRANCISCO", "SFO", 1015, "170000", "192000", "8452", "MI", 0, 1849},
-    {"SQ", "0015", "US", "SAN FRANCISCO", "SFO", "SG", "SINGAPORE", "SIN", 1080, "160000", "024500", "8452", "MI", 2, 1849},
+    {"SQ", "0002", "SG", "SINGAPORE", "SIN", "US", "SAN FRANCISCO", "SFO", 1015, "170000", "192000", "8452", "MI", 0,
+     1849},
+    {"SQ", "0015", "US", "SAN FRANCISCO", "SFO", "SG", "SINGAPORE", "SIN", 1080, "160000", "024500", "8452", "MI", 2,
+     1849},
     {"SQ", "0158", "SG", "SINGAPORE", "SIN", "ID", "JAKARTA", "CGK", 105, "152500", "164000", "560", "MI", 0, 375},
     {"SQ", "0988", "SG", "SINGAPORE", "SIN", "JP", "TOKYO", "TYO", 405, "163000", "014500", "3125", "MI", 1, 885},
-    {"UA", "0941", "DE", "FRANKFURT", "FRA", "US", "SAN FRANCISCO", "SFO", 690, "143000", "210600", "5685", "MI", 0, 879},
-    {"UA", "3504", "US", "SAN FRANCISCO", "SFO", "DE", "FRANKFURT", "FRA", 655, "150000", "103000", "5685", "MI", 1, 879},
+    {"UA", "0941", "DE", "FRANKFURT", "FRA", "US", "SAN FRANCISCO", "SFO", 690, "143000", "210600", "5685", "MI", 0,
+     879},
+    {"UA", "3504", "US", "SAN FRANCISCO", "SFO", "DE", "FRANKFURT", "FRA", 655, "150000", "103000", "5685", "MI", 1,
+     879},
     {"UA", "3516", "US", "NEW YORK", "JFK", "DE", "FRANKFURT", "FRA", 470, "162000", "054500", "3851", "MI", 1, 611},
     {"UA", "3517", "DE", "FRANKFURT", "FRA", "US", "NEW YORK", "JFK", 500, "104000", "125500", "3851", "MI", 0, 611},
 };
@@ -152,14 +160,22 @@ void installData(System& s) {
                                            {"066", "EarlyWatch", "Walldorf", "EUR"},
                                            {"100", "Veltrane demo client", "Kundstadt", "USD"}};
   for (const auto& c : clients) users.addClient(c);
-  const std::vector<Language> languages = {{"E", "EN", "English"}, {"D", "DE", "German"},   {"F", "FR", "French"},
+  const std::vector<Language> languages = {{"E", "EN", "English"}, {"D", "DE", "German"},  {"F", "FR", "French"},
                                            {"S", "ES", "Spanish"}, {"I", "IT", "Italian"}, {"J", "JA", "Japanese"}};
   for (const auto& l : languages) users.addLanguage(l);
-  for (const char* client : {"000", "001", "100"}) users.addUser({client, "DEMO", "Welcome1", false, false, "E", "Demo User", {}, 0});
+  for (const char* client : {"000", "001", "100"})
+    users.addUser({client, "DEMO", "Welcome1", false, false, "E", "Demo User", {}, 0});
   users.addUser({"001", "EXPIRED", "Welcome1", false, true, "E", "User with an expired password", {}, 0});
   users.addUser({"001", "LOCKED", "Welcome1", true, false, "E", "Locked user", {}, 0});
-  users.addUser({"001", "RESTRICTED", "Welcome1", false, false, "E", "User with few authorizations",
-                 {"RFC_PING", "RFC_SYSTEM_INFO", "STFC_CONNECTION"}, 0});
+  users.addUser({"001",
+                 "RESTRICTED",
+                 "Welcome1",
+                 false,
+                 false,
+                 "E",
+                 "User with few authorizations",
+                 {"RFC_PING", "RFC_SYSTEM_INFO", "STFC_CONNECTION"},
+                 0});
   users.addUser({"001", "DEVELOPER", "Welcome1", false, false, "D", "Developer with German logon language", {}, 0});
 
   auto& t000 = defineTable(s, "T000",
@@ -203,9 +219,10 @@ void installData(System& s) {
                              {"GDATU", "GDATU_CUR"},
                              {"XPRIMARY", "C1", "Primary SAP currency code for ISO code"}},
                             2, true, "Currency Codes");
-  auto& tcurt = defineTable(s, "TCURT",
-                            {{"MANDT", "MANDT"}, {"SPRAS", "SPRAS"}, {"WAERS", "WAERS"}, {"LTEXT", "LTEXT"}, {"KTEXT", "KTEXT_CURT"}},
-                            3, true, "Currency Code Names");
+  auto& tcurt = defineTable(
+      s, "TCURT",
+      {{"MANDT", "MANDT"}, {"SPRAS", "SPRAS"}, {"WAERS", "WAERS"}, {"LTEXT", "LTEXT"}, {"KTEXT", "KTEXT_CURT"}}, 3,
+      true, "Currency Code Names");
   struct Cur {
     const char *waers, *iso, *num, *en, *de;
   };
@@ -241,7 +258,8 @@ void installData(System& s) {
   usr02.restricted = true;
   for (const auto& c : {"000", "001", "100"})
     for (const char* name : {"DEMO", "EXPIRED", "LOCKED", "RESTRICTED", "DEVELOPER"})
-      if (auto u = users.find(c, name)) addRows(usr02, {{c, u->name, "20250101", "99991231", "A", "", "0", u->locked ? "64" : "0"}});
+      if (auto u = users.find(c, name))
+        addRows(usr02, {{c, u->name, "20250101", "99991231", "A", "", "0", u->locked ? "64" : "0"}});
 
   auto& scarr = defineTable(s, "SCARR",
                             {{"MANDT", "MANDT"},
@@ -289,8 +307,9 @@ void installData(System& s) {
                              {"PERIOD", "S_PERIOD"}},
                             3, true, "Flight schedule");
   for (const auto& c : kConnections)
-    addRows(spfli, {{"001", c.carrid, c.connid, c.countryfr, c.cityfrom, c.airpfrom, c.countryto, c.cityto, c.airpto,
-                     std::to_string(c.fltime), c.deptime, c.arrtime, c.distance, c.distid, "", std::to_string(c.period)}});
+    addRows(spfli,
+            {{"001", c.carrid, c.connid, c.countryfr, c.cityfrom, c.airpfrom, c.countryto, c.cityto, c.airpto,
+              std::to_string(c.fltime), c.deptime, c.arrtime, c.distance, c.distid, "", std::to_string(c.period)}});
 
   defineTable(s, "SFLIGHT",
               {{"MANDT", "MANDT"},

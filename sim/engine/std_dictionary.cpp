@@ -1,5 +1,5 @@
 // Data elements and structures of the standard system.
-#include "engine/system.hpp"
+#include "engine/system.h"
 
 namespace vsim {
 
@@ -234,7 +234,9 @@ void structures(Dictionary& d) {
                  "Flight key");
   d.addStructure("BAPISFLAUX", {{"BAPIMAXROW", "BAPIMAXROW"}}, "Auxiliary structure for flights");
   d.addStructure("BAPISFLDST",
-                 {{"AIRPORTID", "S_FROMAIRP", "Airport"}, {"CITY", "S_FROM_CIT", "City"}, {"COUNTR", "LAND1"},
+                 {{"AIRPORTID", "S_FROMAIRP", "Airport"},
+                  {"CITY", "S_FROM_CIT", "City"},
+                  {"COUNTR", "LAND1"},
                   {"COUNTR_ISO", "C2", "Country ISO code"}},
                  "Flight destination");
   d.addStructure("BAPISFLDRA",
@@ -307,12 +309,10 @@ void structures(Dictionary& d) {
                   {"FLAT", "ZVSIM_FLAT", "Nested flat structure"},
                   {"ROWS", "ZVSIM_FLAT_TT", "Nested table"}},
                  "Deep structure");
-  d.addStructure("ZVSIM_ROW",
-                 {{"ROW_NO", "I", "Row number"},
-                  {"TEXT", "C40", "Text"},
-                  {"AMOUNT", "P8.2", "Amount"},
-                  {"CREATED", "D", "Date"}},
-                 "Generated row");
+  d.addStructure(
+      "ZVSIM_ROW",
+      {{"ROW_NO", "I", "Row number"}, {"TEXT", "C40", "Text"}, {"AMOUNT", "P8.2", "Amount"}, {"CREATED", "D", "Date"}},
+      "Generated row");
   d.addTableType("STRINGTAB", "STRING", "Table of strings");
 }
 

@@ -1,9 +1,9 @@
-#include "engine/system.hpp"
+#include "engine/system.h"
 
 #include <ctime>
 #include <random>
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 namespace vsim {
 
@@ -75,7 +75,8 @@ std::string System::evaluateDefault(const std::string& expr, const Logon& logon)
   if (e == "SY-DATUM") return today();
   if (e == "SY-UZEIT") return now();
   if (e == "SY-SYSID") return info_.sysid;
-  if (e.size() >= 2 && (e.front() == '\'' || e.front() == '`') && e.back() == e.front()) return e.substr(1, e.size() - 2);
+  if (e.size() >= 2 && (e.front() == '\'' || e.front() == '`') && e.back() == e.front())
+    return e.substr(1, e.size() - 2);
   return e;
 }
 
@@ -90,7 +91,11 @@ std::string ticketMac(const std::string& secret, const std::string& payload) {
 }
 
 // Version 2, code page 4103, as the tickets of an ABAP system begin.
-const std::string kTicketHeader = std::string("\x02" "4103" "\x01\x00", 7);
+const std::string kTicketHeader = std::string(
+    "\x02"
+    "4103"
+    "\x01\x00",
+    7);
 
 }  // namespace
 

@@ -1,9 +1,9 @@
-#include "engine/table_store.hpp"
+#include "engine/table_store.h"
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 namespace vsim {
 
@@ -35,7 +35,8 @@ Value DbTable::makeRow(const std::map<std::string, std::string>& fields) const {
 }
 
 DbTable& TableStore::add(DbTable table) {
-  if (!table.type || table.type->kind != Kind::Struct) throw std::invalid_argument("table " + table.name + " needs a row structure");
+  if (!table.type || table.type->kind != Kind::Struct)
+    throw std::invalid_argument("table " + table.name + " needs a row structure");
   if (table.type->deep) throw std::invalid_argument("table " + table.name + " must be flat");
   auto name = table.name;
   auto [it, fresh] = tables_.emplace(name, std::make_unique<DbTable>(std::move(table)));

@@ -1,4 +1,4 @@
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 #include <stdexcept>
 
@@ -15,18 +15,45 @@ void scalarLayout(TypeDesc& t) {
     int size = 0, align = 1;
     switch (t.kind) {
       case Kind::Char:
-      case Kind::Numc: size = t.length * cs; align = cs; break;
-      case Kind::Date: size = 8 * cs; align = cs; break;
-      case Kind::Time: size = 6 * cs; align = cs; break;
+      case Kind::Numc:
+        size = t.length * cs;
+        align = cs;
+        break;
+      case Kind::Date:
+        size = 8 * cs;
+        align = cs;
+        break;
+      case Kind::Time:
+        size = 6 * cs;
+        align = cs;
+        break;
       case Kind::Raw:
-      case Kind::Packed: size = t.length; align = 1; break;
-      case Kind::Float: size = 8; align = 8; break;
-      case Kind::Int: size = 4; align = 4; break;
-      case Kind::Int2: size = 2; align = 2; break;
-      case Kind::Int1: size = 1; align = 1; break;
+      case Kind::Packed:
+        size = t.length;
+        align = 1;
+        break;
+      case Kind::Float:
+        size = 8;
+        align = 8;
+        break;
+      case Kind::Int:
+        size = 4;
+        align = 4;
+        break;
+      case Kind::Int2:
+        size = 2;
+        align = 2;
+        break;
+      case Kind::Int1:
+        size = 1;
+        align = 1;
+        break;
       case Kind::String:
       case Kind::XString:
-      case Kind::Table: size = 8; align = 8; break;  // references
+      case Kind::Table:
+        size = 8;
+        align = 8;
+        break;  // references
       case Kind::Struct: break;
     }
     t.size[l] = size;

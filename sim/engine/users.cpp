@@ -1,8 +1,8 @@
-#include "engine/users.hpp"
+#include "engine/users.h"
 
 #include <algorithm>
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 namespace vsim {
 

@@ -1,8 +1,8 @@
-#include "engine/where.hpp"
+#include "engine/where.h"
 
 #include <cctype>
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 namespace vsim {
 
@@ -20,9 +20,7 @@ std::vector<Token> tokenize(std::string_view s) {
   std::vector<Token> out;
   size_t i = 0;
   auto isIdentStart = [](char c) { return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || c == '/'; };
-  auto isIdent = [](char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '/' || c == '~';
-  };
+  auto isIdent = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '/' || c == '~'; };
   while (i < s.size()) {
     const char c = s[i];
     if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
@@ -97,7 +95,8 @@ std::u32string decode(std::string_view s) {
     int extra = c >= 0xF0 ? 3 : c >= 0xE0 ? 2 : c >= 0xC0 ? 1 : 0;
     if (i + static_cast<size_t>(extra) >= s.size() + (extra ? 0 : 1)) extra = 0;
     char32_t cp = extra ? (c & (0x3F >> extra)) : c;
-    for (int k = 1; k <= extra; ++k) cp = (cp << 6) | (static_cast<unsigned char>(s[i + static_cast<size_t>(k)]) & 0x3F);
+    for (int k = 1; k <= extra; ++k)
+      cp = (cp << 6) | (static_cast<unsigned char>(s[i + static_cast<size_t>(k)]) & 0x3F);
     out += cp;
     i += static_cast<size_t>(extra) + 1;
   }
@@ -280,9 +279,12 @@ class WhereParser {
       w_.nodes_[static_cast<size_t>(node)].operands = {std::move(lo), std::move(hi)};
     } else if (!negated && keyword("IS")) {
       const bool isNot = keyword("NOT");
-      if (keyword("NULL")) node = add(WhereClause::Op::IsNull);
-      else if (keyword("INITIAL")) node = add(WhereClause::Op::IsInitial);
-      else throw error("NULL or INITIAL expected");
+      if (keyword("NULL"))
+        node = add(WhereClause::Op::IsNull);
+      else if (keyword("INITIAL"))
+        node = add(WhereClause::Op::IsInitial);
+      else
+        throw error("NULL or INITIAL expected");
       w_.nodes_[static_cast<size_t>(node)].field = field;
       return isNot ? add(WhereClause::Op::Not, node) : node;
     } else if (!negated) {
@@ -290,13 +292,20 @@ class WhereParser {
       WhereClause::Op o;
       const std::string& s = op.text;
       if (op.kind == Tok::Cmp || op.kind == Tok::Ident) {
-        if (s == "=" || s == "EQ") o = WhereClause::Op::Eq;
-        else if (s == "<>" || s == "><" || s == "NE") o = WhereClause::Op::Ne;
-        else if (s == "<" || s == "LT") o = WhereClause::Op::Lt;
-        else if (s == ">" || s == "GT") o = WhereClause::Op::Gt;
-        else if (s == "<=" || s == "=<" || s == "LE") o = WhereClause::Op::Le;
-        else if (s == ">=" || s == "=>" || s == "GE") o = WhereClause::Op::Ge;
-        else throw WhereError("comparison operator expected at position " + std::to_string(op.pos + 1));
+        if (s == "=" || s == "EQ")
+          o = WhereClause::Op::Eq;
+        else if (s == "<>" || s == "><" || s == "NE")
+          o = WhereClause::Op::Ne;
+        else if (s == "<" || s == "LT")
+          o = WhereClause::Op::Lt;
+        else if (s == ">" || s == "GT")
+          o = WhereClause::Op::Gt;
+        else if (s == "<=" || s == "=<" || s == "LE")
+          o = WhereClause::Op::Le;
+        else if (s == ">=" || s == "=>" || s == "GE")
+          o = WhereClause::Op::Ge;
+        else
+          throw WhereError("comparison operator expected at position " + std::to_string(op.pos + 1));
       } else {
         throw WhereError("comparison operator expected at position " + std::to_string(op.pos + 1));
       }

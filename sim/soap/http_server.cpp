@@ -1,4 +1,4 @@
-#include "soap/http_server.hpp"
+#include "soap/http_server.h"
 
 #include <atomic>
 #include <boost/asio/bind_executor.hpp>
@@ -60,10 +60,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     auto expect = req.find(http::field::expect);
     if (expect != req.end() && lower(std::string(expect->value())) == "100-continue" && !parser_->is_done()) {
       static const std::string kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
-      asio::async_write(stream_, asio::buffer(kContinue), [self = shared_from_this()](beast::error_code ec2, std::size_t) {
-        if (ec2) return self->close();
-        self->readBody();
-      });
+      asio::async_write(stream_, asio::buffer(kContinue),
+                        [self = shared_from_this()](beast::error_code ec2, std::size_t) {
+                          if (ec2) return self->close();
+                          self->readBody();
+                        });
       return;
     }
     readBody();

@@ -1,4 +1,4 @@
-#include "soap/http_types.hpp"
+#include "soap/http_types.h"
 
 #include <cctype>
 

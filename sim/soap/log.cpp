@@ -1,4 +1,4 @@
-#include "soap/log.hpp"
+#include "soap/log.h"
 
 #include <chrono>
 #include <ctime>

@@ -1,11 +1,11 @@
-#include "soap/soap_codec.hpp"
+#include "soap/soap_codec.h"
 
 #include <algorithm>
 #include <memory>
 #include <cstring>
 #include <rapidxml/rapidxml.hpp>
 
-#include "engine/convert.hpp"
+#include "engine/convert.h"
 
 namespace vsim::soap {
 
@@ -64,7 +64,8 @@ bool isNil(const Node* n) {
     std::string_view name(a->name(), a->name_size());
     const size_t colon = name.find(':');
     if ((colon == std::string_view::npos ? name : name.substr(colon + 1)) == "nil")
-      return std::string_view(a->value(), a->value_size()) == "true" || std::string_view(a->value(), a->value_size()) == "1";
+      return std::string_view(a->value(), a->value_size()) == "true" ||
+             std::string_view(a->value(), a->value_size()) == "1";
   }
   return false;
 }
@@ -104,7 +105,8 @@ Value decode(const TypeDesc& t, const Node* n, const std::string& path) {
     Value v(Value::List{});
     size_t row = 0;
     for (const Node* c = n->first_node(); c; c = c->next_sibling())
-      if (c->type() == rapidxml::node_element) v.items().push_back(decode(*t.row, c, path + "[" + std::to_string(++row) + "]"));
+      if (c->type() == rapidxml::node_element)
+        v.items().push_back(decode(*t.row, c, path + "[" + std::to_string(++row) + "]"));
     return v;
   }
   try {
@@ -120,7 +122,8 @@ void encode(std::string& out, const std::string& name, const TypeDesc& t, const 
   out += tag;
   out += '>';
   if (t.kind == Kind::Struct) {
-    for (size_t i = 0; i < t.components.size(); ++i) encode(out, t.components[i].name, *t.components[i].type, v.items()[i]);
+    for (size_t i = 0; i < t.components.size(); ++i)
+      encode(out, t.components[i].name, *t.components[i].type, v.items()[i]);
   } else if (t.kind == Kind::Table) {
     for (const Value& r : v.items()) encode(out, "item", *t.row, r);
   } else {
@@ -132,7 +135,8 @@ void encode(std::string& out, const std::string& name, const TypeDesc& t, const 
 }
 
 const char* kEnvelopeOpen =
-    "<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope xmlns:SOAP-ENC=\"http://schemas.xmlsoap.org/soap/encoding/\" "
+    "<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope "
+    "xmlns:SOAP-ENC=\"http://schemas.xmlsoap.org/soap/encoding/\" "
     "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\"><SOAP-ENV:Body>";
 const char* kEnvelopeClose = "</SOAP-ENV:Body></SOAP-ENV:Envelope>";
 
@@ -160,8 +164,10 @@ std::string xmlName(const std::string& abap) {
   std::string out;
   out.reserve(abap.size() + 4);
   for (char c : abap) {
-    if (c == '/') out += "_-";
-    else out += c;
+    if (c == '/')
+      out += "_-";
+    else
+      out += c;
   }
   return out;
 }

@@ -1,10 +1,10 @@
-#include "soap/soap_service.hpp"
+#include "soap/soap_service.h"
 
 #include <cctype>
 #include <cstdio>
 
-#include "engine/convert.hpp"
-#include "soap/soap_codec.hpp"
+#include "engine/convert.h"
+#include "soap/soap_codec.h"
 
 namespace vsim::soap {
 
@@ -81,9 +81,7 @@ void applyFault(HttpResponse& r, const FaultSpec& f) {
       r = std::move(s);
       break;
     }
-    case FaultSpec::Kind::Malformed:
-      r.body = r.body.substr(0, r.body.size() / 2) + "<<&/SOAP-ENV:Body";
-      break;
+    case FaultSpec::Kind::Malformed: r.body = r.body.substr(0, r.body.size() / 2) + "<<&/SOAP-ENV:Body"; break;
     case FaultSpec::Kind::Namespace: {
       const std::string from = kRfcNs;
       for (size_t p = r.body.find(from); p != std::string::npos; p = r.body.find(from, p + 1))
@@ -231,7 +229,8 @@ HttpResponse SoapService::logonFailed(const std::string& client, const std::stri
   HttpResponse r = htmlPage(401, "Logon failed", reason);
   r.headers.clear();
   r.set("Content-Type", "text/html; charset=utf-8");
-  r.set("WWW-Authenticate", "Basic realm=\"SAP NetWeaver Application Server [" + system_.info().sysid + "/" + client + "]\"");
+  r.set("WWW-Authenticate",
+        "Basic realm=\"SAP NetWeaver Application Server [" + system_.info().sysid + "/" + client + "]\"");
   r.set("Set-Cookie", "sap-usercontext=sap-client=" + client + "; path=/");
   r.body = "<html><head><title>Logon Error Message</title></head><body><h1>Logon failed</h1><p>";
   appendEscaped(r.body, reason);
@@ -293,7 +292,8 @@ HttpResponse SoapService::handle(const HttpRequest& request) {
 }
 
 HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::string, std::string>& query,
-                               const std::map<std::string, std::string>& cookies, std::string& function, std::string& user) {
+                               const std::map<std::string, std::string>& cookies, std::string& function,
+                               std::string& user) {
   UserStore& users = system_.users();
   auto q = [&](const char* key) {
     auto it = query.find(key);
@@ -319,7 +319,8 @@ HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::s
   std::optional<Logon> logon;
   std::string language;
   const std::string authorization = request.header("authorization");
-  const std::string ticket = !cookie("MYSAPSSO2").empty() ? urlDecode(cookie("MYSAPSSO2"), false) : request.header("mysapsso2");
+  const std::string ticket =
+      !cookie("MYSAPSSO2").empty() ? urlDecode(cookie("MYSAPSSO2"), false) : request.header("mysapsso2");
   std::string sessionCookie = "SAP_SESSIONID_" + system_.info().sysid + "_" + client;
   bool basic = false;
   if (authorization.size() > 6 && toUpper(authorization.substr(0, 6)) == "BASIC ") {
@@ -336,7 +337,8 @@ HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::s
     switch (users.check(client, name, password)) {
       case LogonResult::Ok: break;
       case LogonResult::Locked: return logonFailed(client, "User is locked. Please notify the person responsible");
-      case LogonResult::UnknownClient: return logonFailed(client, "Client " + client + " is not available in this system");
+      case LogonResult::UnknownClient:
+        return logonFailed(client, "Client " + client + " is not available in this system");
       default: return logonFailed(client, "Name or password is incorrect (repeat logon)");
     }
     logon = Logon{client, name, users.find(client, name)->language};
@@ -407,9 +409,10 @@ HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::s
       context->session = std::make_unique<Session>(*logon);
       contexts_[contextId] = context;
       const SystemInfo& info = system_.info();
-      r.set("Set-Cookie", std::string(kContextCookie) + "=" +
-                              urlEncode("SID:ANON:" + info.host + "_" + info.sysid + "_" + info.instance + ":" + contextId + "-NEW") +
-                              "; path=" + kRfcPath);
+      r.set("Set-Cookie",
+            std::string(kContextCookie) + "=" +
+                urlEncode("SID:ANON:" + info.host + "_" + info.sysid + "_" + info.instance + ":" + contextId + "-NEW") +
+                "; path=" + kRfcPath);
     }
     if (context) context->lastUsed = std::chrono::steady_clock::now();
   }
@@ -485,7 +488,8 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
   }
   if (path == "status") {
     std::lock_guard lock(mutex_);
-    std::string body = "{\"requests\":" + std::to_string(requests_.load()) + ",\"contexts\":" + std::to_string(contexts_.size()) +
+    std::string body = "{\"requests\":" + std::to_string(requests_.load()) +
+                       ",\"contexts\":" + std::to_string(contexts_.size()) +
                        ",\"securitySessions\":" + std::to_string(securitySessions_.size()) + ",\"faults\":[";
     for (size_t i = 0; i < faults_.size(); ++i) {
       const FaultRule& f = faults_[i];
@@ -504,7 +508,8 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     logon.language = u->language;
     std::int64_t seconds = 8 * 3600;
     if (const std::string s = q("seconds"); !s.empty()) {
-      if (s.size() > 9 || s.find_first_not_of("0123456789") != std::string::npos) return badRequest("seconds= needs a number");
+      if (s.size() > 9 || s.find_first_not_of("0123456789") != std::string::npos)
+        return badRequest("seconds= needs a number");
       seconds = std::stoll(s);
     }
     return textResponse(200, "text/plain", system_.issueTicket(logon, seconds) + "\n");

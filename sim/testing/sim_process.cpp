@@ -1,4 +1,4 @@
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -38,7 +38,8 @@ std::map<std::string, std::string> SimProcess::parseReadyLine(const std::string&
     const size_t end = std::min(line.find(' ', pos), line.size());
     const std::string field = line.substr(pos, end - pos);
     const size_t eq = field.find('=');
-    if (eq == std::string::npos || eq == 0) throw std::runtime_error("bad field '" + field + "' in ready line: " + line);
+    if (eq == std::string::npos || eq == 0)
+      throw std::runtime_error("bad field '" + field + "' in ready line: " + line);
     fields[field.substr(0, eq)] = field.substr(eq + 1);
     pos = end + 1;
   }
@@ -88,7 +89,8 @@ SimProcess::SimProcess(SimOptions options) {
   const auto deadline = std::chrono::steady_clock::now() + options.startTimeout;
   std::string failure;
   while (true) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
     if (left.count() <= 0) {
       failure = "no ready line within " + std::to_string(options.startTimeout.count()) + " ms";
       break;

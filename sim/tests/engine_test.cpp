@@ -1,9 +1,9 @@
 // Types and layouts, text conversions, the WHERE parser and the dictionary.
 #include <gtest/gtest.h>
 
-#include "engine/convert.hpp"
-#include "engine/system.hpp"
-#include "engine/where.hpp"
+#include "engine/convert.h"
+#include "engine/system.h"
+#include "engine/where.h"
 
 namespace vsim {
 namespace {
@@ -21,10 +21,11 @@ struct LayoutCase {
 TEST(Layout, RfctestHasAbapAlignmentInBothLayouts) {
   TypePtr t = sys().dictionary().find("RFCTEST");
   ASSERT_TRUE(t);
-  const LayoutCase cases[] = {{"RFCFLOAT", 0, 8, 0, 8},    {"RFCCHAR1", 8, 1, 8, 2},    {"RFCINT2", 10, 2, 10, 2},
-                              {"RFCINT1", 12, 1, 12, 1},   {"RFCCHAR4", 13, 4, 14, 8},  {"RFCINT4", 20, 4, 24, 4},
-                              {"RFCHEX3", 24, 3, 28, 3},   {"RFCCHAR2", 27, 2, 32, 4},  {"RFCTIME", 29, 6, 36, 12},
-                              {"RFCDATE", 35, 8, 48, 16},  {"RFCDATA1", 43, 50, 64, 100}, {"RFCDATA2", 93, 50, 164, 100}};
+  const LayoutCase cases[] = {
+      {"RFCFLOAT", 0, 8, 0, 8},   {"RFCCHAR1", 8, 1, 8, 2},      {"RFCINT2", 10, 2, 10, 2},
+      {"RFCINT1", 12, 1, 12, 1},  {"RFCCHAR4", 13, 4, 14, 8},    {"RFCINT4", 20, 4, 24, 4},
+      {"RFCHEX3", 24, 3, 28, 3},  {"RFCCHAR2", 27, 2, 32, 4},    {"RFCTIME", 29, 6, 36, 12},
+      {"RFCDATE", 35, 8, 48, 16}, {"RFCDATA1", 43, 50, 64, 100}, {"RFCDATA2", 93, 50, 164, 100}};
   for (const auto& c : cases) {
     const int i = t->find(c.field);
     ASSERT_GE(i, 0) << c.field;
@@ -64,9 +65,10 @@ TEST(Layout, ScalarSizesPerLayout) {
     int b1, b2, b4;
     char exid;
   };
-  const C cases[] = {{"C10", 10, 20, 40, 'C'}, {"N4", 4, 8, 16, 'N'}, {"D", 8, 16, 32, 'D'},  {"T", 6, 12, 24, 'T'},
-                     {"X16", 16, 16, 16, 'X'}, {"P8.2", 8, 8, 8, 'P'},  {"F", 8, 8, 8, 'F'},    {"I", 4, 4, 4, 'I'},
-                     {"INT1", 1, 1, 1, 'b'},   {"INT2", 2, 2, 2, 's'},  {"STRING", 8, 8, 8, 'g'}, {"XSTRING", 8, 8, 8, 'y'}};
+  const C cases[] = {{"C10", 10, 20, 40, 'C'}, {"N4", 4, 8, 16, 'N'},    {"D", 8, 16, 32, 'D'},
+                     {"T", 6, 12, 24, 'T'},    {"X16", 16, 16, 16, 'X'}, {"P8.2", 8, 8, 8, 'P'},
+                     {"F", 8, 8, 8, 'F'},      {"I", 4, 4, 4, 'I'},      {"INT1", 1, 1, 1, 'b'},
+                     {"INT2", 2, 2, 2, 's'},   {"STRING", 8, 8, 8, 'g'}, {"XSTRING", 8, 8, 8, 'y'}};
   for (const auto& c : cases) {
     TypePtr t = sys().dictionary().resolve(c.ref);
     EXPECT_EQ(t->size[B1], c.b1) << c.ref;
@@ -109,29 +111,32 @@ TEST_P(ParseTable, Converts) {
 
 INSTANTIATE_TEST_SUITE_P(
     Values, ParseTable,
-    ::testing::Values(ParseCase{"C5", "abc  ", TextForm::Xml, "abc"}, ParseCase{"C5", "  ab", TextForm::Xml, "  ab"},
-                      ParseCase{"C3", "abcdef", TextForm::Xml, "abc"}, ParseCase{"C3", "äöüß", TextForm::Xml, "äöü"},
-                      ParseCase{"N6", "42", TextForm::Xml, "000042"}, ParseCase{"N3", "0042", TextForm::Xml, "042"},
-                      ParseCase{"N3", "1234", TextForm::Xml, nullptr}, ParseCase{"N3", "4a", TextForm::Xml, nullptr},
-                      ParseCase{"N3", "", TextForm::Xml, "000"}, ParseCase{"D", "2024-02-29", TextForm::Xml, "20240229"},
-                      ParseCase{"D", "20240229", TextForm::Xml, "20240229"}, ParseCase{"D", "", TextForm::Xml, "00000000"},
-                      ParseCase{"D", "0000-00-00", TextForm::Xml, "00000000"}, ParseCase{"D", "2024/02/29", TextForm::Xml, nullptr},
-                      ParseCase{"T", "12:34:56", TextForm::Xml, "123456"}, ParseCase{"T", "123456", TextForm::Xml, "123456"},
-                      ParseCase{"T", "12-34-56", TextForm::Xml, nullptr}, ParseCase{"X4", "q83v", TextForm::Xml, "ABCDEF00"},
-                      ParseCase{"X2", "q83v", TextForm::Xml, nullptr}, ParseCase{"X2", "ABCD", TextForm::Plain, "ABCD"},
-                      ParseCase{"X2", "zz", TextForm::Plain, nullptr}, ParseCase{"XSTRING", "AAEC", TextForm::Xml, "000102"},
-                      ParseCase{"P8.2", "12.5", TextForm::Xml, "12.50"}, ParseCase{"P8.2", "-1.005", TextForm::Xml, "-1.01"},
-                      ParseCase{"P8.2", "1.5-", TextForm::Xml, "-1.50"}, ParseCase{"P8.2", "", TextForm::Xml, "0.00"},
-                      ParseCase{"P8.2", "-0", TextForm::Xml, "0.00"}, ParseCase{"P8.2", "9999999999999.99", TextForm::Xml, "9999999999999.99"},
-                      ParseCase{"P8.2", "99999999999999", TextForm::Xml, nullptr}, ParseCase{"P8.2", "1e5", TextForm::Xml, nullptr},
-                      ParseCase{"P3", "12345", TextForm::Xml, "12345"}, ParseCase{"F", "-3.14E2", TextForm::Xml, "-3.14E2"},
-                      ParseCase{"F", "0.5", TextForm::Xml, "5E-1"}, ParseCase{"F", "abc", TextForm::Xml, nullptr},
-                      ParseCase{"I", "-2147483648", TextForm::Xml, "-2147483648"}, ParseCase{"I", "2147483648", TextForm::Xml, nullptr},
-                      ParseCase{"I", "4294967294", TextForm::Xml, nullptr}, ParseCase{"I", " 7 ", TextForm::Xml, "7"},
-                      ParseCase{"I", "7-", TextForm::Xml, "-7"}, ParseCase{"I", "7.5", TextForm::Xml, nullptr},
-                      ParseCase{"INT1", "255", TextForm::Xml, "255"}, ParseCase{"INT1", "-1", TextForm::Xml, nullptr},
-                      ParseCase{"INT2", "-32768", TextForm::Xml, "-32768"}, ParseCase{"INT2", "32768", TextForm::Xml, nullptr},
-                      ParseCase{"STRING", "  keeps  ", TextForm::Xml, "  keeps  "}));
+    ::testing::Values(
+        ParseCase{"C5", "abc  ", TextForm::Xml, "abc"}, ParseCase{"C5", "  ab", TextForm::Xml, "  ab"},
+        ParseCase{"C3", "abcdef", TextForm::Xml, "abc"}, ParseCase{"C3", "äöüß", TextForm::Xml, "äöü"},
+        ParseCase{"N6", "42", TextForm::Xml, "000042"}, ParseCase{"N3", "0042", TextForm::Xml, "042"},
+        ParseCase{"N3", "1234", TextForm::Xml, nullptr}, ParseCase{"N3", "4a", TextForm::Xml, nullptr},
+        ParseCase{"N3", "", TextForm::Xml, "000"}, ParseCase{"D", "2024-02-29", TextForm::Xml, "20240229"},
+        ParseCase{"D", "20240229", TextForm::Xml, "20240229"}, ParseCase{"D", "", TextForm::Xml, "00000000"},
+        ParseCase{"D", "0000-00-00", TextForm::Xml, "00000000"}, ParseCase{"D", "2024/02/29", TextForm::Xml, nullptr},
+        ParseCase{"T", "12:34:56", TextForm::Xml, "123456"}, ParseCase{"T", "123456", TextForm::Xml, "123456"},
+        ParseCase{"T", "12-34-56", TextForm::Xml, nullptr}, ParseCase{"X4", "q83v", TextForm::Xml, "ABCDEF00"},
+        ParseCase{"X2", "q83v", TextForm::Xml, nullptr}, ParseCase{"X2", "ABCD", TextForm::Plain, "ABCD"},
+        ParseCase{"X2", "zz", TextForm::Plain, nullptr}, ParseCase{"XSTRING", "AAEC", TextForm::Xml, "000102"},
+        ParseCase{"P8.2", "12.5", TextForm::Xml, "12.50"}, ParseCase{"P8.2", "-1.005", TextForm::Xml, "-1.01"},
+        ParseCase{"P8.2", "1.5-", TextForm::Xml, "-1.50"}, ParseCase{"P8.2", "", TextForm::Xml, "0.00"},
+        ParseCase{"P8.2", "-0", TextForm::Xml, "0.00"},
+        ParseCase{"P8.2", "9999999999999.99", TextForm::Xml, "9999999999999.99"},
+        ParseCase{"P8.2", "99999999999999", TextForm::Xml, nullptr}, ParseCase{"P8.2", "1e5", TextForm::Xml, nullptr},
+        ParseCase{"P3", "12345", TextForm::Xml, "12345"}, ParseCase{"F", "-3.14E2", TextForm::Xml, "-3.14E2"},
+        ParseCase{"F", "0.5", TextForm::Xml, "5E-1"}, ParseCase{"F", "abc", TextForm::Xml, nullptr},
+        ParseCase{"I", "-2147483648", TextForm::Xml, "-2147483648"},
+        ParseCase{"I", "2147483648", TextForm::Xml, nullptr}, ParseCase{"I", "4294967294", TextForm::Xml, nullptr},
+        ParseCase{"I", " 7 ", TextForm::Xml, "7"}, ParseCase{"I", "7-", TextForm::Xml, "-7"},
+        ParseCase{"I", "7.5", TextForm::Xml, nullptr}, ParseCase{"INT1", "255", TextForm::Xml, "255"},
+        ParseCase{"INT1", "-1", TextForm::Xml, nullptr}, ParseCase{"INT2", "-32768", TextForm::Xml, "-32768"},
+        ParseCase{"INT2", "32768", TextForm::Xml, nullptr},
+        ParseCase{"STRING", "  keeps  ", TextForm::Xml, "  keeps  "}));
 
 TEST(Format, XmlFormsOfScalars) {
   auto& d = sys().dictionary();
@@ -209,8 +214,9 @@ TEST_F(Where, ComparisonsAndLogic) {
   EXPECT_EQ(count("SEATSOCC > 100") + count("SEATSOCC <= 100"), total());
   EXPECT_EQ(count("PRICE BETWEEN '100.00' AND '500'"), count("PRICE >= 100 AND PRICE =< 500"));
   EXPECT_EQ(count("SEATSOCC < SEATSMAX") + count("SEATSOCC >= SEATSMAX"), total());
-  EXPECT_EQ(count("FLDATE >= '20250101' AND FLDATE < '20250201'") + count("FLDATE < '20250101' OR FLDATE >= '20250201'"),
-            total());
+  EXPECT_EQ(
+      count("FLDATE >= '20250101' AND FLDATE < '20250201'") + count("FLDATE < '20250101' OR FLDATE >= '20250201'"),
+      total());
   EXPECT_EQ(count("SFLIGHT~CARRID = 'LH'"), lh);
   EXPECT_EQ(count("CARRID IS NOT NULL"), total());
   EXPECT_EQ(count("SEATSOCC_F IS INITIAL") + count("SEATSOCC_F IS NOT INITIAL"), total());

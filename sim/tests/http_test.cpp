@@ -14,7 +14,7 @@
 #include <memory>
 #include <thread>
 
-#include "testing/sim_process.hpp"
+#include "testing/sim_process.h"
 
 namespace {
 
@@ -22,8 +22,10 @@ using vsim::testing::SimOptions;
 using vsim::testing::SimProcess;
 
 std::string envelope(const std::string& function, const std::string& params) {
-  return "<S:Envelope xmlns:S=\"http://schemas.xmlsoap.org/soap/envelope/\" xmlns:a=\"urn:sap-com:document:sap:rfc:functions\">"
-         "<S:Body><a:" + function + ">" + params + "</a:" + function + "></S:Body></S:Envelope>";
+  return "<S:Envelope xmlns:S=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+         "xmlns:a=\"urn:sap-com:document:sap:rfc:functions\">"
+         "<S:Body><a:" +
+         function + ">" + params + "</a:" + function + "></S:Body></S:Envelope>";
 }
 
 bool contains(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
@@ -57,8 +59,8 @@ class Client {
     return perform("POST", pathAndQuery, body, std::move(headers));
   }
   Reply get(const std::string& pathAndQuery) { return perform("GET", pathAndQuery, "", {}); }
-  Reply call(const std::string& function, const std::string& params, const std::string& query = "?sap-client=001&sap-language=EN",
-             std::vector<std::string> headers = {}) {
+  Reply call(const std::string& function, const std::string& params,
+             const std::string& query = "?sap-client=001&sap-language=EN", std::vector<std::string> headers = {}) {
     return post("/sap/bc/soap/rfc" + query, envelope(function, params), std::move(headers));
   }
 
@@ -68,7 +70,8 @@ class Client {
     return size * n;
   }
 
-  Reply perform(const std::string& method, const std::string& path, const std::string& body, std::vector<std::string> headers) {
+  Reply perform(const std::string& method, const std::string& path, const std::string& body,
+                std::vector<std::string> headers) {
     Reply r;
     const std::string url = base_ + path;
     curl_easy_setopt(curl_, CURLOPT_URL, url.c_str());
@@ -162,7 +165,8 @@ TEST_F(Http, ReadyLineAndDefaultLogon) {
   Reply r = demo()->call("RFC_PING", "");
   ASSERT_EQ(r.code, CURLE_OK);
   EXPECT_EQ(r.status, 200);
-  EXPECT_TRUE(contains(r.body, "<a:RFC_PING.Response xmlns:a=\"urn:sap-com:document:sap:rfc:functions\"></a:RFC_PING.Response>"))
+  EXPECT_TRUE(contains(
+      r.body, "<a:RFC_PING.Response xmlns:a=\"urn:sap-com:document:sap:rfc:functions\"></a:RFC_PING.Response>"))
       << r.body;
   EXPECT_TRUE(contains(r.headers, "Set-Cookie: SAP_SESSIONID_VSM_001="));
 }
@@ -175,34 +179,40 @@ TEST_F(Http, EveryStandardModule) {
   EXPECT_EQ(between(info.body, "<RFCDAYST>", "</RFCDAYST>"), "");
   Reply conn = c->call("STFC_CONNECTION", "<REQUTEXT>Grüße &amp; more</REQUTEXT>");
   EXPECT_EQ(between(conn.body, "<ECHOTEXT>", "</ECHOTEXT>"), "Grüße &#38; more");
-  Reply st = c->call("STFC_STRUCTURE", "<IMPORTSTRUCT><RFCINT4>42</RFCINT4><RFCDATE>2024-02-29</RFCDATE><RFCHEX3>q83v</RFCHEX3>"
-                                       "</IMPORTSTRUCT><RFCTABLE/>");
+  Reply st = c->call("STFC_STRUCTURE",
+                     "<IMPORTSTRUCT><RFCINT4>42</RFCINT4><RFCDATE>2024-02-29</RFCDATE><RFCHEX3>q83v</RFCHEX3>"
+                     "</IMPORTSTRUCT><RFCTABLE/>");
   EXPECT_TRUE(contains(st.body, "<ECHOSTRUCT><RFCFLOAT>0E0</RFCFLOAT>")) << st.body;
   EXPECT_TRUE(contains(st.body, "<RFCTABLE><item><RFCFLOAT>0E0</RFCFLOAT>"));
   EXPECT_TRUE(contains(st.body, "<RFCHEX3>q83v</RFCHEX3>"));
   EXPECT_TRUE(contains(st.body, "<RFCDATE>2024-02-29</RFCDATE>"));
   Reply iface = c->call("RFC_GET_FUNCTION_INTERFACE", "<FUNCNAME>RFC_READ_TABLE</FUNCNAME><PARAMS/>");
-  EXPECT_TRUE(contains(iface.body, "<item><PARAMCLASS>I</PARAMCLASS><PARAMETER>QUERY_TABLE</PARAMETER><TABNAME>DD02L</TABNAME>"
-                                   "<FIELDNAME>TABNAME</FIELDNAME><EXID>C</EXID>"))
+  EXPECT_TRUE(contains(iface.body,
+                       "<item><PARAMCLASS>I</PARAMCLASS><PARAMETER>QUERY_TABLE</PARAMETER><TABNAME>DD02L</TABNAME>"
+                       "<FIELDNAME>TABNAME</FIELDNAME><EXID>C</EXID>"))
       << iface.body;
   EXPECT_TRUE(contains(iface.body, "<PARAMCLASS>X</PARAMCLASS><PARAMETER>DATA_BUFFER_EXCEEDED</PARAMETER>"));
   Reply noParams = c->call("RFC_GET_FUNCTION_INTERFACE", "<FUNCNAME>RFC_READ_TABLE</FUNCNAME>");
   EXPECT_EQ(noParams.status, 200);
   EXPECT_FALSE(contains(noParams.body, "<PARAMS>"));  // a table left out of the request stays out
-  Reply ustruct = c->call("RFC_GET_UNICODE_STRUCTURE",
-                          "<TABNAME>RFC_FUNINT</TABNAME><ALLOW_HALF_DEEP>X</ALLOW_HALF_DEEP><SKIP_UTF16_INFO>X</SKIP_UTF16_INFO>"
-                          "<SKIP_UCS_4_INFO>X</SKIP_UCS_4_INFO><B1_TABLENGTH>0</B1_TABLENGTH><FIELDS/>");
+  Reply ustruct =
+      c->call("RFC_GET_UNICODE_STRUCTURE",
+              "<TABNAME>RFC_FUNINT</TABNAME><ALLOW_HALF_DEEP>X</ALLOW_HALF_DEEP><SKIP_UTF16_INFO>X</SKIP_UTF16_INFO>"
+              "<SKIP_UCS_4_INFO>X</SKIP_UCS_4_INFO><B1_TABLENGTH>0</B1_TABLENGTH><FIELDS/>");
   EXPECT_TRUE(contains(ustruct.body, "<B1_TABLENGTH>"));
-  EXPECT_TRUE(contains(ustruct.body, "<FIELDNAME>PARAMCLASS</FIELDNAME><POSITION>1</POSITION><EXID>C</EXID><DECIMALS>0</DECIMALS>"
-                                     "<OFFSET_B1>0</OFFSET_B1><LENGTH_B1>1</LENGTH_B1>"))
+  EXPECT_TRUE(contains(ustruct.body,
+                       "<FIELDNAME>PARAMCLASS</FIELDNAME><POSITION>1</POSITION><EXID>C</EXID><DECIMALS>0</DECIMALS>"
+                       "<OFFSET_B1>0</OFFSET_B1><LENGTH_B1>1</LENGTH_B1>"))
       << ustruct.body;
   Reply nametab = c->call("RFC_GET_NAMETAB", "<TABNAME>ZVSIM_FLAT_TT</TABNAME>");
   EXPECT_EQ(between(nametab.body, "<REFNAME>", "</REFNAME>"), "ZVSIM_FLAT");
-  Reply read = c->call("RFC_READ_TABLE",
-                       "<QUERY_TABLE>SCARR</QUERY_TABLE><DELIMITER> </DELIMITER><NO_DATA> </NO_DATA><ROWSKIPS>0</ROWSKIPS>"
-                       "<ROWCOUNT>2</ROWCOUNT><OPTIONS><item><TEXT>CARRID LIKE &apos;A%&apos;</TEXT></item></OPTIONS>"
-                       "<FIELDS><item><FIELDNAME>CARRID</FIELDNAME></item><item><FIELDNAME>CARRNAME</FIELDNAME></item></FIELDS><DATA/>");
-  EXPECT_TRUE(contains(read.body, "<DATA><item><WA>AA American Airlines</WA></item><item><WA>AC Air Canada</WA></item></DATA>"))
+  Reply read = c->call(
+      "RFC_READ_TABLE",
+      "<QUERY_TABLE>SCARR</QUERY_TABLE><DELIMITER> </DELIMITER><NO_DATA> </NO_DATA><ROWSKIPS>0</ROWSKIPS>"
+      "<ROWCOUNT>2</ROWCOUNT><OPTIONS><item><TEXT>CARRID LIKE &apos;A%&apos;</TEXT></item></OPTIONS>"
+      "<FIELDS><item><FIELDNAME>CARRID</FIELDNAME></item><item><FIELDNAME>CARRNAME</FIELDNAME></item></FIELDS><DATA/>");
+  EXPECT_TRUE(
+      contains(read.body, "<DATA><item><WA>AA American Airlines</WA></item><item><WA>AC Air Canada</WA></item></DATA>"))
       << read.body;
   Reply check = c->call("SUSR_LOGIN_CHECK_RFC", "");
   EXPECT_EQ(check.status, 200);
@@ -210,9 +220,10 @@ TEST_F(Http, EveryStandardModule) {
   EXPECT_EQ(between(uni.body, "<UNICODE>", "</UNICODE>"), "1");
   Reply attrs = c->call("RFC_GET_ATTRIBUTES", "");
   EXPECT_EQ(between(attrs.body, "<USER>", "</USER>"), "DEMO");
-  Reply flights = c->call("BAPI_FLIGHT_GETLIST",
-                          "<AIRLINE>LH</AIRLINE><MAX_ROWS>3</MAX_ROWS><DATE_RANGE><item><SIGN>I</SIGN><OPTION>GE</OPTION>"
-                          "<LOW>2025-06-01</LOW></item></DATE_RANGE><FLIGHT_LIST/><RETURN/>");
+  Reply flights =
+      c->call("BAPI_FLIGHT_GETLIST",
+              "<AIRLINE>LH</AIRLINE><MAX_ROWS>3</MAX_ROWS><DATE_RANGE><item><SIGN>I</SIGN><OPTION>GE</OPTION>"
+              "<LOW>2025-06-01</LOW></item></DATE_RANGE><FLIGHT_LIST/><RETURN/>");
   EXPECT_EQ(flights.status, 200);
   size_t rows = 0;
   for (size_t p = flights.body.find("<AIRLINEID>LH</AIRLINEID>"); p != std::string::npos;
@@ -225,16 +236,19 @@ TEST_F(Http, EveryStandardModule) {
 
 TEST_F(Http, TestModules) {
   auto c = demo();
-  Reply types = c->call("Z_VSIM_TYPES",
-                        "<IV_INT1>200</IV_INT1><IV_INT2>-300</IV_INT2><IV_XSTRING>AAEC</IV_XSTRING><CV_INT>41</CV_INT>"
-                        "<CV_TIME>23:59:59</CV_TIME><CS_FLAT><CHAR>abc</CHAR></CS_FLAT><TT_FLAT><item><INT>1</INT></item></TT_FLAT>");
+  Reply types = c->call(
+      "Z_VSIM_TYPES",
+      "<IV_INT1>200</IV_INT1><IV_INT2>-300</IV_INT2><IV_XSTRING>AAEC</IV_XSTRING><CV_INT>41</CV_INT>"
+      "<CV_TIME>23:59:59</CV_TIME><CS_FLAT><CHAR>abc</CHAR></CS_FLAT><TT_FLAT><item><INT>1</INT></item></TT_FLAT>");
   EXPECT_EQ(between(types.body, "<EV_INT1>", "</EV_INT1>"), "200");
   EXPECT_EQ(between(types.body, "<EV_INT2>", "</EV_INT2>"), "-300");
   EXPECT_EQ(between(types.body, "<EV_XSTRING>", "</EV_XSTRING>"), "AAEC");
   EXPECT_EQ(between(types.body, "<CV_INT>", "</CV_INT>"), "42");
   EXPECT_EQ(between(types.body, "<CV_TIME>", "</CV_TIME>"), "00:00:00");
   EXPECT_EQ(between(types.body, "<CS_FLAT><CHAR>", "</CHAR>"), "ABC");
-  EXPECT_EQ(between(types.body, "<TT_FLAT><item><CHAR></CHAR><NUMC>00000001</NUMC><DATE>0000-00-00</DATE><TIME>00:00:01</TIME>", "</INT>"),
+  EXPECT_EQ(between(types.body,
+                    "<TT_FLAT><item><CHAR></CHAR><NUMC>00000001</NUMC><DATE>0000-00-00</DATE><TIME>00:00:01</TIME>",
+                    "</INT>"),
             "<RAW>/////w==</RAW><PACKED>1.00</PACKED><FLOAT>0E0</FLOAT><INT>2");
 
   Reply rows = c->call("Z_VSIM_ROWS", "<ROW_COUNT>1000</ROW_COUNT><ROWS/>");
@@ -249,19 +263,24 @@ TEST_F(Http, ExceptionsAndFailuresAsFaults) {
   auto c = demo();
   Reply plain = c->call("Z_VSIM_RAISE", "<EXCEPTION>NOT_FOUND</EXCEPTION>");
   EXPECT_EQ(plain.status, 500);
-  EXPECT_TRUE(contains(plain.body, "<SOAP-ENV:Fault><faultcode>SOAP-ENV:Client</faultcode><faultstring>NOT_FOUND</faultstring>"
-                                   "<detail><rfc:Z_VSIM_RAISE.Exception xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\">"
-                                   "<Name>NOT_FOUND</Name><Text>NOT_FOUND</Text></rfc:Z_VSIM_RAISE.Exception>"))
+  EXPECT_TRUE(contains(plain.body,
+                       "<SOAP-ENV:Fault><faultcode>SOAP-ENV:Client</faultcode><faultstring>NOT_FOUND</faultstring>"
+                       "<detail><rfc:Z_VSIM_RAISE.Exception xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\">"
+                       "<Name>NOT_FOUND</Name><Text>NOT_FOUND</Text></rfc:Z_VSIM_RAISE.Exception>"))
       << plain.body;
-  Reply msg = c->call("Z_VSIM_RAISE", "<EXCEPTION>FAILED</EXCEPTION><MESSAGE_ID>ZVSIM</MESSAGE_ID><MESSAGE_NUMBER>12</MESSAGE_NUMBER>"
-                                      "<MESSAGE_TEXT>Order &amp;1 failed</MESSAGE_TEXT><MESSAGE_V1>4711</MESSAGE_V1>");
-  EXPECT_TRUE(contains(msg.body, "<Name>FAILED</Name><Text>Order 4711 failed</Text><Message><ID>ZVSIM</ID><Type>E</Type>"
-                                 "<Number>012</Number></Message>"))
+  Reply msg = c->call("Z_VSIM_RAISE",
+                      "<EXCEPTION>FAILED</EXCEPTION><MESSAGE_ID>ZVSIM</MESSAGE_ID><MESSAGE_NUMBER>12</MESSAGE_NUMBER>"
+                      "<MESSAGE_TEXT>Order &amp;1 failed</MESSAGE_TEXT><MESSAGE_V1>4711</MESSAGE_V1>");
+  EXPECT_TRUE(contains(msg.body,
+                       "<Name>FAILED</Name><Text>Order 4711 failed</Text><Message><ID>ZVSIM</ID><Type>E</Type>"
+                       "<Number>012</Number></Message>"))
       << msg.body;
   Reply state = c->call("Z_VSIM_RAISE", "<MESSAGE_TEXT>Something went wrong</MESSAGE_TEXT>");
   EXPECT_EQ(state.status, 500);
-  EXPECT_TRUE(contains(state.body, "<rfc:Error xmlns:rfc=\"urn:sap-com:document:sap:soap:functions\"><type>ERROR_MESSAGE_STATE</type>"
-                                   "<message>Something went wrong</message></rfc:Error>"));
+  EXPECT_TRUE(
+      contains(state.body,
+               "<rfc:Error xmlns:rfc=\"urn:sap-com:document:sap:soap:functions\"><type>ERROR_MESSAGE_STATE</type>"
+               "<message>Something went wrong</message></rfc:Error>"));
   Reply expired = Client(url()).call("SUSR_LOGIN_CHECK_RFC", "");
   EXPECT_EQ(expired.status, 401);
   Client ex(url());
@@ -307,7 +326,8 @@ TEST_F(Http, LogonVariants) {
   const std::string ticket = ticketSource.post("/vsim/control/ticket?client=001&user=DEMO", "").body;
   ASSERT_EQ(ticket.substr(0, 9), "AjQxMDMBA");
   Client sso(url());
-  Reply viaTicket = sso.call("STFC_CONNECTION", "", "?sap-client=001", {"Cookie: MYSAPSSO2=" + ticket.substr(0, ticket.size() - 1)});
+  Reply viaTicket =
+      sso.call("STFC_CONNECTION", "", "?sap-client=001", {"Cookie: MYSAPSSO2=" + ticket.substr(0, ticket.size() - 1)});
   EXPECT_EQ(viaTicket.status, 200) << viaTicket.body;
   auto c = demo();
   Reply fromModule = c->call("Z_VSIM_SSO2_TICKET", "");
@@ -373,8 +393,9 @@ TEST_F(Http, FiftyConcurrentClients) {
         const std::string text = "client " + std::to_string(i) + " call " + std::to_string(k);
         Reply r = k % 2 ? c.call("STFC_CONNECTION", "<REQUTEXT>" + text + "</REQUTEXT>")
                         : c.call("RFC_READ_TABLE", "<QUERY_TABLE>SPFLI</QUERY_TABLE><ROWCOUNT>5</ROWCOUNT><DATA/>");
-        const bool good = r.code == CURLE_OK && r.status == 200 &&
-                          (k % 2 ? contains(r.body, "<ECHOTEXT>" + text + "</ECHOTEXT>") : contains(r.body, "<WA>001AA 0017"));
+        const bool good =
+            r.code == CURLE_OK && r.status == 200 &&
+            (k % 2 ? contains(r.body, "<ECHOTEXT>" + text + "</ECHOTEXT>") : contains(r.body, "<WA>001AA 0017"));
         (good ? ok : bad)++;
       }
     });
@@ -444,9 +465,11 @@ TEST_F(Http, CurlOnTheCommandLine) {
   const std::string request = dir + "/ping.xml";
   std::ofstream(request) << envelope("STFC_CONNECTION", "<REQUTEXT>from curl</REQUTEXT>");
   int status = -1;
-  std::string out = shell("curl -s --noproxy '*' -u DEMO:Welcome1 -H 'Content-Type: text/xml; charset=utf-8' "
-                          "-H 'SOAPAction: \"\"' --data-binary @" + request + " -w '\\n%{http_code}' '" + base + "'",
-                          &status);
+  std::string out = shell(
+      "curl -s --noproxy '*' -u DEMO:Welcome1 -H 'Content-Type: text/xml; charset=utf-8' "
+      "-H 'SOAPAction: \"\"' --data-binary @" +
+          request + " -w '\\n%{http_code}' '" + base + "'",
+      &status);
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(contains(out, "<ECHOTEXT>from curl</ECHOTEXT>")) << out;
   EXPECT_EQ(out.substr(out.size() - 3), "200");
@@ -456,7 +479,8 @@ TEST_F(Http, CurlOnTheCommandLine) {
   const std::string jar = dir + "/jar.txt";
   const std::string counter = dir + "/counter.xml";
   std::ofstream(counter) << envelope("Z_VSIM_COUNTER", "");
-  const std::string cmd = "curl -s --noproxy '*' -u DEMO:Welcome1 -b " + jar + " -c " + jar + " --data-binary @" + counter + " '";
+  const std::string cmd =
+      "curl -s --noproxy '*' -u DEMO:Welcome1 -b " + jar + " -c " + jar + " --data-binary @" + counter + " '";
   shell(cmd + base + "&session_mode=1'");
   out = shell(cmd + base + "'");
   EXPECT_TRUE(contains(out, "<VALUE>2</VALUE>")) << out;
@@ -467,7 +491,8 @@ TEST_F(Http, CurlOnTheCommandLine) {
   // The control endpoint with curl.
   out = shell("curl -s --noproxy '*' -X POST '" + url() + "/vsim/control/fault?fault=status:503'");
   EXPECT_TRUE(contains(out, "\"id\":")) << out;
-  out = shell("curl -s --noproxy '*' -u DEMO:Welcome1 -o /dev/null -w '%{http_code}' --data-binary @" + request + " '" + base + "'");
+  out = shell("curl -s --noproxy '*' -u DEMO:Welcome1 -o /dev/null -w '%{http_code}' --data-binary @" + request + " '" +
+              base + "'");
   EXPECT_EQ(out, "503");
 }
 

@@ -3,9 +3,9 @@
 
 #include <map>
 
-#include "engine/convert.hpp"
-#include "engine/data_dir.hpp"
-#include "engine/system.hpp"
+#include "engine/convert.h"
+#include "engine/data_dir.h"
+#include "engine/system.h"
 
 namespace vsim {
 namespace {
@@ -23,7 +23,8 @@ class Modules : public ::testing::Test {
   static void set(Call& c, const std::string& param, const std::string& text) {
     const int i = c.find(param);
     ASSERT_GE(i, 0) << param;
-    c.supply(static_cast<size_t>(i), parseValue(*c.function().params[static_cast<size_t>(i)].type, text, TextForm::Plain));
+    c.supply(static_cast<size_t>(i),
+             parseValue(*c.function().params[static_cast<size_t>(i)].type, text, TextForm::Plain));
   }
   static void rows(Call& c, const std::string& param, const std::vector<Row>& rs) {
     const int i = c.find(param);
@@ -32,7 +33,8 @@ class Modules : public ::testing::Test {
     Value v(Value::List{});
     for (const auto& r : rs) {
       Value rv = initialValue(row);
-      for (const auto& [k, text] : r) rv[k] = parseValue(*row.components[static_cast<size_t>(row.find(k))].type, text, TextForm::Plain);
+      for (const auto& [k, text] : r)
+        rv[k] = parseValue(*row.components[static_cast<size_t>(row.find(k))].type, text, TextForm::Plain);
       v.items().push_back(rv);
     }
     c.supply(static_cast<size_t>(i), std::move(v));
@@ -271,7 +273,10 @@ TEST_F(Modules, UnicodeStructureFlatNestedDeep) {
   ASSERT_FALSE(run(half));
   std::string letters;
   for (size_t i = 0; i < count(half, "FIELDS"); ++i) letters += field(half, "FIELDS", i, "EXID");
-  EXPECT_EQ(letters, "Ngyu" "CNDTXPFIbs" "h");
+  EXPECT_EQ(letters,
+            "Ngyu"
+            "CNDTXPFIbs"
+            "h");
 
   Call unknown = sys().prepare("RFC_GET_UNICODE_STRUCTURE");
   set(unknown, "TABNAME", "NO_SUCH_STRUCTURE");
@@ -445,12 +450,12 @@ TEST_F(Modules, FlightList) {
 
 TEST_F(Modules, EveryTypeInEveryDirection) {
   Call c = sys().prepare("Z_VSIM_TYPES");
-  const std::pair<const char*, const char*> in[] = {
-      {"CHAR", "abc"},    {"NUMC", "00000099"}, {"DATE", "20241231"}, {"TIME", "235959"},
-      {"RAW", "01020304"}, {"PACKED", "-12.34"}, {"FLOAT", "1.5"},     {"INT", "2147483647"},
-      {"INT1", "255"},    {"INT2", "-5"},       {"STRING", "text"},   {"XSTRING", "FF00"}};
-  const char* changedTo[] = {"ABC",  "00000100", "20250101", "000000", "FEFDFCFB",  "-11.34",
-                             "3E0", "-2147483648", "0",     "-4",     "TEXT",      "00FF"};
+  const std::pair<const char*, const char*> in[] = {{"CHAR", "abc"},    {"NUMC", "00000099"},  {"DATE", "20241231"},
+                                                    {"TIME", "235959"}, {"RAW", "01020304"},   {"PACKED", "-12.34"},
+                                                    {"FLOAT", "1.5"},   {"INT", "2147483647"}, {"INT1", "255"},
+                                                    {"INT2", "-5"},     {"STRING", "text"},    {"XSTRING", "FF00"}};
+  const char* changedTo[] = {"ABC", "00000100",    "20250101", "000000", "FEFDFCFB", "-11.34",
+                             "3E0", "-2147483648", "0",        "-4",     "TEXT",     "00FF"};
   for (const auto& [suffix, value] : in) {
     set(c, std::string("IV_") + suffix, value);
     set(c, std::string("CV_") + suffix, value);
@@ -458,8 +463,9 @@ TEST_F(Modules, EveryTypeInEveryDirection) {
   ASSERT_FALSE(run(c));
   size_t k = 0;
   for (const auto& [suffix, value] : in) {
-    const std::string original = formatPlain(*c.function().params[static_cast<size_t>(c.find(std::string("IV_") + suffix))].type,
-                                             c.value(std::string("IV_") + suffix));
+    const std::string original =
+        formatPlain(*c.function().params[static_cast<size_t>(c.find(std::string("IV_") + suffix))].type,
+                    c.value(std::string("IV_") + suffix));
     EXPECT_EQ(text(c, std::string("EV_") + suffix), original) << suffix;
     EXPECT_EQ(text(c, std::string("CV_") + suffix), changedTo[k++]) << suffix;
   }
@@ -473,21 +479,27 @@ TEST_F(Modules, RaiseOnRequest) {
     try {
       sys().execute(c, session);
     } catch (const AbapException& e) {
-      return "exception " + e.name() + (e.message() ? " " + e.message()->id + e.message()->number + " " + e.message()->text : "");
+      return "exception " + e.name() +
+             (e.message() ? " " + e.message()->id + e.message()->number + " " + e.message()->text : "");
     } catch (const SystemFailure& e) {
       return "failure " + e.key() + " " + e.message();
     }
     return "none";
   };
   EXPECT_EQ(raise({{"EXCEPTION", "NOT_FOUND"}}), "exception NOT_FOUND");
-  EXPECT_EQ(raise({{"EXCEPTION", "FAILED"}, {"MESSAGE_ID", "ZX"}, {"MESSAGE_NUMBER", "7"}, {"MESSAGE_TEXT", "Order & of &2"},
-                   {"MESSAGE_V1", "42"}, {"MESSAGE_V2", "DEMO"}}),
+  EXPECT_EQ(raise({{"EXCEPTION", "FAILED"},
+                   {"MESSAGE_ID", "ZX"},
+                   {"MESSAGE_NUMBER", "7"},
+                   {"MESSAGE_TEXT", "Order & of &2"},
+                   {"MESSAGE_V1", "42"},
+                   {"MESSAGE_V2", "DEMO"}}),
             "exception FAILED ZX007 Order 42 of DEMO");
   EXPECT_EQ(raise({{"EXCEPTION", "UNDECLARED"}}), "failure RAISE_EXCEPTION Exception condition \"UNDECLARED\" raised.");
   EXPECT_EQ(raise({{"MESSAGE_TEXT", "Plain error"}}), "failure ERROR_MESSAGE_STATE Plain error");
   EXPECT_EQ(raise({{"MESSAGE_TEXT", "Abort"}, {"MESSAGE_TYPE", "X"}}), "failure MESSAGE_TYPE_X Abort");
   EXPECT_EQ(raise({{"MESSAGE_TEXT", "Just info"}, {"MESSAGE_TYPE", "I"}}), "none");
-  EXPECT_EQ(raise({{"RUNTIME_ERROR", "COMPUTE_INT_ZERODIVIDE"}}), "failure COMPUTE_INT_ZERODIVIDE Runtime error COMPUTE_INT_ZERODIVIDE occurred");
+  EXPECT_EQ(raise({{"RUNTIME_ERROR", "COMPUTE_INT_ZERODIVIDE"}}),
+            "failure COMPUTE_INT_ZERODIVIDE Runtime error COMPUTE_INT_ZERODIVIDE occurred");
 }
 
 TEST_F(Modules, RowsWaitCounter) {
@@ -562,7 +574,7 @@ TEST_F(Modules, DataDirectoryFunctions) {
           "raise": "NOT_FOUND"}},
       {"name": "/VSIM/ECHO", "importing": [{"name": "TEXT", "type": "STRING"}],
        "exporting": [{"name": "RESULT", "type": "STRING", "from": "TEXT"}]}]})",
-                         "cars.json");
+                          "cars.json");
   EXPECT_EQ(sum.functions, 2);
   EXPECT_EQ(sum.rows, 3);
   EXPECT_TRUE(s.users().mayCall("001", "TESTER", "Z_CAR_GET"));
@@ -608,7 +620,8 @@ TEST_F(Modules, DataDirectoryErrorsNameThePlace) {
       {R"({"tables": [{"name": "ZT", "fields": [{"name": "A", "type": "N2"}], "rows": [{"A": "123"}]}]})", "overflow"},
       {R"({"functions": [{"name": "Z_F", "behaviour": {"raise": "NOPE"}}]})", "does not declare exception NOPE"},
       {R"({"functions": [{"name": "RFC_PING"}]})", "exists already"},
-      {R"({"functions": [{"name": "Z_F", "exporting": [{"name": "E", "type": "C1", "from": "X"}]}]})", "names no parameter: X"},
+      {R"({"functions": [{"name": "Z_F", "exporting": [{"name": "E", "type": "C1", "from": "X"}]}]})",
+       "names no parameter: X"},
       {R"({"users": [{"client": "999", "name": "U", "password": "p"}]})", "client 999 does not exist"},
   };
   for (const auto& c : cases) {

@@ -1,17 +1,17 @@
 // The SOAP codec and the HTTP service, without a network.
 #include <gtest/gtest.h>
 
-#include "engine/convert.hpp"
-#include "soap/soap_codec.hpp"
-#include "soap/soap_service.hpp"
+#include "engine/convert.h"
+#include "soap/soap_codec.h"
+#include "soap/soap_service.h"
 
 namespace vsim::soap {
 namespace {
 
 std::string envelope(const std::string& function, const std::string& params, const std::string& prefix = "urn") {
   return "<soapenv:Envelope xmlns:soapenv=\"http://schemas.xmlsoap.org/soap/envelope/\" xmlns:" + prefix +
-         "=\"urn:sap-com:document:sap:rfc:functions\"><soapenv:Header/><soapenv:Body><" + prefix + ":" + function + ">" +
-         params + "</" + prefix + ":" + function + "></soapenv:Body></soapenv:Envelope>";
+         "=\"urn:sap-com:document:sap:rfc:functions\"><soapenv:Header/><soapenv:Body><" + prefix + ":" + function +
+         ">" + params + "</" + prefix + ":" + function + "></soapenv:Body></soapenv:Envelope>";
 }
 
 bool contains(const std::string& s, const std::string& part) { return s.find(part) != std::string::npos; }
@@ -23,12 +23,14 @@ System& sys() {
 
 TEST(Codec, ParsesRequestAndEchoesPrefix) {
   std::unique_ptr<Call> call;
-  SoapRequest r = parseRequest(sys(), envelope("STFC_CONNECTION", "<REQUTEXT>a&amp;b &#60;x&#62;</REQUTEXT><UNKNOWN>1</UNKNOWN>", "n1"), call);
+  SoapRequest r = parseRequest(
+      sys(), envelope("STFC_CONNECTION", "<REQUTEXT>a&amp;b &#60;x&#62;</REQUTEXT><UNKNOWN>1</UNKNOWN>", "n1"), call);
   EXPECT_EQ(r.function, "STFC_CONNECTION");
   EXPECT_EQ(r.prefix, "n1");
   sys().execute(*call, *std::make_unique<Session>(Logon{"001", "DEMO", "E"}));
   const std::string out = buildResponse(r, *call);
-  EXPECT_TRUE(contains(out, "<n1:STFC_CONNECTION.Response xmlns:n1=\"urn:sap-com:document:sap:rfc:functions\">")) << out;
+  EXPECT_TRUE(contains(out, "<n1:STFC_CONNECTION.Response xmlns:n1=\"urn:sap-com:document:sap:rfc:functions\">"))
+      << out;
   EXPECT_TRUE(contains(out, "<ECHOTEXT>a&#38;b &#60;x&#62;</ECHOTEXT><RESPTEXT>")) << out;
   EXPECT_FALSE(contains(out, "REQUTEXT"));  // importing parameters are not echoed
   EXPECT_EQ(out.find("<?xml version=\"1.0\" encoding=\"utf-8\"?><SOAP-ENV:Envelope"), 0u);
@@ -38,12 +40,14 @@ TEST(Codec, ParsesRequestAndEchoesPrefix) {
 TEST(Codec, DefaultNamespaceAndNamespacedNames) {
   std::unique_ptr<Call> call;
   const std::string doc =
-      "<Envelope xmlns=\"http://schemas.xmlsoap.org/soap/envelope/\"><Body><RFC_PING xmlns=\"urn:sap-com:document:sap:rfc:functions\"/>"
+      "<Envelope xmlns=\"http://schemas.xmlsoap.org/soap/envelope/\"><Body><RFC_PING "
+      "xmlns=\"urn:sap-com:document:sap:rfc:functions\"/>"
       "</Body></Envelope>";
   SoapRequest r = parseRequest(sys(), doc, call);
   EXPECT_EQ(r.prefix, "");
   const std::string out = buildResponse(r, *call);
-  EXPECT_TRUE(contains(out, "<rfc:RFC_PING.Response xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\"></rfc:RFC_PING.Response>"))
+  EXPECT_TRUE(contains(
+      out, "<rfc:RFC_PING.Response xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\"></rfc:RFC_PING.Response>"))
       << out;
   EXPECT_EQ(xmlName("/VSIM/ECHO"), "_-VSIM_-ECHO");
   EXPECT_EQ(abapName("_-VSIM_-ECHO"), "/VSIM/ECHO");
@@ -51,10 +55,11 @@ TEST(Codec, DefaultNamespaceAndNamespacedNames) {
 
 TEST(Codec, TablesOnlyWhenSentAndAlphabeticalOrder) {
   std::unique_ptr<Call> call;
-  SoapRequest r = parseRequest(
-      sys(),
-      envelope("RFC_READ_TABLE", "<QUERY_TABLE>T000</QUERY_TABLE><ROWCOUNT>1</ROWCOUNT><DATA/><FIELDS><item><FIELDNAME>MANDT</FIELDNAME></item></FIELDS>"),
-      call);
+  SoapRequest r = parseRequest(sys(),
+                               envelope("RFC_READ_TABLE",
+                                        "<QUERY_TABLE>T000</QUERY_TABLE><ROWCOUNT>1</ROWCOUNT><DATA/"
+                                        "><FIELDS><item><FIELDNAME>MANDT</FIELDNAME></item></FIELDS>"),
+                               call);
   sys().execute(*call, *std::make_unique<Session>(Logon{"001", "DEMO", "E"}));
   const std::string out = buildResponse(r, *call);
   const size_t data = out.find("<DATA>"), fields = out.find("<FIELDS>");
@@ -70,17 +75,21 @@ TEST(Codec, ValueFormsBothWays) {
   std::unique_ptr<Call> call;
   const std::string params =
       "<IV_DATE>20240229</IV_DATE><IV_TIME>12:34:56</IV_TIME><IV_RAW>q83v7w==</IV_RAW><IV_PACKED>-1.5</IV_PACKED>"
-      "<IV_FLOAT>-3.14E2</IV_FLOAT><IV_INT xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" xsi:nil=\"true\">5</IV_INT>"
-      "<IV_CHAR>  lead</IV_CHAR><IV_STRING><![CDATA[<raw>]]></IV_STRING><IS_FLAT><DATE>2024-01-31</DATE><NOPE>x</NOPE></IS_FLAT>"
+      "<IV_FLOAT>-3.14E2</IV_FLOAT><IV_INT xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+      "xsi:nil=\"true\">5</IV_INT>"
+      "<IV_CHAR>  "
+      "lead</IV_CHAR><IV_STRING><![CDATA[<raw>]]></IV_STRING><IS_FLAT><DATE>2024-01-31</DATE><NOPE>x</NOPE></IS_FLAT>"
       "<IT_FLAT><item><INT>1</INT></item><row><INT>2</INT></row></IT_FLAT><TT_FLAT/>";
   SoapRequest r = parseRequest(sys(), envelope("Z_VSIM_TYPES", params), call);
   sys().execute(*call, *std::make_unique<Session>(Logon{"001", "DEMO", "E"}));
   const std::string out = buildResponse(r, *call);
-  for (const char* part : {"<EV_DATE>2024-02-29</EV_DATE>", "<EV_TIME>12:34:56</EV_TIME>", "<EV_RAW>q83v7w==</EV_RAW>",
-                           "<EV_PACKED>-1.50</EV_PACKED>", "<EV_FLOAT>-3.14E2</EV_FLOAT>", "<EV_INT>0</EV_INT>",
-                           "<EV_CHAR>  lead</EV_CHAR>", "<EV_STRING>&#60;raw&#62;</EV_STRING>", "<EV_NUMC>00000000</EV_NUMC>",
-                           "<CV_DATE>0000-00-00</CV_DATE>", "<EV_XSTRING></EV_XSTRING>", "<ES_FLAT><CHAR></CHAR><NUMC>00000000</NUMC><DATE>2024-01-31</DATE>",
-                           "<ET_FLAT><item><CHAR></CHAR>", "<TT_FLAT><item>", "<ES_DEEP><ID>0000</ID><TEXT></TEXT><DATA></DATA><FLAT>"})
+  for (const char* part :
+       {"<EV_DATE>2024-02-29</EV_DATE>", "<EV_TIME>12:34:56</EV_TIME>", "<EV_RAW>q83v7w==</EV_RAW>",
+        "<EV_PACKED>-1.50</EV_PACKED>", "<EV_FLOAT>-3.14E2</EV_FLOAT>", "<EV_INT>0</EV_INT>",
+        "<EV_CHAR>  lead</EV_CHAR>", "<EV_STRING>&#60;raw&#62;</EV_STRING>", "<EV_NUMC>00000000</EV_NUMC>",
+        "<CV_DATE>0000-00-00</CV_DATE>", "<EV_XSTRING></EV_XSTRING>",
+        "<ES_FLAT><CHAR></CHAR><NUMC>00000000</NUMC><DATE>2024-01-31</DATE>", "<ET_FLAT><item><CHAR></CHAR>",
+        "<TT_FLAT><item>", "<ES_DEEP><ID>0000</ID><TEXT></TEXT><DATA></DATA><FLAT>"})
     EXPECT_TRUE(contains(out, part)) << part;
   EXPECT_EQ(call->value("ET_FLAT").items().size(), 2u);  // rows of any element name
 }
@@ -98,10 +107,13 @@ TEST(Codec, RefusesWhatIsNoRequest) {
       {"<a><b></a>", "Client", "XML parse error"},
       {"not xml", "Client", "XML parse error"},
       {"<x/>", "Client", "No SOAP envelope"},
-      {"<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\"><e:Body/></e:Envelope>", "VersionMismatch", "not SOAP 1.1"},
+      {"<e:Envelope xmlns:e=\"http://www.w3.org/2003/05/soap-envelope\"><e:Body/></e:Envelope>", "VersionMismatch",
+       "not SOAP 1.1"},
       {"<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"/>", "Client", "No SOAP body"},
-      {"<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body/></e:Envelope>", "Client", "No function module"},
-      {"<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body><x:RFC_PING xmlns:x=\"urn:other\"/></e:Body></e:Envelope>",
+      {"<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body/></e:Envelope>", "Client",
+       "No function module"},
+      {"<e:Envelope xmlns:e=\"http://schemas.xmlsoap.org/soap/envelope/\"><e:Body><x:RFC_PING "
+       "xmlns:x=\"urn:other\"/></e:Body></e:Envelope>",
        "Client", "is not in namespace"},
       {deep, "Client", "nested too deeply"},
   };
@@ -136,18 +148,24 @@ TEST(Codec, RefusesWhatIsNoRequest) {
 TEST(Codec, FaultDocuments) {
   const std::string plain = buildExceptionFault("/VSIM/X", AbapException("NOT_FOUND"));
   EXPECT_TRUE(contains(plain, "<faultcode>SOAP-ENV:Client</faultcode><faultstring>NOT_FOUND</faultstring>"));
-  EXPECT_TRUE(contains(plain, "<detail><rfc:_-VSIM_-X.Exception xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\">"
-                              "<Name>NOT_FOUND</Name><Text>NOT_FOUND</Text></rfc:_-VSIM_-X.Exception></detail>"))
+  EXPECT_TRUE(contains(plain,
+                       "<detail><rfc:_-VSIM_-X.Exception xmlns:rfc=\"urn:sap-com:document:sap:rfc:functions\">"
+                       "<Name>NOT_FOUND</Name><Text>NOT_FOUND</Text></rfc:_-VSIM_-X.Exception></detail>"))
       << plain;
   const std::string withMessage =
       buildExceptionFault("F", AbapException("FAILED", AbapMessage{"ZX", "E", "007", "It's <bad>", {"a", "", "", ""}}));
-  EXPECT_TRUE(contains(withMessage, "<Name>FAILED</Name><Text>It&#39;s &#60;bad&#62;</Text><Message><ID>ZX</ID><Type>E</Type>"
-                                    "<Number>007</Number></Message><Attributes><V1>a</V1><V2></V2><V3></V3><V4></V4></Attributes>"))
+  EXPECT_TRUE(contains(withMessage,
+                       "<Name>FAILED</Name><Text>It&#39;s &#60;bad&#62;</Text><Message><ID>ZX</ID><Type>E</Type>"
+                       "<Number>007</Number></Message><Attributes><V1>a</V1><V2></V2><V3></V3><V4></V4></Attributes>"))
       << withMessage;
-  const std::string system = buildSystemFault(SystemFailure("RFC_AUTHORIZATION_FAILURE", "User X has no RFC authorization"));
-  EXPECT_TRUE(contains(system, "<faultstring>RFC_AUTHORIZATION_FAILURE: User X has no RFC authorization</faultstring>"));
-  EXPECT_TRUE(contains(system, "<rfc:Error xmlns:rfc=\"urn:sap-com:document:sap:soap:functions\"><type>RFC_AUTHORIZATION_FAILURE</type>"
-                               "<message>User X has no RFC authorization</message></rfc:Error>"));
+  const std::string system =
+      buildSystemFault(SystemFailure("RFC_AUTHORIZATION_FAILURE", "User X has no RFC authorization"));
+  EXPECT_TRUE(
+      contains(system, "<faultstring>RFC_AUTHORIZATION_FAILURE: User X has no RFC authorization</faultstring>"));
+  EXPECT_TRUE(
+      contains(system,
+               "<rfc:Error xmlns:rfc=\"urn:sap-com:document:sap:soap:functions\"><type>RFC_AUTHORIZATION_FAILURE</type>"
+               "<message>User X has no RFC authorization</message></rfc:Error>"));
 }
 
 // The service, request by request.
@@ -179,7 +197,8 @@ class Service : public ::testing::Test {
   }
   static std::string cookieValue(const HttpResponse& r, const std::string& name) {
     for (const auto& c : cookies(r))
-      if (c.compare(0, name.size() + 1, name + "=") == 0) return c.substr(name.size() + 1, c.find(';') - name.size() - 1);
+      if (c.compare(0, name.size() + 1, name + "=") == 0)
+        return c.substr(name.size() + 1, c.find(';') - name.size() - 1);
     return {};
   }
   static std::string header(const HttpResponse& r, const std::string& name) {
@@ -215,7 +234,8 @@ TEST_F(Service, LogonFailures) {
     EXPECT_EQ(r.status, 401) << c.reason;
     EXPECT_TRUE(contains(r.body, "<h1>Logon failed</h1>")) << r.body;
     EXPECT_TRUE(contains(r.body, c.reason)) << r.body;
-    EXPECT_TRUE(contains(header(r, "WWW-Authenticate"), "Basic realm=\"SAP NetWeaver Application Server [VSM/")) << c.reason;
+    EXPECT_TRUE(contains(header(r, "WWW-Authenticate"), "Basic realm=\"SAP NetWeaver Application Server [VSM/"))
+        << c.reason;
   }
 }
 
@@ -240,14 +260,19 @@ TEST_F(Service, SecuritySessionCookieAndTicket) {
   EXPECT_TRUE(contains(sso.body, "001/DEMO/E"));
   HttpResponse header = post("/sap/bc/soap/rfc", envelope("RFC_PING", ""), "", {{"mysapsso2", ticket}});
   EXPECT_EQ(header.status, 200);
-  EXPECT_EQ(post("/sap/bc/soap/rfc?sap-client=100", envelope("RFC_PING", ""), "", {{"cookie", "MYSAPSSO2=" + ticket}}).status, 401);
-  EXPECT_EQ(post("/sap/bc/soap/rfc", envelope("RFC_PING", ""), "", {{"cookie", "MYSAPSSO2=AjQxMDMBAbogus"}}).status, 401);
+  EXPECT_EQ(
+      post("/sap/bc/soap/rfc?sap-client=100", envelope("RFC_PING", ""), "", {{"cookie", "MYSAPSSO2=" + ticket}}).status,
+      401);
+  EXPECT_EQ(post("/sap/bc/soap/rfc", envelope("RFC_PING", ""), "", {{"cookie", "MYSAPSSO2=AjQxMDMBAbogus"}}).status,
+            401);
 }
 
 TEST_F(Service, LanguageFromQuery) {
-  HttpResponse r = post("/sap/bc/soap/rfc?sap-client=001&sap-language=DE", envelope("STFC_CONNECTION", ""), basic("DEMO", "Welcome1"));
+  HttpResponse r = post("/sap/bc/soap/rfc?sap-client=001&sap-language=DE", envelope("STFC_CONNECTION", ""),
+                        basic("DEMO", "Welcome1"));
   EXPECT_TRUE(contains(r.body, "001/DEMO/D")) << r.body;
-  HttpResponse d = post("/sap/bc/soap/rfc?sap-client=001", envelope("STFC_CONNECTION", ""), basic("DEVELOPER", "Welcome1"));
+  HttpResponse d =
+      post("/sap/bc/soap/rfc?sap-client=001", envelope("STFC_CONNECTION", ""), basic("DEVELOPER", "Welcome1"));
   EXPECT_TRUE(contains(d.body, "001/DEVELOPER/D")) << d.body;
 }
 
@@ -260,7 +285,8 @@ TEST_F(Service, StatelessUnlessSessionModeOne) {
   ASSERT_TRUE(contains(ctx, "SID%3aANON%3avsimhost_VSM_00%3a")) << ctx;
   ASSERT_TRUE(contains(ctx, "-NEW"));
   bool scoped = false;
-  for (const auto& c : cookies(opened)) scoped = scoped || (contains(c, "sap-contextid=") && contains(c, "path=/sap/bc/soap/rfc"));
+  for (const auto& c : cookies(opened))
+    scoped = scoped || (contains(c, "sap-contextid=") && contains(c, "path=/sap/bc/soap/rfc"));
   EXPECT_TRUE(scoped);
   EXPECT_EQ(service.contextCount(), 1u);
   EXPECT_EQ(counter("", "sap-contextid=" + ctx), "2");
@@ -275,8 +301,8 @@ TEST_F(Service, StatelessUnlessSessionModeOne) {
   // A context belongs to its user.
   EXPECT_EQ(counter("&session_mode=1", "", &opened), "1");
   const std::string mine = cookieValue(opened, "sap-contextid");
-  HttpResponse foreign = post("/sap/bc/soap/rfc?sap-client=001", envelope("Z_VSIM_COUNTER", ""), basic("DEVELOPER", "Welcome1"),
-                              {{"cookie", "sap-contextid=" + mine}});
+  HttpResponse foreign = post("/sap/bc/soap/rfc?sap-client=001", envelope("Z_VSIM_COUNTER", ""),
+                              basic("DEVELOPER", "Welcome1"), {{"cookie", "sap-contextid=" + mine}});
   EXPECT_TRUE(contains(foreign.body, "<VALUE>1</VALUE>"));
   EXPECT_EQ(counter("", "sap-contextid=" + mine), "2");
 }
@@ -293,7 +319,8 @@ TEST_F(Service, FaultsAnswersAndErrors) {
   HttpResponse bad = post(rfc, "<broken", basic("DEMO", "Welcome1"));
   EXPECT_EQ(bad.status, 500);
   EXPECT_TRUE(contains(bad.body, "XML parse error"));
-  HttpResponse denied = post(rfc, envelope("RFC_READ_TABLE", "<QUERY_TABLE>T000</QUERY_TABLE>"), basic("RESTRICTED", "Welcome1"));
+  HttpResponse denied =
+      post(rfc, envelope("RFC_READ_TABLE", "<QUERY_TABLE>T000</QUERY_TABLE>"), basic("RESTRICTED", "Welcome1"));
   EXPECT_EQ(denied.status, 500);
   EXPECT_TRUE(contains(denied.body, "RFC_AUTHORIZATION_FAILURE"));
 

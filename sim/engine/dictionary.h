@@ -7,14 +7,15 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 namespace vsim {
 
 class Dictionary {
  public:
   struct Field {
-    Field(std::string n, std::string t, std::string x = {}) : name(std::move(n)), type(std::move(t)), text(std::move(x)) {}
+    Field(std::string n, std::string t, std::string x = {})
+        : name(std::move(n)), type(std::move(t)), text(std::move(x)) {}
     std::string name;
     std::string type;  // a type reference, see resolve()
     std::string text;  // empty: the text of the referenced element

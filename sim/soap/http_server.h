@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "soap/http_types.hpp"
+#include "soap/http_types.h"
 
 namespace vsim::soap {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "engine/system.hpp"
+#include "engine/system.h"
 
 namespace vsim {
 

@@ -9,10 +9,10 @@
 #include <optional>
 #include <string>
 
-#include "engine/dictionary.hpp"
-#include "engine/function.hpp"
-#include "engine/table_store.hpp"
-#include "engine/users.hpp"
+#include "engine/dictionary.h"
+#include "engine/function.h"
+#include "engine/table_store.h"
+#include "engine/users.h"
 
 namespace vsim {
 

@@ -7,14 +7,14 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 namespace vsim {
 
 struct DbTable {
   std::string name;
-  TypePtr type;            // the row structure; the dictionary holds it under the table's name
-  int keyFields = 1;       // the first components form the primary key
+  TypePtr type;                  // the row structure; the dictionary holds it under the table's name
+  int keyFields = 1;             // the first components form the primary key
   bool clientDependent = false;  // first component MANDT: a logon sees only its client's rows
   bool restricted = false;       // RFC_READ_TABLE refuses it (NOT_AUTHORIZED)
   std::vector<Value> rows;       // structure values, in key order after sortByKey()

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 namespace vsim {
 

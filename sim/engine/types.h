@@ -46,7 +46,7 @@ struct Component {
 struct TypeDesc {
   std::string name;  // dictionary name; empty for an inline type
   Kind kind = Kind::Char;
-  int length = 0;    // characters for C and N, bytes for X and P
+  int length = 0;  // characters for C and N, bytes for X and P
   int decimals = 0;
   std::string text;
   std::vector<Component> components;  // Struct
@@ -57,7 +57,9 @@ struct TypeDesc {
   bool nested = false;  // holds a structure component
 
   bool isScalar() const { return kind != Kind::Struct && kind != Kind::Table; }
-  bool isCharLike() const { return kind == Kind::Char || kind == Kind::Numc || kind == Kind::Date || kind == Kind::Time; }
+  bool isCharLike() const {
+    return kind == Kind::Char || kind == Kind::Numc || kind == Kind::Date || kind == Kind::Time;
+  }
   bool isNumeric() const {
     return kind == Kind::Packed || kind == Kind::Float || kind == Kind::Int || kind == Kind::Int1 || kind == Kind::Int2;
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/system.hpp"
+#include "engine/system.h"
 
 namespace vsim::soap {
 
@@ -26,8 +26,8 @@ class SoapFault : public std::runtime_error {
 };
 
 struct SoapRequest {
-  std::string function;  // with '/' restored from "_-"
-  std::string prefix;    // prefix of the function element, echoed on the response
+  std::string function;       // with '/' restored from "_-"
+  std::string prefix;         // prefix of the function element, echoed on the response
   std::vector<char> present;  // per parameter: its element was in the request
 };
 

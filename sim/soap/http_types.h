@@ -10,8 +10,8 @@
 namespace vsim::soap {
 
 struct HttpRequest {
-  std::string method;  // upper case
-  std::string target;  // path and query, as received
+  std::string method;                                        // upper case
+  std::string target;                                        // path and query, as received
   std::vector<std::pair<std::string, std::string>> headers;  // names in lower case
   std::string body;
   std::string peer;  // address:port of the client

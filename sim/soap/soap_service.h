@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "engine/system.hpp"
-#include "soap/http_types.hpp"
-#include "soap/log.hpp"
+#include "engine/system.h"
+#include "soap/http_types.h"
+#include "soap/log.h"
 
 namespace vsim::soap {
 
@@ -64,7 +64,8 @@ class SoapService {
 
   HttpResponse soap(const HttpRequest& request, const std::map<std::string, std::string>& query,
                     const std::map<std::string, std::string>& cookies, std::string& function, std::string& user);
-  HttpResponse control(const HttpRequest& request, const std::string& path, const std::map<std::string, std::string>& query);
+  HttpResponse control(const HttpRequest& request, const std::string& path,
+                       const std::map<std::string, std::string>& query);
   HttpResponse logonFailed(const std::string& client, const std::string& reason) const;
   std::optional<FaultSpec> takeFault(const Logon& logon, const std::string& contextId);
   std::string newId(size_t bytes);

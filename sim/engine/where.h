@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 namespace vsim {
 
@@ -29,8 +29,8 @@ class WhereClause {
 
   enum class Op { And, Or, Not, Eq, Ne, Lt, Gt, Le, Ge, Like, In, Between, IsNull, IsInitial };
   struct Operand {
-    int field = -1;  // a column, or
-    Value literal;   // a literal converted to the left column's type
+    int field = -1;       // a column, or
+    Value literal;        // a literal converted to the left column's type
     std::string pattern;  // LIKE pattern
   };
   struct Node {

@@ -16,10 +16,10 @@
 namespace vsim::testing {
 
 struct SimOptions {
-  std::string program;            // empty: $VELTRANE_SIM, else the program built with this tree
-  std::vector<std::string> args;  // more arguments, such as {"--data-dir", dir}
+  std::string program;             // empty: $VELTRANE_SIM, else the program built with this tree
+  std::vector<std::string> args;   // more arguments, such as {"--data-dir", dir}
   std::string logLevel = "error";  // passed as --log-level
-  std::string logFile;            // standard error of the program; empty: inherited
+  std::string logFile;             // standard error of the program; empty: inherited
   std::chrono::milliseconds startTimeout{30000};
 };
 

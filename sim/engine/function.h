@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/types.hpp"
+#include "engine/types.h"
 
 namespace vsim {
 
