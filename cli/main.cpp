@@ -10,10 +10,6 @@
 #include "failure.h"
 #include "password.h"
 
-#ifndef VELTRANE_CLI_VERSION
-#define VELTRANE_CLI_VERSION "unknown"
-#endif
-
 namespace vcli {
 
 namespace {
@@ -87,7 +83,7 @@ int run(const std::vector<std::string>& args) {
         return kExitOk;
       }
       if (a == "--version") {
-        std::cout << "veltrane " << VELTRANE_CLI_VERSION << "\n";
+        std::cout << "veltrane " << VELTRANE_VERSION << "\n";
         return kExitOk;
       }
     }

@@ -329,7 +329,7 @@ HRESULT CallToXml(CFunctionCall& call, BSTR* xml) {
 
 HRESULT CallFromXml(CFunctionCall& call, BSTR xml) {
   // FromXML adds and never replaces: the call must not have a name yet.
-  if (SysStringLen(call.FunctionBstr()) != 0) return ModelError(CLSID_RfcType, kErrAlreadyInitialized);
+  if (SysStringLen(call.FunctionBstr()) != 0) return ModelError(CLSID_RfcType, Text::AlreadyInitialized);
   try {
     std::string text = WideToUtf8(BstrView(xml));
     if (ElementDepth(text) > static_cast<size_t>(kMaxTypeDepth))

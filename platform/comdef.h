@@ -3,12 +3,9 @@
 #pragma once
 
 #include "platform/atlbase.h"
+#include "platform/result_names.h"
 
 #include <string>
-
-// The platform's message text for a result code ("The parameter is incorrect."),
-// or the code in hexadecimal when the table has none.
-std::u16string HResultMessage(HRESULT hr);
 
 class _com_error {
  public:

@@ -65,7 +65,6 @@ HRESULT CoGetGlobalInterfaceTable(IGlobalInterfaceTable** ppGIT);
 // arrive; it returns how many it ran. A thread that waits for a call it made
 // into another apartment pumps its own queue meanwhile.
 #define INFINITE 0xFFFFFFFFu
-#define RPC_E_DISCONNECTED _HRESULT_TYPEDEF_(0x80010108L)
 enum APTTYPE { APTTYPE_CURRENT = -1, APTTYPE_STA = 0, APTTYPE_MTA = 1, APTTYPE_NA = 2, APTTYPE_MAINSTA = 3 };
 extern "C" {
 DWORD CoPumpMessages(DWORD timeoutMs);

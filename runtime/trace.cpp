@@ -11,7 +11,7 @@
 #include <mutex>
 
 #include "runtime/environment.h"
-#include "runtime/hresult_text.h"
+#include "platform/result_names.h"
 #include "runtime/unicode.h"
 
 std::atomic<Ostrel::CTrace*> Ostrel::CTrace::s_instance{nullptr};

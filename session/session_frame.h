@@ -15,9 +15,7 @@
 #include "session/logon_data.h"
 #include "session/option_store.h"
 #include "veltrane_tlb.h"
-
-// The component's version as the trace reports it.
-inline constexpr std::u16string_view kVeltraneVersion = u"4.0.2.0";
+#include "veltrane_version.h"
 
 class SessionFrame {
  public:

@@ -209,7 +209,7 @@ HRESULT CTableReader::Read(LONG Count, LONG startAt) {
     return ReadRows(Count, startAt);
   } catch (...) {
     Trace(u"unexpected error - terminating\n");
-    return ReportError(CLSID_TableReader, 519);
+    return ReportError(CLSID_TableReader, Text::Unexpected);
   }
 }
 

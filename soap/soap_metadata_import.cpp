@@ -16,14 +16,11 @@
 
 namespace {
 
-constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);
-constexpr HRESULT kImportNotPossible = static_cast<HRESULT>(0x80040209);
-
 bool TracesAt(int level) { return TraceIsOpen() && TraceLevel() >= level; }
 
 std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
 
-HRESULT NotConnected(const SoapImportContext& ctx) { return ReportError(*ctx.clsid, 520, kNotConnected); }
+HRESULT NotConnected(const SoapImportContext& ctx) { return ReportError(*ctx.clsid, Text::NotConnected); }
 
 bool Connected(const SoapImportContext& ctx) { return ctx.isConnected && ctx.isConnected(); }
 
@@ -280,7 +277,7 @@ HRESULT SoapImportType(const SoapImportContext& ctx, BSTR name, IRfcType* type) 
     TraceLog(TRACE_ERROR, boost::format("Exception %1% in CSoapSession::ImportTypeFromBackend") % e.what(), nullptr,
              __FILE__, __LINE__);
   }
-  return ReportError(*ctx.clsid, 521, kImportNotPossible);
+  return ReportError(*ctx.clsid, Text::TypeImportNotPossible);
 }
 
 HRESULT SoapImportTableType(const SoapImportContext& ctx, BSTR name, IRfcType* type) {
@@ -295,7 +292,7 @@ HRESULT SoapImportTableType(const SoapImportContext& ctx, BSTR name, IRfcType* t
   if (FAILED(hr)) return hr;
 
   std::u16string refName = TextOf(_getStructVal(_getParam(exporting, u"HEADER"), u"REFNAME"));
-  if (refName.empty()) return ReportError(*ctx.clsid, 521, kImportNotPossible);
+  if (refName.empty()) return ReportError(*ctx.clsid, Text::TypeImportNotPossible);
   CComPtr<IRfcType> rowType;
   hr = ctx.importType(CComBSTR(refName), &rowType);
   if (FAILED(hr)) return hr;

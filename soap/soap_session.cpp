@@ -14,13 +14,7 @@
 
 namespace {
 
-constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);    // 519
-constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);  // 520
-constexpr HRESULT kCallRunning = static_cast<HRESULT>(0x8004020A);   // 522
-constexpr HRESULT kConnected = static_cast<HRESULT>(0x8004020B);     // 523
-constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);      // 543
-
-HRESULT Report(UINT code, HRESULT hr) { return ReportError(CLSID_SoapSession, code, hr); }
+HRESULT Report(Text text) { return ReportError(CLSID_SoapSession, text); }
 
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 
@@ -36,13 +30,13 @@ HRESULT Guarded(const char* operation, Body body, const std::function<void(const
     return S_OK;
   } catch (const CXVeltrane& e) {
     log(boost::format("CXVeltrane Error: %1% in CSOAPSession::%2%()") % e.what() % operation);
-    return Report(519, kUnexpected);
+    return Report(Text::Unexpected);
   } catch (const _com_error& e) {
     log(boost::format("COM Error %1% (%2%) in CSOAPSession::%3%()") % e.Error() % Narrow(e.ErrorMessage()) % operation);
     return e.Error();
   } catch (const std::exception& e) {
     log(boost::format("C++ Exception: %1% in CSOAPSession::%2%()") % e.what() % operation);
-    return Report(519, kUnexpected);
+    return Report(Text::Unexpected);
   }
 }
 
@@ -104,7 +98,7 @@ HRESULT CSoapSession::CallTRFCFunction(BSTR tid, IFunctionCall* fn) { return E_N
 // ---------------------------------------------------------------- methods
 
 HRESULT CSoapSession::Connect() {
-  if (m_transport) return Report(523, kConnected);
+  if (m_transport) return Report(Text::AlreadyConnected);
   return Guarded(
       "Connect",
       [&]() -> HRESULT {
@@ -122,7 +116,7 @@ HRESULT CSoapSession::Connect() {
           TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect(): ok");
           return S_OK;
         }
-        return Report(543, kRfcError);
+        return Report(Text::RfcError);
       },
       [&](const CXSoapErrorResponse& e) { SetError(VARIANT_TRUE, e.Group(), e.FaultText(), e.Detail(), u""); });
 }
@@ -144,10 +138,10 @@ void CSoapSession::RfcPing(int sessionMode) {
 }
 
 HRESULT CSoapSession::CallFunction(IFunctionCall* call, VARIANT_BOOL synchronous) {
-  if (!m_transport) return Report(520, kNotConnected);
+  if (!m_transport) return Report(Text::NotConnected);
   {
     std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    if (m_activeRequest) return Report(522, kCallRunning);
+    if (m_activeRequest) return Report(Text::CallRunning);
   }
   if (!call) return E_POINTER;
   return Guarded(
@@ -275,7 +269,7 @@ HRESULT CSoapSession::AbortCall() {
     request->Close();
   } catch (const std::exception& e) {
     TRACE_LOG(TRACE_ERROR, (boost::format("Exception: %1% in CSOAPSession::AbortCall()") % e.what()));
-    return Report(519, kUnexpected);
+    return Report(Text::Unexpected);
   }
   request.reset();
   Unpin();
@@ -284,7 +278,7 @@ HRESULT CSoapSession::AbortCall() {
 
 HRESULT CSoapSession::Disconnect() {
   Trace(u"CSoapSession->Disconnect()\n");
-  if (!m_transport) return Report(520, kNotConnected);
+  if (!m_transport) return Report(Text::NotConnected);
   try {
     bool running;
     {
@@ -300,7 +294,7 @@ HRESULT CSoapSession::Disconnect() {
     return S_OK;
   } catch (const std::exception& e) {
     TRACE_LOG(TRACE_ERROR, (boost::format("C++ Exception: %1% in CSOAPSession::Disconnect()") % e.what()));
-    return Report(519, kUnexpected);
+    return Report(Text::Unexpected);
   }
 }
 

@@ -19,7 +19,7 @@
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
 #include "runtime/unicode.h"
-#include "runtime/winhttp_errors.h"
+#include "veltrane_errors.h"
 
 namespace winhttp {
 

@@ -204,7 +204,7 @@ class AccessorTest : public ::testing::Test {
   CComPtr<IRfcRows> rows;
 };
 
-std::u16string Text(const CComVariant& v) {
+std::u16string TextOf(const CComVariant& v) {
   EXPECT_EQ(v.vt, VT_BSTR);
   return v.vt == VT_BSTR ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : u"";
 }
@@ -212,7 +212,7 @@ std::u16string Text(const CComVariant& v) {
 TEST_F(AccessorTest, GetParamAndScalarValue) {
   CComPtr<IRfcParameter> p = _getParam(params, u"SCALAR");
   ASSERT_TRUE(p != nullptr);
-  EXPECT_EQ(Text(_getScalarVal(p)), u"scalar value");
+  EXPECT_EQ(TextOf(_getScalarVal(p)), u"scalar value");
 }
 
 TEST_F(AccessorTest, UnknownParameterRaisesAndTraces) {
@@ -228,11 +228,11 @@ TEST_F(AccessorTest, UnknownParameterRaisesAndTraces) {
 }
 
 TEST_F(AccessorTest, StructValueOfFieldsAndOfParameter) {
-  EXPECT_EQ(Text(_getStructVal(fields, u"MATNR")), u"4711");
+  EXPECT_EQ(TextOf(_getStructVal(fields, u"MATNR")), u"4711");
   CComVariant count = _getStructVal(fields, u"COUNT");
   EXPECT_EQ(count.vt, VT_I4);
   EXPECT_EQ(count.lVal, 3);
-  EXPECT_EQ(Text(_getStructVal(_getParam(params, u"STRUCT"), u"MATNR")), u"4711");
+  EXPECT_EQ(TextOf(_getStructVal(_getParam(params, u"STRUCT"), u"MATNR")), u"4711");
 }
 
 TEST_F(AccessorTest, UnknownStructFieldRaisesAndTraces) {
@@ -247,8 +247,8 @@ TEST_F(AccessorTest, UnknownStructFieldRaisesAndTraces) {
 TEST_F(AccessorTest, RowsAndRow) {
   CComPtr<IRfcRows> r = _getRows(_getParam(params, u"TABLE"));
   ASSERT_TRUE(r != nullptr);
-  EXPECT_EQ(Text(_getStructVal(_getRow(r, 1), u"COL")), u"first");
-  EXPECT_EQ(Text(_getStructVal(_getRow(r, 2), u"COL")), u"second");
+  EXPECT_EQ(TextOf(_getStructVal(_getRow(r, 1), u"COL")), u"first");
+  EXPECT_EQ(TextOf(_getStructVal(_getRow(r, 2), u"COL")), u"second");
   try {
     _getRow(r, 3);
     ADD_FAILURE();
@@ -264,7 +264,7 @@ TEST_F(AccessorTest, RowsOfAField) {
   field->rows = rows;
   CComPtr<IRfcField> f(field.p);
   EXPECT_EQ(static_cast<IRfcRows*>(_getRows(f)), rows.p);
-  EXPECT_EQ(Text(_getScalarVal(CComPtr<IRfcField>(FieldWith(CComVariant(u"v"))))), u"v");
+  EXPECT_EQ(TextOf(_getScalarVal(CComPtr<IRfcField>(FieldWith(CComVariant(u"v"))))), u"v");
 }
 
 TEST_F(AccessorTest, FailedPropertyIsRaisedWithItsCode) {

@@ -17,7 +17,7 @@ std::u16string Str(const VARIANT& v) {
   return v.vt == VT_BSTR ? std::u16string(v.bstrVal, SysStringLen(v.bstrVal)) : u"?";
 }
 
-CComVariant Text(const char16_t* s) { return CComVariant(s); }
+CComVariant TextOf(const char16_t* s) { return CComVariant(s); }
 
 // ------------------------------------------------------------------ tables
 
@@ -147,7 +147,7 @@ TEST(ScalarText, VariantTraceText) {
   bytes.parray = SafeArrayCreateVector(VT_UI1, 0, 3);
   EXPECT_EQ(VariantTraceText(bytes), u"{binary}");
   EXPECT_EQ(VariantTraceText(CComVariant(LONG(42))), u"42");
-  EXPECT_EQ(VariantTraceText(Text(u"abc")), u"abc");
+  EXPECT_EQ(VariantTraceText(TextOf(u"abc")), u"abc");
   EXPECT_EQ(VariantTraceText(CComVariant(true)), u"-1");  // flags 0: no alpha boolean
 }
 
@@ -206,11 +206,11 @@ TEST(ScalarDate, VariantToDate) {
   EXPECT_EQ(DateOut(null), std::u16string(8, u'\0'));
   EXPECT_EQ(DateOut(CComVariant()), u"00000000");
   EXPECT_EQ(DateOut(CComVariant(LONG(0))), u"00000000");
-  EXPECT_EQ(DateOut(Text(u"00000000")), u"00000000");
-  EXPECT_EQ(DateOut(Text(u"")), u"00000000");
-  EXPECT_EQ(DateOut(Text(u" ")), u"00000000");
-  EXPECT_EQ(DateOut(Text(u"20240229")), u"20240229");
-  EXPECT_EQ(DateOut(Text(u"20230231")), u"20230231");
+  EXPECT_EQ(DateOut(TextOf(u"00000000")), u"00000000");
+  EXPECT_EQ(DateOut(TextOf(u"")), u"00000000");
+  EXPECT_EQ(DateOut(TextOf(u" ")), u"00000000");
+  EXPECT_EQ(DateOut(TextOf(u"20240229")), u"20240229");
+  EXPECT_EQ(DateOut(TextOf(u"20230231")), u"20230231");
   // VT_I2 0 and the double 0.0 are not the integer 0: they are day 0.
   EXPECT_EQ(DateOut(CComVariant(SHORT(0))), u"18991230");
   EXPECT_EQ(DateOut(CComVariant(0.0)), u"18991230");
@@ -228,7 +228,7 @@ TEST(ScalarDate, VariantToDateChangesTheCallersVariant) {
 }
 
 TEST(ScalarDate, UnreadableDateRaisesWithoutTexts) {
-  CComVariant v(Text(u"not a date"));
+  CComVariant v(TextOf(u"not a date"));
   char16_t out[8] = {};
   try {
     RfcVariantToDate(out, &v);
@@ -291,14 +291,14 @@ TEST(ScalarTime, VariantToTime) {
   EXPECT_EQ(TimeOut(null), std::u16string(6, u'\0'));
   EXPECT_EQ(TimeOut(CComVariant()), u"000000");
   EXPECT_EQ(TimeOut(CComVariant(LONG(0))), u"000000");
-  EXPECT_EQ(TimeOut(Text(u"000000")), u"000000");
-  EXPECT_EQ(TimeOut(Text(u"")), u"000000");
-  EXPECT_EQ(TimeOut(Text(u" ")), u"000000");
-  EXPECT_EQ(TimeOut(Text(u"123456")), u"123456");
-  EXPECT_EQ(TimeOut(Text(u"999999")), u"999999");
-  EXPECT_EQ(TimeOut(Text(u"12:34:56")), u"123456");
-  EXPECT_EQ(TimeOut(Text(u"99:99:99")), u"999999");
-  EXPECT_EQ(TimeOut(Text(u"1:2:3:4:")), u"1::34:");  // any of "0".."9" and ":" in the eight places
+  EXPECT_EQ(TimeOut(TextOf(u"000000")), u"000000");
+  EXPECT_EQ(TimeOut(TextOf(u"")), u"000000");
+  EXPECT_EQ(TimeOut(TextOf(u" ")), u"000000");
+  EXPECT_EQ(TimeOut(TextOf(u"123456")), u"123456");
+  EXPECT_EQ(TimeOut(TextOf(u"999999")), u"999999");
+  EXPECT_EQ(TimeOut(TextOf(u"12:34:56")), u"123456");
+  EXPECT_EQ(TimeOut(TextOf(u"99:99:99")), u"999999");
+  EXPECT_EQ(TimeOut(TextOf(u"1:2:3:4:")), u"1::34:");  // any of "0".."9" and ":" in the eight places
   CComVariant noon(0.5, VT_DATE);
   EXPECT_EQ(TimeOut(noon), u"120000");
   CComVariant evening(DateOf(2024, 2, 29) + (23 * 3600 + 59 * 60 + 58) / 86400.0, VT_DATE);
@@ -306,7 +306,7 @@ TEST(ScalarTime, VariantToTime) {
 }
 
 TEST(ScalarTime, UnreadableTimeRaisesWithTexts) {
-  CComVariant v(Text(u"xyz"));
+  CComVariant v(TextOf(u"xyz"));
   char16_t out[6] = {};
   try {
     RfcVariantToTime(out, &v);

@@ -140,7 +140,7 @@ inline std::vector<uint8_t> BytesOf(const VARIANT& v) {
   return out;
 }
 
-inline std::u16string Text(const VARIANT& v) {
+inline std::u16string TextOf(const VARIANT& v) {
   return v.vt == VT_BSTR ? Str(v.bstrVal) : u"<vt " + std::u16string(1, char16_t(u'0' + v.vt % 10)) + u">";
 }
 

@@ -60,7 +60,7 @@ std::u16string SoapErrorOf(const std::string& body, IFunctionCall* call) {
 TEST(SoapReaderNamespaces, PrefixesOfTheServer) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
   SoapRfcXML::ParseResponse(Answer(Response("F", "<E>v</E>")), call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"v");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"v");
 }
 
 TEST(SoapReaderNamespaces, AnyPrefixes) {
@@ -68,7 +68,7 @@ TEST(SoapReaderNamespaces, AnyPrefixes) {
   std::string text = "<soap:Envelope xmlns:soap=\"" + kEnvNs + "\"><soap:Body>" + Response("F", "<E>w</E>", "n1") +
                      "</soap:Body></soap:Envelope>";
   SoapRfcXML::ParseResponse(text, call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"w");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"w");
 }
 
 TEST(SoapReaderNamespaces, DefaultNamespaces) {
@@ -76,7 +76,7 @@ TEST(SoapReaderNamespaces, DefaultNamespaces) {
   std::string text = "<Envelope xmlns=\"" + kEnvNs + "\"><Body><F.Response xmlns=\"" + kRfcNs +
                      "\"><E>d</E></F.Response></Body></Envelope>";
   SoapRfcXML::ParseResponse(text, call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"d");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"d");
 }
 
 TEST(SoapReaderNamespaces, PrefixDeclaredOnTheEnvelope) {
@@ -84,7 +84,7 @@ TEST(SoapReaderNamespaces, PrefixDeclaredOnTheEnvelope) {
   std::string text = "<e:Envelope xmlns:e=\"" + kEnvNs + "\" xmlns:r=\"" + kRfcNs +
                      "\"><e:Body><r:F.Response><E>env</E></r:F.Response></e:Body></e:Envelope>";
   SoapRfcXML::ParseResponse(text, call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"env");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"env");
 }
 
 TEST(SoapReaderNamespaces, InnerDeclarationShadowsOuter) {
@@ -94,7 +94,7 @@ TEST(SoapReaderNamespaces, InnerDeclarationShadowsOuter) {
   std::string text = "<p:Envelope xmlns:p=\"" + kEnvNs + "\"><p:Body><p:F.Response xmlns:p=\"" + kRfcNs +
                      "\"><E>shadow</E></p:F.Response></p:Body></p:Envelope>";
   SoapRfcXML::ParseResponse(text, call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"shadow");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"shadow");
 }
 
 TEST(SoapReaderNamespaces, ResponseInAnotherNamespaceIsNotFound) {
@@ -128,7 +128,7 @@ TEST(SoapReaderNamespaces, ByteOrderMarkAndDeclaration) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
   SoapRfcXML::ParseResponse(
       "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + Answer(Response("F", "<E>b</E>")), call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"b");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"b");
 }
 
 TEST(SoapReaderNamespaces, ResponseNameIsTheRawFunctionName) {
@@ -150,7 +150,7 @@ TEST(SoapReaderNamespaces, ParametersByQualifiedNameOnly) {
 TEST(SoapReaderNamespaces, OnlyTheFirstChildOfANameCounts) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
   SoapRfcXML::ParseResponse(Answer(Response("F", "<E>first</E><E>second</E>")), call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"first");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"first");
 }
 
 // ------------------------------------------------------------- value rules
@@ -183,7 +183,7 @@ TEST(SoapReaderValues, Times) {
   EXPECT_NEAR(v.date, (12 * 3600 + 34 * 60 + 56) / 86400.0, 1e-9);
   CComVariant bad = ReadScalar(TYPE_TIME, "99:99:99");
   EXPECT_EQ(bad.vt, VT_BSTR);
-  EXPECT_EQ(Text(bad), u"99:99:99");
+  EXPECT_EQ(TextOf(bad), u"99:99:99");
   for (const char* text : {"123456", "12:34", "1:02:03", "", "12:34:56Z"})
     EXPECT_EQ(ReadScalar(TYPE_TIME, text).vt, VT_EMPTY) << text;
 }
@@ -240,18 +240,18 @@ TEST(SoapReaderValues, IntegersArriveAs64Bit) {
 }
 
 TEST(SoapReaderValues, TextTypesStayAsTheyAre) {
-  EXPECT_EQ(Text(ReadScalar(TYPE_CHAR, "  lead and trail  ")), u"  lead and trail  ");
-  EXPECT_EQ(Text(ReadScalar(TYPE_BCD, "-1.23")), u"-1.23");
-  EXPECT_EQ(Text(ReadScalar(TYPE_NUM, "000042")), u"000042");
-  EXPECT_EQ(Text(ReadScalar(TYPE_STRING, "\xc3\xa4\xe2\x82\xac")), u"\u00e4\u20ac");
-  EXPECT_EQ(Text(ReadScalar(ABAPTYPE(99), "any")), u"any");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "  lead and trail  ")), u"  lead and trail  ");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_BCD, "-1.23")), u"-1.23");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_NUM, "000042")), u"000042");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_STRING, "\xc3\xa4\xe2\x82\xac")), u"\u00e4\u20ac");
+  EXPECT_EQ(TextOf(ReadScalar(ABAPTYPE(99), "any")), u"any");
   // Named and numeric references are decoded; the short form is empty text.
-  EXPECT_EQ(Text(ReadScalar(TYPE_CHAR, "a&#38;b&amp;c&#60;&gt;&#39;&quot;")), u"a&b&c<>'\"");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "a&#38;b&amp;c&#60;&gt;&#39;&quot;")), u"a&b&c<>'\"");
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
   SoapRfcXML::ParseResponse(Answer(Response("F", "<E/>")), call);
   CComVariant v = Value(Exporting(call), u"E");
   EXPECT_EQ(v.vt, VT_BSTR);
-  EXPECT_EQ(Text(v), u"");
+  EXPECT_EQ(TextOf(v), u"");
 }
 
 TEST(SoapReaderValues, InvalidUtf8IsABadConversion) {
@@ -264,7 +264,7 @@ TEST(SoapReaderValues, AmpersandRoundTrip) {
   std::string request = SoapRfcXML::BuildEnvelope(call);
   EXPECT_NE(request.find("<C>a&amp;b</C>"), std::string::npos);
   SoapRfcXML::ParseResponse(Answer(Response("F", "<C>a&#38;b</C>")), call);
-  EXPECT_EQ(Text(Value(Changing(call), u"C")), u"a&b");
+  EXPECT_EQ(TextOf(Value(Changing(call), u"C")), u"a&b");
 }
 
 // ---------------------------------------------------------------- structure
@@ -289,21 +289,21 @@ TEST(SoapReaderStructure, AllGroupsAreRead) {
       "<C1>2</C1><E1>one</E1><ES><ID>9</ID><NAME>nine</NAME><EXTRA>ignored</EXTRA></ES>"
       "<T><item><ID>1</ID><NAME>a</NAME></item><row><NAME>b</NAME><ID>2</ID></row><item><ID>3</ID><NAME/></item></T>"));
   SoapRfcXML::ParseResponse(text, call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E1")), u"one");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E1")), u"one");
   CComVariant c1 = Value(Changing(call), u"C1");
   EXPECT_EQ(c1.vt, VT_I8);
   EXPECT_EQ(c1.llVal, 2);
   CComPtr<IRfcFields> es = Fields(Exporting(call), u"ES");
   EXPECT_EQ(MemberValue(es, u"ID").llVal, 9);
-  EXPECT_EQ(Text(MemberValue(es, u"NAME")), u"nine");
+  EXPECT_EQ(TextOf(MemberValue(es, u"NAME")), u"nine");
   CComPtr<IRfcRows> rows = Rows(Tables(call), u"T");
   ASSERT_EQ(Count(rows), 3);  // the old row is gone; every child is a row
   EXPECT_EQ(MemberValue(Row(rows, 1), u"ID").llVal, 1);
-  EXPECT_EQ(Text(MemberValue(Row(rows, 2), u"NAME")), u"b");
+  EXPECT_EQ(TextOf(MemberValue(Row(rows, 2), u"NAME")), u"b");
   EXPECT_EQ(MemberValue(Row(rows, 2), u"ID").llVal, 2);
-  EXPECT_EQ(Text(MemberValue(Row(rows, 3), u"NAME")), u"");
+  EXPECT_EQ(TextOf(MemberValue(Row(rows, 3), u"NAME")), u"");
   // Importing is not read.
-  EXPECT_EQ(Text(Value(Importing(call), u"I")), u"in");
+  EXPECT_EQ(TextOf(Value(Importing(call), u"I")), u"in");
 }
 
 TEST(SoapReaderStructure, EmptyTableElement) {
@@ -318,7 +318,7 @@ TEST(SoapReaderStructure, MissingParameterNamesIt) {
   std::string text = Answer(Response("F", "<E1>one</E1><ES><ID>1</ID><NAME/></ES><T/>"));
   EXPECT_EQ(SoapErrorOf(text, call), u"Invalid Response: element C1 of CHANGING parameter C1 not found");
   // What was read before the failure keeps its value.
-  EXPECT_EQ(Text(Value(Exporting(call), u"E1")), u"one");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E1")), u"one");
 }
 
 TEST(SoapReaderStructure, MissingStructFieldNamesIt) {
@@ -357,7 +357,7 @@ TEST(SoapReaderStructure, ALongTableIsReadWhole) {
   ASSERT_EQ(Count(table), 3000);
   for (LONG i : {1, 512, 513, 2999, 3000}) {
     EXPECT_EQ(MemberValue(Row(table, i), u"ID").llVal, i);
-    EXPECT_EQ(Text(MemberValue(Row(table, i), u"NAME")), Utf8ToWide("n" + std::to_string(i)));
+    EXPECT_EQ(TextOf(MemberValue(Row(table, i), u"NAME")), Utf8ToWide("n" + std::to_string(i)));
   }
 }
 
@@ -374,7 +374,7 @@ TEST(SoapReaderStructure, RowsOfAForeignMemberTypeAreRead) {
   CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
   ASSERT_EQ(Count(table), 2);
   EXPECT_EQ(MemberValue(Row(table, 2), u"ID").llVal, 2);
-  EXPECT_EQ(Text(MemberValue(Row(table, 2), u"NAME")), u"b");
+  EXPECT_EQ(TextOf(MemberValue(Row(table, 2), u"NAME")), u"b");
 }
 
 TEST(SoapReaderStructure, MissingTableNamesIt) {
@@ -389,7 +389,7 @@ TEST(SoapReaderStructure, ComplexParameterReadsNothing) {
   ASSERT_EQ(Exporting(call)->AddParameter(CComBSTR(u"DEEP"), complex), S_OK);
   AddScalar(Exporting(call), u"E", TYPE_CHAR, 1, CComVariant());
   SoapRfcXML::ParseResponse(Answer(Response("F", "<E>e</E>")), call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"e");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"e");
   // Even with an element of its name nothing is read.
   SoapRfcXML::ParseResponse(Answer(Response("F", "<DEEP><X>x</X></DEEP><E>e</E>")), call);
 }
@@ -488,7 +488,7 @@ TEST(SoapReaderFaults, ResponseWinsOverFault) {
   CComPtr<IFunctionCall> call = ScalarCall(TYPE_CHAR);
   SoapRfcXML::ParseResponse(
       Answer("<SOAP-ENV:Fault><faultstring>x</faultstring></SOAP-ENV:Fault>" + Response("F", "<E>ok</E>")), call);
-  EXPECT_EQ(Text(Value(Exporting(call), u"E")), u"ok");
+  EXPECT_EQ(TextOf(Value(Exporting(call), u"E")), u"ok");
 }
 
 TEST(SoapReaderFaults, FaultInAnotherNamespaceIsNoFault) {

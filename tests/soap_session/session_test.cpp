@@ -27,7 +27,7 @@ constexpr HRESULT kCallRunning = static_cast<HRESULT>(0x8004020A);
 constexpr HRESULT kConnected = static_cast<HRESULT>(0x8004020B);
 constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
 
-std::string Text(BSTR s) { return WideToUtf8(std::u16string_view(s ? s : u"", SysStringLen(s))); }
+std::string TextOf(BSTR s) { return WideToUtf8(std::u16string_view(s ? s : u"", SysStringLen(s))); }
 
 // A _SessionEvents sink that records each CallFinished, the thread it came
 // on and what CallActive said at that moment.
@@ -163,14 +163,14 @@ class SoapSessionTest : public ::testing::Test {
   }
   CComPtr<IFunctionCall> Import(const char16_t* function) {
     CComPtr<IFunctionCall> call;
-    EXPECT_EQ(m_session->ImportCall(CComBSTR(function), VARIANT_FALSE, &call), S_OK) << Text(CComBSTR(function));
+    EXPECT_EQ(m_session->ImportCall(CComBSTR(function), VARIANT_FALSE, &call), S_OK) << TextOf(CComBSTR(function));
     return call;
   }
   static void Set(IFunctionCall* call, const char16_t* name, const CComVariant& value) {
     CComPtr<IRfcParameters> params;
     ASSERT_EQ(call->get_Importing(&params), S_OK);
     CComPtr<IRfcParameter> p;
-    ASSERT_EQ(params->get_Item(CComVariant(name), &p), S_OK) << Text(CComBSTR(name));
+    ASSERT_EQ(params->get_Item(CComVariant(name), &p), S_OK) << TextOf(CComBSTR(name));
     ASSERT_EQ(p->put_value(value), S_OK);
   }
   static std::string Exported(IFunctionCall* call, const char16_t* name) {
@@ -181,7 +181,7 @@ class SoapSessionTest : public ::testing::Test {
     CComVariant v;
     p->get_value(&v);
     if (FAILED(v.ChangeType(VT_BSTR))) return "<not text>";
-    return Text(V_BSTR(&v));
+    return TextOf(V_BSTR(&v));
   }
 
   bool Connected() {
@@ -214,9 +214,9 @@ class SoapSessionTest : public ::testing::Test {
     info->get_ErrorGroupTxt(&key);
     info->get_Message(&message);
     info->get_ModuleName(&module);
-    e.key = Text(key);
-    e.message = Text(message);
-    e.module = Text(module);
+    e.key = TextOf(key);
+    e.message = TextOf(message);
+    e.module = TextOf(module);
     return e;
   }
   static std::string ErrorDescription() {
@@ -224,7 +224,7 @@ class SoapSessionTest : public ::testing::Test {
     if (GetErrorInfo(0, &info) != S_OK || !info) return "";
     CComBSTR text;
     info->GetDescription(&text);
-    return Text(text);
+    return TextOf(text);
   }
 
   static vsim::testing::SimProcess* s_sim;
@@ -268,9 +268,9 @@ TEST_F(SoapSessionTest, HttpSystemDataStartsWithItsDefaults) {
   data->get_Port(&port);
   data->get_ProxyPort(&proxyPort);
   data->get_Stateful(&stateful);
-  EXPECT_EQ(Text(protocol), "http");
-  EXPECT_EQ(Text(endpoint), "sap/bc/soap/rfc");
-  EXPECT_EQ(Text(host), "");
+  EXPECT_EQ(TextOf(protocol), "http");
+  EXPECT_EQ(TextOf(endpoint), "sap/bc/soap/rfc");
+  EXPECT_EQ(TextOf(host), "");
   EXPECT_EQ(timeout, 60000);
   EXPECT_EQ(port, 0);
   EXPECT_EQ(proxyPort, 0);
@@ -284,11 +284,11 @@ TEST_F(SoapSessionTest, HttpSystemDataStartsWithItsDefaults) {
 TEST_F(SoapSessionTest, SessionTypeIsSoapBeforeAndAfterConnect) {
   CComBSTR type;
   m_session->get_SessionType(&type);
-  EXPECT_EQ(Text(type), "SOAP");
+  EXPECT_EQ(TextOf(type), "SOAP");
   ASSERT_EQ(m_session->Connect(), S_OK);
   CComBSTR after;
   m_session->get_SessionType(&after);
-  EXPECT_EQ(Text(after), "SOAP");
+  EXPECT_EQ(TextOf(after), "SOAP");
 }
 
 TEST_F(SoapSessionTest, TransactionalMembersAreNotImplemented) {
@@ -312,7 +312,7 @@ TEST_F(SoapSessionTest, LateBoundCallsReachTheSameMembers) {
   DISPPARAMS none{nullptr, nullptr, 0, 0};
   CComVariant type;
   ASSERT_EQ(dispatch->Invoke(10, IID_NULL, 0, DISPATCH_PROPERTYGET, &none, &type, nullptr, nullptr), S_OK);
-  EXPECT_EQ(Text(V_BSTR(&type)), "SOAP");
+  EXPECT_EQ(TextOf(V_BSTR(&type)), "SOAP");
   ASSERT_EQ(dispatch->Invoke(id(u"Connect"), IID_NULL, 0, DISPATCH_METHOD, &none, nullptr, nullptr, nullptr), S_OK);
   // CallFunction with the call alone: synchronous by default.
   CComPtr<IFunctionCall> call = NewCall(u"RFC_PING");
@@ -713,7 +713,7 @@ TEST_F(SoapSessionTest, AStatefulSessionAnnouncesItselfAndKeepsItsContext) {
     CComVariant v;
     p->get_value(&v);
     v.ChangeType(VT_BSTR);
-    values.push_back(Text(V_BSTR(&v)));
+    values.push_back(TextOf(V_BSTR(&v)));
   }
   EXPECT_EQ(values, (std::vector<std::string>{"5", "10"}));
   ASSERT_EQ(m_session->Disconnect(), S_OK);

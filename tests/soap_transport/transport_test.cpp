@@ -15,7 +15,7 @@
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
 #include "runtime/unicode.h"
-#include "runtime/winhttp_errors.h"
+#include "veltrane_errors.h"
 #include "session/logon_data.h"
 #include "soap/http_system_data.h"
 #include "soap/win_http_transport.h"

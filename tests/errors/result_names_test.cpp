@@ -1,6 +1,9 @@
-#include "runtime/hresult_text.h"
+#include "platform/result_names.h"
 
 #include <gtest/gtest.h>
+
+#include <set>
+#include <string>
 
 namespace {
 
@@ -38,10 +41,45 @@ TEST(HResultMessage, Table) {
 }
 
 TEST(HResultMessage, UnknownCodeIsTheCodeAlone) {
-  EXPECT_EQ(HResultMessage(static_cast<HRESULT>(0x80040201)), u"0x80040201");
+  EXPECT_EQ(HResultMessage(static_cast<HRESULT>(0x80040250)), u"0x80040250");
   EXPECT_EQ(HResultMessage(static_cast<HRESULT>(0x12345)), u"0x00012345");
-  EXPECT_EQ(HResultName(static_cast<HRESULT>(0x80040201)), u"");
-  EXPECT_FALSE(HResultKnown(static_cast<HRESULT>(0x80040201)));
+  EXPECT_EQ(HResultName(static_cast<HRESULT>(0x80040250)), u"");
+  EXPECT_FALSE(HResultKnown(static_cast<HRESULT>(0x80040250)));
+}
+
+// Codes the component returns have a name; the connection-point codes have
+// no text of the platform's, so their message stays the number.
+TEST(HResultMessage, ConnectionPointCodesAreNamedWithoutAText) {
+  EXPECT_EQ(HResultName(CONNECT_E_NOCONNECTION), u"CONNECT_E_NOCONNECTION");
+  EXPECT_EQ(HResultName(CONNECT_E_ADVISELIMIT), u"CONNECT_E_ADVISELIMIT");
+  EXPECT_EQ(HResultName(CONNECT_E_CANNOTCONNECT), u"CONNECT_E_CANNOTCONNECT");
+  EXPECT_EQ(HResultName(CONNECT_E_OVERRIDDEN), u"CONNECT_E_OVERRIDDEN");
+  EXPECT_EQ(static_cast<uint32_t>(CONNECT_E_NOCONNECTION), 0x80040200u);
+  EXPECT_EQ(HResultMessage(CONNECT_E_ADVISELIMIT), u"0x80040201");
+  EXPECT_FALSE(HResultKnown(CONNECT_E_CANNOTCONNECT));
+}
+
+TEST(HResultMessage, DisconnectedObject) {
+  EXPECT_EQ(static_cast<uint32_t>(RPC_E_DISCONNECTED), 0x80010108u);
+  EXPECT_EQ(HResultName(RPC_E_DISCONNECTED), u"RPC_E_DISCONNECTED");
+  EXPECT_EQ(HResultMessage(RPC_E_DISCONNECTED), u"The object invoked has disconnected from its clients.");
+}
+
+TEST(HResultMessage, SuccessCodes) {
+  EXPECT_EQ(HResultName(S_OK), u"S_OK");
+  EXPECT_EQ(HResultName(S_FALSE), u"S_FALSE");
+  EXPECT_EQ(HResultMessage(S_FALSE), u"0x00000001");
+  EXPECT_EQ(NOERROR, S_OK);
+}
+
+// Every code of the lookups has its macro, with the same number.
+TEST(HResultMessage, EveryRowIsUniqueAndNamed) {
+  std::set<uint32_t> codes;
+  for (const auto& row : veltrane::errors::kResults) {
+    EXPECT_TRUE(codes.insert(row.code).second) << std::hex << row.code;
+    EXPECT_NE(std::u16string(row.name), u"");
+  }
+  EXPECT_EQ(codes.size(), std::size(veltrane::errors::kResults));
 }
 
 TEST(HResultMessage, Win32CodesThroughTheirResult) {
