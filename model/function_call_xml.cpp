@@ -22,7 +22,7 @@
 #include "model/rfc_type.h"
 #include "model/rfc_types.h"
 #include "model/type_access.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

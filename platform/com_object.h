@@ -15,9 +15,9 @@
 namespace platform {
 
 // Objects and server locks alive in the module; DllCanUnloadNow reads it.
-void ModuleLock();
-void ModuleUnlock();
-LONG ModuleLockCount();
+VELTRANE_API void ModuleLock();
+VELTRANE_API void ModuleUnlock();
+VELTRANE_API LONG ModuleLockCount();
 
 namespace detail {
 

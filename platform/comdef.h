@@ -7,7 +7,7 @@
 
 #include <string>
 
-class _com_error {
+class VELTRANE_API _com_error {
  public:
   explicit _com_error(HRESULT hr, IErrorInfo* perrinfo = nullptr, bool fAddRef = false) noexcept
       : m_hr(hr), m_info(perrinfo) {
@@ -66,5 +66,5 @@ class _com_error {
 };
 
 // Throws _com_error for hr with the thread's error record.
-[[noreturn]] void _com_issue_error(HRESULT hr);
-[[noreturn]] void _com_issue_errorex(HRESULT hr, IUnknown* punk, REFIID riid);
+[[noreturn]] VELTRANE_API void _com_issue_error(HRESULT hr);
+[[noreturn]] VELTRANE_API void _com_issue_errorex(HRESULT hr, IUnknown* punk, REFIID riid);

@@ -12,14 +12,16 @@ namespace veltrane::dispatch {
 
 // The entry points behind IDispatchImpl; `self` is the object seen as the
 // interface of `type`.
-HRESULT GetTypeInfoCount(UINT* pctinfo);
-HRESULT GetTypeInfo(const tlb::TypeData& type, UINT iTInfo, ITypeInfo** ppTInfo);
-HRESULT GetIDsOfNames(const tlb::TypeData& type, REFIID riid, LPOLESTR* rgszNames, UINT cNames, DISPID* rgDispId);
-HRESULT Invoke(const tlb::TypeData& type, IDispatch* self, DISPID dispIdMember, REFIID riid, LCID lcid, WORD wFlags,
-               DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo, UINT* puArgErr);
+VELTRANE_API HRESULT GetTypeInfoCount(UINT* pctinfo);
+VELTRANE_API HRESULT GetTypeInfo(const tlb::TypeData& type, UINT iTInfo, ITypeInfo** ppTInfo);
+VELTRANE_API HRESULT GetIDsOfNames(const tlb::TypeData& type, REFIID riid, LPOLESTR* rgszNames, UINT cNames,
+                                   DISPID* rgDispId);
+VELTRANE_API HRESULT Invoke(const tlb::TypeData& type, IDispatch* self, DISPID dispIdMember, REFIID riid, LCID lcid,
+                            WORD wFlags, DISPPARAMS* pDispParams, VARIANT* pVarResult, EXCEPINFO* pExcepInfo,
+                            UINT* puArgErr);
 
 // The members of `type` carrying that DISPID, or null.
-const tlb::MemberInfo* FindMember(const tlb::TypeData& type, DISPID dispid, INVOKEKIND kind);
+VELTRANE_API const tlb::MemberInfo* FindMember(const tlb::TypeData& type, DISPID dispid, INVOKEKIND kind);
 
 }  // namespace veltrane::dispatch
 

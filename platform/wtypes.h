@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "platform/export.h"
+
 #define STDMETHODCALLTYPE
 #define STDAPICALLTYPE
 #define STDMETHOD(m) virtual HRESULT m
@@ -84,7 +86,7 @@ inline bool operator!=(const GUID& a, const GUID& b) { return !(a == b); }
 inline bool IsEqualGUID(REFGUID a, REFGUID b) { return a == b; }
 inline bool IsEqualIID(REFIID a, REFIID b) { return a == b; }
 inline bool IsEqualCLSID(REFCLSID a, REFCLSID b) { return a == b; }
-extern const GUID GUID_NULL;
+extern VELTRANE_API const GUID GUID_NULL;
 #define IID_NULL GUID_NULL
 #define CLSID_NULL GUID_NULL
 

@@ -3,7 +3,7 @@
 #include <boost/format.hpp>
 
 #include "platform/result_names.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "runtime/environment.h"
 #include "platform/result_names.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 std::atomic<Ostrel::CTrace*> Ostrel::CTrace::s_instance{nullptr};
 

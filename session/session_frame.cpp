@@ -12,7 +12,7 @@
 #include "runtime/report_error.h"
 #include "runtime/string_table.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "session/table_reader.h"
 
 namespace {

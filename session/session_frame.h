@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "platform/atlbase.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "session/logon_data.h"
 #include "session/option_store.h"
 #include "veltrane_tlb.h"

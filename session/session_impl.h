@@ -31,7 +31,7 @@
 
 #include "platform/atlbase.h"
 #include "platform/dispatch_impl.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "session/logon_data.h"
 #include "session/session_frame.h"
 #include "veltrane_tlb.h"

@@ -9,9 +9,9 @@
 
 #include "model/rfc_rows.h"
 #include "model/model.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/report_error.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "runtime/trace.h"
 
 namespace {

@@ -2,6 +2,7 @@
 // test, and the registration of every class with the process's class table
 // when the library is loaded.
 #include "veltrane/module.h"
+#include "veltrane_tlb.h"
 
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
@@ -43,7 +44,7 @@ HRESULT getClassObject(REFCLSID rclsid, REFIID riid, void** ppv) { return DllGet
 // with its factories, which takes the entries of its classes over.
 struct ModuleRegistration {
   ModuleRegistration() {
-    veltrane::tlb::RegisterClassIdentities();
+    veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary());
     for (const ObjectEntry& e : veltrane::shell::ObjectMap()) {
       const veltrane::tlb::ClassIdentity* id = veltrane::tlb::FindClassIdentity(*e.clsid);
       if (!id) continue;

@@ -7,12 +7,12 @@
 #include "model/model.h"
 #include "platform/atlbase.h"
 #include "platform/comdef.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/exceptions.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
-#include "runtime/typedefs.h"
-#include "runtime/unicode.h"
+#include "model/typedefs.h"
+#include "platform/unicode.h"
 
 namespace {
 

@@ -16,11 +16,11 @@
 #include "model/model.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/base64.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "soap/xml_ns.h"
 
 namespace SoapRfcXML {

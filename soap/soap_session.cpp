@@ -7,7 +7,7 @@
 #include "runtime/exceptions.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "soap/http_system_data.h"
 #include "soap/soap_metadata_import.h"
 #include "soap/soap_rfc_xml.h"

@@ -18,7 +18,7 @@
 
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "veltrane_errors.h"
 
 namespace winhttp {

@@ -1118,14 +1118,17 @@ def emit_header(lib, source_name):
     w(HEADER_BANNER % source_name)
     w("#pragma once\n\n")
     w('#include "platform/oaidl.h"\n\n')
-    w("namespace veltrane::tlb {\nstruct TypeData;\n}  // namespace veltrane::tlb\n")
+    w("namespace veltrane::tlb {\nstruct TypeData;\nstruct LibraryData;\n")
+    w("// The description of %s, registered with the platform when loaded.\n" % lib.name)
+    w("const LibraryData& %sLibrary();\n" % library_function_prefix(lib))
+    w("}  // namespace veltrane::tlb\n")
     w("// Dispatch table of a generated interface: veltrane_dispatch_table<IRfcType>::get().\n")
     w("template <class Itf>\nstruct veltrane_dispatch_table;\n\n")
 
     w("// Library %s %d.%d\n" % (lib.name, lib.version[0], lib.version[1]))
-    w('extern "C" const GUID LIBID_%s;\n' % lib.name)
+    w('extern "C" VELTRANE_API const GUID LIBID_%s;\n' % lib.name)
     if lib.appid:
-        w('extern "C" const GUID APPID_%s;\n' % lib.name)
+        w('extern "C" VELTRANE_API const GUID APPID_%s;\n' % lib.name)
     w("inline constexpr WORD %s_MAJOR = %d;\n" % (lib.name, lib.version[0]))
     w("inline constexpr WORD %s_MINOR = %d;\n\n" % (lib.name, lib.version[1]))
 
@@ -1143,10 +1146,10 @@ def emit_header(lib, source_name):
 
     for itf in lib.interfaces:
         prefix = "DIID" if itf.dispinterface else "IID"
-        w('extern "C" const IID %s_%s;\n' % (prefix, itf.name))
+        w('extern "C" VELTRANE_API const IID %s_%s;\n' % (prefix, itf.name))
     w("\n")
     for cc in lib.coclasses:
-        w('extern "C" const CLSID CLSID_%s;\n' % cc.name)
+        w('extern "C" VELTRANE_API const CLSID CLSID_%s;\n' % cc.name)
     w("\n")
 
     for itf in lib.interfaces:
@@ -1165,7 +1168,7 @@ def emit_header(lib, source_name):
         w("\n protected:\n  ~%s() = default;\n};\n" % itf.name)
         w("VELTRANE_DECLARE_IID(%s, IID_%s);\n" % (itf.name, itf.name))
         w("template <>\nstruct veltrane_base_of<%s> {\n  using type = %s;\n};\n" % (itf.name, base))
-        w("template <>\nstruct veltrane_dispatch_table<%s> {\n  static const veltrane::tlb::TypeData& get();\n};\n\n"
+        w("template <>\nstruct VELTRANE_API veltrane_dispatch_table<%s> {\n  static const veltrane::tlb::TypeData& get();\n};\n\n"
           % itf.name)
 
     w("// ProgIDs of the classes.\n")
@@ -1402,20 +1405,28 @@ def emit_desc(lib, source_name):
             "true" if cc.activatable else "false", "true" if cc.control else "false"))
     w("};\n\n")
 
-    w("const GUID kLibId = %s;\n\n" % guid_init(lib.uuid))
-    w("}  // namespace\n\n")
-    w("const LibraryData& VeltraneTypeLibrary() {\n")
-    w("  static const LibraryData library{%s, &kLibId, %d, %d, 0x%x, %s, %d, kTypes, %d, kClasses};\n" % (
+    w("const GUID kLibId = %s;\n" % guid_init(lib.uuid))
+    w("const LibraryData kLibrary{%s, &kLibId, %d, %d, 0x%x, %s, %d, kTypes, %d, kClasses};\n\n" % (
         u16(lib.name), lib.version[0], lib.version[1], lib.lcid, u16(lib.doc or None), len(lib.order),
         len(lib.coclasses)))
-    w("  return library;\n}\n\n")
+    w("// The library reaches the platform when the program or library holding it\n"
+      "// is loaded.\n")
+    w("[[maybe_unused]] const HRESULT kRegistered = RegisterTypeLibrary(kLibrary);\n\n")
+    w("}  // namespace\n\n")
+    w("const LibraryData& %sLibrary() { return kLibrary; }\n\n" % library_function_prefix(lib))
     w("}  // namespace veltrane::tlb\n\n")
     for itf in lib.interfaces:
         if itf.dispinterface:
             continue
         w("const veltrane::tlb::TypeData& veltrane_dispatch_table<%s>::get() {\n" % itf.name)
-        w("  return veltrane::tlb::VeltraneTypeLibrary().types[%d];\n}\n" % itf.index)
+        w("  return veltrane::tlb::kTypes[%d];\n}\n" % itf.index)
     return "".join(o)
+
+
+def library_function_prefix(lib):
+    """VELTRANELib -> Veltrane: the name of the library's accessor, <prefix>Library()."""
+    name = lib.name[:-3] if lib.name.endswith("Lib") else lib.name
+    return name[:1] + name[1:].lower()
 
 
 def emit_events(lib, source_name):

@@ -16,7 +16,7 @@
 #include "platform/com_object.h"
 #include "platform/connection_point.h"
 #include "runtime/report_error.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "session/session_impl.h"
 #include "veltrane_events.h"
 #include "veltrane_tlb.h"

@@ -9,7 +9,7 @@
 #include "model/foreign_type.h"
 #include "platform/comdef.h"
 #include "runtime/exceptions.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "soap/soap_rfc_xml.h"
 
 using namespace codec_test;

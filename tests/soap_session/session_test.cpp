@@ -13,7 +13,7 @@
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 

@@ -14,7 +14,7 @@
 #include "runtime/base64.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "veltrane_errors.h"
 #include "session/logon_data.h"
 #include "soap/http_system_data.h"

@@ -1,4 +1,4 @@
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
-#include "runtime/typedefs.h"
+#include "model/typedefs.h"
 
 #include <boost/format.hpp>
 
 #include "platform/comdef.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 
 #include <cstdio>
 #include <cstring>

@@ -8,7 +8,7 @@
 
 #include "platform/atlbase.h"
 #include "platform/oleauto.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/exceptions.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "runtime/typedefs.h"
+#include "model/typedefs.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include "platform/dispatch_impl.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "temp_dir.h"
 
 // Small fakes of the object model: only the members the accessors use do

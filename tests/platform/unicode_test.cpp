@@ -1,4 +1,4 @@
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 #include <gtest/gtest.h>
 
