@@ -65,7 +65,7 @@ std::string scientificDigits(double magnitude, int count, long* exponent) {
   return digits;
 }
 
-// Whether a magnitude is exactly the decimal digits * 10^(exponent - count + 1).
+// Whether a magnitude is exactly d.ddd * 10^exponent, no digit beyond.
 bool isExactly(double magnitude, const std::string& digits, long exponent) {
   long exactExponent;
   const std::string exact = scientificDigits(magnitude, kExactDigits, &exactExponent);
