@@ -10,23 +10,66 @@
 
 namespace {
 
+// How ScalarLength becomes a size or a declared length.
+enum class Measure : uint8_t {
+  Fixed,    // the row's size, whatever the length
+  PerUnit,  // length units of the row's size each
+  Packed,   // length / 2 + 1 bytes, the length being digits
+};
+
+// A dictionary field's declared length: kept, turned from bytes into digits
+// (length * 2 - 1, decimals kept), or dropped (0 and 0).
+enum class DeclaredLength : uint8_t { Kept, BytesToDigits, None };
+
+// One row per scalar ABAPTYPE: its dictionary letter, the pad character of a
+// fresh field, its size in the two-byte (C2) and one-byte (C1) layouts, and
+// what a dictionary field's length means for it.
 struct ScalarRow {
   int32_t code;
   char16_t letter;
   char16_t pad;
+  Measure measure;
+  uint32_t sizeC2;
+  uint32_t sizeC1;
+  DeclaredLength declared;
 };
 
-// The twelve scalar types with their dictionary letter and pad character.
 constexpr ScalarRow kScalars[] = {
-    {TYPE_CHAR, u'C', u' '}, {TYPE_DATE, u'D', u'0'}, {TYPE_BCD, u'P', 0},    {TYPE_TIME, u'T', u'0'},
-    {TYPE_BYTE, u'X', 0},    {TYPE_NUM, u'N', u'0'},  {TYPE_FLOAT, u'F', 0},  {TYPE_INT, u'I', 0},
-    {TYPE_INT2, u's', 0},    {TYPE_INT1, u'b', 0},    {TYPE_STRING, u'g', 0}, {TYPE_XSTRING, u'y', 0},
+    {TYPE_CHAR, u'C', u' ', Measure::PerUnit, 2, 1, DeclaredLength::Kept},
+    {TYPE_DATE, u'D', u'0', Measure::Fixed, 16, 8, DeclaredLength::Kept},
+    {TYPE_BCD, u'P', 0, Measure::Packed, 0, 0, DeclaredLength::BytesToDigits},
+    {TYPE_TIME, u'T', u'0', Measure::Fixed, 12, 6, DeclaredLength::Kept},
+    {TYPE_BYTE, u'X', 0, Measure::PerUnit, 1, 1, DeclaredLength::Kept},
+    {TYPE_NUM, u'N', u'0', Measure::PerUnit, 2, 1, DeclaredLength::Kept},
+    {TYPE_FLOAT, u'F', 0, Measure::Fixed, 8, 8, DeclaredLength::None},
+    {TYPE_INT, u'I', 0, Measure::Fixed, 4, 4, DeclaredLength::None},
+    {TYPE_INT2, u's', 0, Measure::Fixed, 2, 2, DeclaredLength::None},
+    {TYPE_INT1, u'b', 0, Measure::Fixed, 1, 1, DeclaredLength::None},
+    {TYPE_STRING, u'g', 0, Measure::Fixed, 8, 8, DeclaredLength::None},     // a pointer
+    {TYPE_XSTRING, u'y', 0, Measure::Fixed, 16, 16, DeclaredLength::None},  // a 32-bit length and a pointer
 };
 
 const ScalarRow* FindScalar(int32_t code) {
   for (const auto& row : kScalars)
     if (row.code == code) return &row;
   return nullptr;
+}
+
+const ScalarRow* FindLetter(char16_t letter) {
+  for (const auto& row : kScalars)
+    if (row.letter == letter) return &row;
+  return nullptr;
+}
+
+uint32_t SizeOf(int32_t code, uint32_t length, uint32_t ScalarRow::*size) {
+  const ScalarRow* row = FindScalar(code);
+  if (!row) return 0;
+  switch (row->measure) {
+    case Measure::Fixed: return row->*size;
+    case Measure::PerUnit: return length * (row->*size);
+    case Measure::Packed: return length / 2 + 1;
+  }
+  return 0;
 }
 
 bool IsDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
@@ -57,9 +100,8 @@ void CopyAscii(char16_t* target, const char* text, size_t count) {
 int32_t RfcScalarType(int32_t code) { return FindScalar(code) ? code : -1; }
 
 int32_t RfcTypeFromLetter(char16_t letter) {
-  for (const auto& row : kScalars)
-    if (row.letter == letter) return row.code;
-  return -1;
+  const ScalarRow* row = FindLetter(letter);
+  return row ? row->code : -1;
 }
 
 char16_t RfcLetterFromType(int32_t code) {
@@ -68,27 +110,20 @@ char16_t RfcLetterFromType(int32_t code) {
 }
 
 bool RfcTypeFromFieldInfo(char16_t letter, int32_t length, int32_t decimals, RfcFieldInfo& info) {
-  info.type = RfcTypeFromLetter(letter);
+  const ScalarRow* row = FindLetter(letter);
+  info.type = row ? row->code : -1;
   info.length = 0;
   info.decimals = 0;
-  switch (letter) {
-    case u'P':
+  if (!row) return false;
+  switch (row->declared) {
+    case DeclaredLength::Kept: info.length = length; break;
+    case DeclaredLength::BytesToDigits:
       info.length = length * 2 - 1;
       info.decimals = decimals;
-      return true;
-    case u'C':
-    case u'D':
-    case u'N':
-    case u'T':
-    case u'X': info.length = length; return true;
-    case u'F':
-    case u'I':
-    case u'b':
-    case u'g':
-    case u's':
-    case u'y': return true;
-    default: info.type = -1; return false;
+      break;
+    case DeclaredLength::None: break;
   }
+  return true;
 }
 
 RFCTYPEKIND RfcKindFromLetter(char16_t letter) {
@@ -105,33 +140,9 @@ char16_t RfcPadChar(int32_t code) {
   return row ? row->pad : 0;
 }
 
-uint32_t RfcFieldLengthC2(int32_t code, uint32_t length) {
-  switch (code) {
-    case TYPE_CHAR:
-    case TYPE_NUM: return length * 2;
-    case TYPE_DATE: return 16;
-    case TYPE_TIME: return 12;
-    default: return RfcFieldLengthC1(code, length);
-  }
-}
+uint32_t RfcFieldLengthC2(int32_t code, uint32_t length) { return SizeOf(code, length, &ScalarRow::sizeC2); }
 
-uint32_t RfcFieldLengthC1(int32_t code, uint32_t length) {
-  switch (code) {
-    case TYPE_CHAR:
-    case TYPE_NUM:
-    case TYPE_BYTE: return length;
-    case TYPE_DATE: return 8;
-    case TYPE_TIME: return 6;
-    case TYPE_BCD: return length / 2 + 1;
-    case TYPE_FLOAT:
-    case TYPE_STRING: return 8;
-    case TYPE_INT: return 4;
-    case TYPE_INT2: return 2;
-    case TYPE_INT1: return 1;
-    case TYPE_XSTRING: return 16;
-    default: return 0;
-  }
-}
+uint32_t RfcFieldLengthC1(int32_t code, uint32_t length) { return SizeOf(code, length, &ScalarRow::sizeC1); }
 
 std::u16string VariantTraceText(const VARIANT& value) {
   if (value.vt == VT_NULL) return u"{null}";
@@ -199,7 +210,7 @@ HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars) {
   return VariantChangeType(result, result, 0, VT_DATE);
 }
 
-void RfcVariantToDate(char16_t* target, VARIANT* value) {
+void RfcVariantToDate(char16_t* target, VARIANT* value, const DateSpelling& spelling) {
   if (value->vt == VT_NULL) {
     std::memset(target, 0, 8 * sizeof(char16_t));
     return;
@@ -212,13 +223,17 @@ void RfcVariantToDate(char16_t* target, VARIANT* value) {
     std::memcpy(target, value->bstrVal, 8 * sizeof(char16_t));
     return;
   }
-  if (FAILED(VariantChangeType(value, value, 0, VT_DATE))) throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"");
+  if (FAILED(VariantChangeType(value, value, 0, VT_DATE))) {
+    if (!spelling.conversionMessage) throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"");
+    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, spelling.conversionMessage, spelling.conversionContext,
+                     VariantTraceText(*value));
+  }
   SYSTEMTIME st{};
   if (!VariantTimeToSystemTime(value->date, &st))
     throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
                      VariantTraceText(*value));
   char text[16];
-  std::snprintf(text, sizeof text, "%4u%02u%02u", unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
+  std::snprintf(text, sizeof text, spelling.format, unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
   CopyAscii(target, text, 8);
 }
 

@@ -80,12 +80,25 @@ int RfcDateToVariant(VARIANT* result, const char16_t* chars);
 // Returns the result of the conversion.
 HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars);
 
+// How a writer spells the date it makes. An SDK's buffer field takes the
+// year padded with blanks, and a value that is no date at all fails without
+// texts; the SOAP codec's text takes the year padded with zeros, and the
+// failure names the conversion and the value.
+struct DateSpelling {
+  const char* format;                 // of year, month and day
+  const char16_t* conversionMessage;  // null: the failure has no texts
+  const char16_t* conversionContext;
+};
+inline constexpr DateSpelling kSdkDateSpelling{"%4u%02u%02u", nullptr, nullptr};
+inline constexpr DateSpelling kSoapDateSpelling{"%04u%02u%02u", u"cannot convert to date",
+                                                u"RfcValueToString(),TYPE_DATE"};
+
 // Writes 8 code units YYYYMMDD for value, changing value in place when it
 // must be converted. VT_NULL writes 8 NUL units; VT_EMPTY, VT_I4 0,
 // "00000000", "" and " " write "00000000"; a date text (RfcIsDateText) is
-// copied. Anything else goes through VT_DATE; failures raise CXVeltrane
-// DATE_TIME_CONVERSION.
-void RfcVariantToDate(char16_t* target, VARIANT* value);
+// copied. Anything else goes through VT_DATE and is spelled as `spelling`
+// says; failures raise CXVeltrane DATE_TIME_CONVERSION.
+void RfcVariantToDate(char16_t* target, VARIANT* value, const DateSpelling& spelling = kSdkDateSpelling);
 
 // Writes 6 code units HHMMSS. VT_NULL writes 6 NUL units; VT_EMPTY, VT_I4
 // 0, "000000", "" and " " write "000000"; six digits are copied; eight

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "abap/error_record.h"
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
@@ -26,13 +27,6 @@ class CRfcError
   CComBSTR m_groupText;
   CComBSTR m_message;
   CComBSTR m_moduleName;
-};
-
-// A failure as a back end reports it: group, short key and text.
-struct RfcErrorRecord {
-  ERRORGROUP group = RFCERROR_NO_ERROR;
-  std::u16string key;
-  std::u16string message;
 };
 
 // A session's error state. Without a record: Error false, group 0 and the

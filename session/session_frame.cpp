@@ -7,6 +7,8 @@
 #include <new>
 #include <vector>
 
+#include <boost/format.hpp>
+
 #include "model/model.h"
 #include "runtime/environment.h"
 #include "runtime/report_error.h"
@@ -238,3 +240,68 @@ HRESULT SessionFrame::GetTableReader(ISession* self, BSTR tableName, ITableReade
 HRESULT SessionFrame::SetError(const RfcErrorRecord& record) { return SetSessionError(&m_error, m_errorInfo, &record); }
 
 HRESULT SessionFrame::ClearError() { return SetSessionError(&m_error, m_errorInfo, nullptr); }
+
+// ----------------------------------------------------------------- calls
+
+bool SessionFrame::CallRunning() const {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  return m_running != nullptr;
+}
+
+CComPtr<IFunctionCall> SessionFrame::ActiveCall() const {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  return m_activeCall;
+}
+
+void SessionFrame::BeginCall(IFunctionCall* call, std::unique_ptr<RunningCall> running) {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  m_activeCall = call;
+  m_running = std::move(running);
+}
+
+void SessionFrame::EndCall() {
+  std::unique_ptr<RunningCall> running;
+  CComPtr<IFunctionCall> call;
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    running = std::move(m_running);
+    call.Attach(m_activeCall.Detach());
+  }
+}
+
+bool SessionFrame::AbortRunningCall() {
+  std::unique_ptr<RunningCall> running;
+  CComPtr<IFunctionCall> call;
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (!m_running) return false;
+    running = std::move(m_running);
+    call.Attach(m_activeCall.Detach());
+  }
+  running->Abort();
+  return true;
+}
+
+void SessionFrame::Pin(IUnknown* session) {
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (m_pinned) return;
+    m_pinned = true;
+  }
+  session->AddRef();
+}
+
+void SessionFrame::Unpin(IUnknown* session) {
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (!m_pinned) return;
+    m_pinned = false;
+  }
+  session->Release();
+}
+
+void SessionFrame::TraceFailure(const char* operation, const char* format, const char* what, const char* traceName) {
+  try {
+    TraceLog(TRACE_ERROR, boost::format(format) % what % traceName, operation, __FILE__, __LINE__);
+  } catch (...) {}
+}

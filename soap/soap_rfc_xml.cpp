@@ -16,6 +16,7 @@
 #include "model/model.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
+#include "abap/field_path.h"
 #include "abap/scalar_conversion.h"
 #include "runtime/base64.h"
 #include "runtime/exceptions.h"
@@ -50,31 +51,12 @@ std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
 
 // ---------------------------------------------------------------- values
 
-bool IsInitialDate(const VARIANT& value) {
-  if (value.vt == VT_I4 && value.lVal == 0) return true;
-  if (value.vt != VT_BSTR) return false;
-  for (const char16_t* text : {u"00000000", u"", u" "}) {
-    CComVariant other(text);
-    if (VarCmp(const_cast<VARIANT*>(&value), &other, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) return true;
-  }
-  return false;
-}
-
 std::string DateText(const VARIANT& value) {
   if (value.vt == VT_NULL) return {};
-  if (IsInitialDate(value)) return "00000000";
-  if (value.vt == VT_BSTR && RfcIsDateText(View(value.bstrVal))) return WideToUtf8(View(value.bstrVal));
-  CComVariant copy;
-  if (FAILED(VariantChangeType(&copy, &value, 0, VT_DATE)))
-    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"cannot convert to date", u"RfcValueToString(),TYPE_DATE",
-                     VariantTraceText(value));
-  SYSTEMTIME st{};
-  if (!VariantTimeToSystemTime(copy.date, &st))
-    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
-                     VariantTraceText(value));
-  char text[32];
-  std::snprintf(text, sizeof text, "%04u%02u%02u", unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
-  return text;
+  CComVariant copy(value);
+  char16_t chars[8];
+  RfcVariantToDate(chars, &copy, kSoapDateSpelling);
+  return std::string(chars, chars + 8);
 }
 
 std::string TimeText(const VARIANT& value) {
@@ -314,46 +296,20 @@ XmlNode* AppendElement(XmlDocument& doc, XmlNode* parent, std::u16string_view na
 
 // ---------------------------------------------------------------- reading
 
-// Where a field is read, for the text of a missing element.
-struct Where {
-  const char16_t* group = nullptr;
-  std::u16string_view parameter;
-  const Where* parent = nullptr;
-  std::u16string_view field;
-  LONG row = 0;  // a row of parent's table, 1-based; 0: not a row
-};
-
-std::string PathOf(const Where* where) {
-  std::vector<const Where*> chain;
-  for (const Where* w = where; w; w = w->parent) chain.push_back(w);
-  std::u16string path;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    const Where* w = *it;
-    if (w->row > 0) {
-      path += u"[" + Utf8ToWide(std::to_string(w->row)) + u"]";
-    } else {
-      if (!path.empty()) path += u"-";
-      path += w->field;
-    }
-  }
-  return WideToUtf8Lossy(path);
-}
-
-[[noreturn]] void MissingElement(const Where& where) {
-  const Where* top = &where;
-  while (top->parent) top = top->parent;
+[[noreturn]] void MissingElement(const FieldPath& where) {
+  const std::string path = WideToUtf8Lossy(where.Text());
   std::string text;
-  if (top->group) {
-    text = boost::str(boost::format("Invalid Response: element %1% of %2% parameter %3% not found") % PathOf(&where) %
-                      WideToUtf8Lossy(top->group) % WideToUtf8Lossy(top->parameter));
+  if (where.Group()) {
+    text = boost::str(boost::format("Invalid Response: element %1% of %2% parameter %3% not found") % path %
+                      WideToUtf8Lossy(where.Group()) % WideToUtf8Lossy(where.ParameterName()));
   } else {
-    text = boost::str(boost::format("Invalid Response: element %1% not found") % PathOf(&where));
+    text = boost::str(boost::format("Invalid Response: element %1% not found") % path);
   }
   TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
   SoapError(text);
 }
 
-void ReadField(const XmlNode* parent, IRfcField* field, const Where& where);
+void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& where);
 
 // Field is IRfcField, or CRfcField for a cell of RfcRowsAddRows.
 template <class Field>
@@ -373,13 +329,11 @@ void PutText(Field* field, ABAPTYPE type, std::string_view text) {
   Check(hr, "IRfcField::put_value");
 }
 
-void ReadStruct(const XmlNode* node, IRfcFields* fields, const Where* parent) {
+void ReadStruct(const XmlNode* node, IRfcFields* fields, const FieldPath* parent) {
   LONG count = CountOf(fields);
   for (LONG i = 1; i <= count; ++i) {
     CComPtr<IRfcField> field = FieldAt(fields, i);
-    Where where;
-    where.parent = parent;
-    ReadField(node, field, where);
+    ReadField(node, field, FieldPath::Field(parent, {}));
   }
 }
 
@@ -404,25 +358,20 @@ IRfcField* AsInterface(IRfcField* field) { return field; }
 IRfcField* AsInterface(CRfcField* field) { return RfcFieldInterface(field); }
 
 template <class Field>
-void ReadCell(const XmlNode* child, Field* cell, const Column& c, const Where& rowWhere) {
+void ReadCell(const XmlNode* child, Field* cell, const Column& c, const FieldPath& rowWhere) {
   if (c.kind != RFCTYPEKIND_SCALAR) {
-    Where cellWhere;
-    cellWhere.parent = &rowWhere;
-    ReadField(child, AsInterface(cell), cellWhere);
+    ReadField(child, AsInterface(cell), FieldPath::Field(&rowWhere, {}));
     return;
   }
   const XmlNode* element = xmlns::FirstChild(child, c.name);
   if (!element) {
-    Where cellWhere;
-    cellWhere.parent = &rowWhere;
-    cellWhere.field = View(c.wideName);
-    MissingElement(cellWhere);
+    MissingElement(FieldPath::Field(&rowWhere, View(c.wideName)));
   }
   PutText(cell, c.scalarType, xmlns::Text(element));
 }
 
 // Rows appended and read one by one, through the interfaces.
-void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
+void ReadTableRows(const XmlNode* node, IRfcRows* rows, const FieldPath& where) {
   std::vector<Column> columns;
   bool planned = false;
   LONG rowNumber = 0;
@@ -438,9 +387,7 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
       for (LONG i = 1; i <= count; ++i) DescribeColumn(FieldAt(row, i), columns[static_cast<size_t>(i - 1)]);
       planned = true;
     }
-    Where rowWhere;
-    rowWhere.parent = &where;
-    rowWhere.row = rowNumber;
+    const FieldPath rowWhere = FieldPath::Row(&where, rowNumber);
     for (LONG i = 1; i <= count; ++i) ReadCell(child, FieldAt(row, i).p, columns[static_cast<size_t>(i - 1)], rowWhere);
   }
 }
@@ -450,7 +397,7 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
 // rows are filled.
 constexpr size_t kLotCells = 512;
 
-void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
+void ReadTable(const XmlNode* node, IRfcField* field, const FieldPath& where) {
   CComPtr<IRfcRows> rows = RowsOf(field);
   Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
   std::vector<CRfcField*> cells;
@@ -485,9 +432,7 @@ void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
     size_t done = 0;
     try {
       for (; done < lot.size(); ++done) {
-        Where rowWhere;
-        rowWhere.parent = &where;
-        rowWhere.row = ++rowNumber;
+        const FieldPath rowWhere = FieldPath::Row(&where, ++rowNumber);
         CRfcField* const* row = cells.data() + done * width;
         for (size_t i = 0; i < width; ++i) ReadCell(lot[done], row[i], columns[i], rowWhere);
       }
@@ -500,11 +445,10 @@ void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
 }
 
 // where.field is filled here from the field's name.
-void ReadField(const XmlNode* parent, IRfcField* field, const Where& whereIn) {
+void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& whereIn) {
   FieldInfo info = Describe(field, true);
   if (info.kind != RFCTYPEKIND_SCALAR && info.kind != RFCTYPEKIND_STRUCT && info.kind != RFCTYPEKIND_TABLE) return;
-  Where where = whereIn;
-  where.field = View(info.name);
+  const FieldPath where = whereIn.Named(View(info.name));
   const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(View(info.name)));
   if (!node) MissingElement(where);
   switch (info.kind) {
@@ -527,10 +471,7 @@ void ReadParams(const XmlNode* response, IRfcParameters* params, const char16_t*
     if (!field) throw _com_error(E_POINTER);
     CComBSTR name;
     Check(param->get_name(&name), "IRfcParameter::get_name");
-    Where where;
-    where.group = groupName;
-    where.parameter = View(name);
-    ReadField(response, field, where);
+    ReadField(response, field, FieldPath::Parameter(groupName, View(name)));
   }
 }
 
@@ -738,7 +679,7 @@ void GetStructValue(const XmlNode* node, IRfcFields* fields) {
   ReadStruct(node, fields, nullptr);
 }
 
-void GetField(const XmlNode* parent, IRfcField* field) { ReadField(parent, field, Where{}); }
+void GetField(const XmlNode* parent, IRfcField* field) { ReadField(parent, field, FieldPath{}); }
 
 void GetParams(const XmlNode* response, IRfcParameters* params, const char16_t* groupName) {
   ReadParams(response, params, groupName);

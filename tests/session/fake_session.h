@@ -373,6 +373,7 @@ class CFakeSoapSession
                             IConnectionPointContainerImpl<CFakeSoapSession, CProxy_SessionEvents<CFakeSoapSession>>,
                             ISupportErrorInfoImpl<&IID_ISoapSession, &IID_ISession>> {
  public:
+  static constexpr SessionBoundary kBoundary{CLSID_SoapSession, "CFakeSoapSession"};
   HRESULT STDMETHODCALLTYPE get_HttpSystemData(IHttpSystemData** pVal) override {
     if (!pVal) return E_POINTER;
     *pVal = nullptr;
@@ -385,6 +386,7 @@ class CFakeRfcSession
                             IConnectionPointContainerImpl<CFakeRfcSession, CProxy_SessionEvents<CFakeRfcSession>>,
                             ISupportErrorInfoImpl<&IID_IRfcSession, &IID_ISession>> {
  public:
+  static constexpr SessionBoundary kBoundary{CLSID_RfcSession, "CFakeRfcSession"};
   HRESULT STDMETHODCALLTYPE get_RfcSystemData(IRfcSystemData** pVal) override {
     if (!pVal) return E_POINTER;
     *pVal = nullptr;

@@ -1,23 +1,25 @@
-// Metadata import over SOAP against veltrane-sim: function interfaces,
-// structures in the one-byte layout, table types, the type cache, and the
-// failures of the import.
+// Metadata import through the dictionary functions, against veltrane-sim:
+// function interfaces, structures in the one-byte layout, table types, the
+// type cache, and the failures of the import.
 #include <gtest/gtest.h>
 
 #include <memory>
 
 #include "platform/oleauto.h"
+#include "caller_session.h"
 #include "sim_caller.h"
-#include "soap/soap_metadata_import.h"
+#include "abap/metadata_import.h"
 #include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
+using import_test::CCallerSession;
 using import_test::SimCaller;
 
 namespace {
 
 std::u16string Str(BSTR s) { return s ? std::u16string(s, SysStringLen(s)) : std::u16string(); }
 
-class SoapImport : public ::testing::Test {
+class MetadataImportTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { s_sim = std::make_unique<vsim::testing::SimProcess>(); }
   static void TearDownTestSuite() {
@@ -27,49 +29,31 @@ class SoapImport : public ::testing::Test {
 
   void SetUp() override {
     caller = std::make_unique<SimCaller>(s_sim->soapUrl());
-    ASSERT_EQ(CreateTypeCache(&cache), S_OK);
-    ctx.isConnected = [this] { return connected; };
-    ctx.callFunction = [this](IFunctionCall* call) { return callResult != S_OK ? callResult : caller->Call(call); };
-    // The session frame's ImportType: the cache first, then the back end.
-    ctx.importType = [this](BSTR name, IRfcType** out) -> HRESULT {
-      CComPtr<IRfcType> type;
-      if (cache->GetType(name, &type) == S_OK && type) {
-        *out = type.Detach();
-        return S_OK;
-      }
-      HRESULT hr = CreateRfcType(&type);
-      if (FAILED(hr)) return hr;
-      hr = SoapImportType(ctx, name, type);
-      if (FAILED(hr)) return hr;
-      cache->AddType(name, type);
-      *out = type.Detach();
-      return S_OK;
-    };
+    ASSERT_EQ(CCallerSession::CreateInstance(&session.p), S_OK);
+    session->caller = caller.get();
   }
 
   CComPtr<IFunctionCall> ImportCall(const char16_t* name, VARIANT_BOOL ignore = VARIANT_FALSE) {
     CComPtr<IFunctionCall> call;
     EXPECT_EQ(CreateFunctionCall(&call), S_OK);
     call->put_Function(CComBSTR(name));
-    EXPECT_EQ(SoapImportCall(ctx, CComBSTR(name), ignore, call), S_OK);
+    EXPECT_EQ(session->Importer().Call(CComBSTR(name), ignore, call), S_OK);
     return call;
   }
 
+  // The session's ImportType: the cache first, then the import.
   CComPtr<IRfcType> ImportType(const char16_t* name) {
     CComPtr<IRfcType> type;
-    EXPECT_EQ(ctx.importType(CComBSTR(name), &type), S_OK);
+    EXPECT_EQ(session->ImportType(CComBSTR(name), &type), S_OK);
     return type;
   }
 
   static std::unique_ptr<vsim::testing::SimProcess> s_sim;
   std::unique_ptr<SimCaller> caller;
-  CComPtr<ITypeCache> cache;
-  SoapImportContext ctx;
-  bool connected = true;
-  HRESULT callResult = S_OK;
+  CComPtr<CCallerSession> session;
 };
 
-std::unique_ptr<vsim::testing::SimProcess> SoapImport::s_sim;
+std::unique_ptr<vsim::testing::SimProcess> MetadataImportTest::s_sim;
 
 CComPtr<IRfcParameters> Set(IFunctionCall* call, char which) {
   CComPtr<IRfcParameters> p;
@@ -150,7 +134,7 @@ LONG MemberCount(IRfcType* structure) {
 
 // ------------------------------------------------------------- structures
 
-TEST_F(SoapImport, FlatStructureInTheOneByteLayout) {
+TEST_F(MetadataImportTest, FlatStructureInTheOneByteLayout) {
   CComPtr<IRfcType> flat = ImportType(u"ZVSIM_FLAT");
   ASSERT_TRUE(flat);
   TypeView s = View(flat);
@@ -186,7 +170,7 @@ TEST_F(SoapImport, FlatStructureInTheOneByteLayout) {
   EXPECT_EQ(caller->calls[u"RFC_GET_UNICODE_STRUCTURE"], 1);
 }
 
-TEST_F(SoapImport, NestedStructureIsTakenFlat) {
+TEST_F(MetadataImportTest, NestedStructureIsTakenFlat) {
   CComPtr<IRfcType> nested = ImportType(u"ZVSIM_NESTED");
   ASSERT_TRUE(nested);
   // ID, then the fields of FLAT with their path names, then NOTE; the row of
@@ -199,7 +183,7 @@ TEST_F(SoapImport, NestedStructureIsTakenFlat) {
   EXPECT_EQ(View(Member(nested, 12)).name, u"NOTE");
 }
 
-TEST_F(SoapImport, DeepStructureKeepsStringsAndSkipsTheRest) {
+TEST_F(MetadataImportTest, DeepStructureKeepsStringsAndSkipsTheRest) {
   CComPtr<IRfcType> deep = ImportType(u"ZVSIM_DEEP");
   ASSERT_TRUE(deep);
   std::vector<std::u16string> names;
@@ -216,7 +200,7 @@ TEST_F(SoapImport, DeepStructureKeepsStringsAndSkipsTheRest) {
   }
 }
 
-TEST_F(SoapImport, UnknownStructureIsEmpty) {
+TEST_F(MetadataImportTest, UnknownStructureIsEmpty) {
   CComPtr<IRfcType> none = ImportType(u"ZNO_SUCH_STRUCTURE");
   ASSERT_TRUE(none);
   EXPECT_TRUE(caller->error);
@@ -227,7 +211,7 @@ TEST_F(SoapImport, UnknownStructureIsEmpty) {
 
 // --------------------------------------------------------------- functions
 
-TEST_F(SoapImport, EveryTypeInEveryDirection) {
+TEST_F(MetadataImportTest, EveryTypeInEveryDirection) {
   CComPtr<IFunctionCall> call = ImportCall(u"Z_VSIM_TYPES");
   EXPECT_FALSE(caller->error);
   struct Scalar {
@@ -298,7 +282,7 @@ TEST_F(SoapImport, EveryTypeInEveryDirection) {
   EXPECT_EQ(caller->calls[u"RFC_GET_UNICODE_STRUCTURE"], 2);  // RFC_FUNINT, ZVSIM_FLAT
 }
 
-TEST_F(SoapImport, DefaultsOptionalFlagsAndExceptions) {
+TEST_F(MetadataImportTest, DefaultsOptionalFlagsAndExceptions) {
   CComPtr<IFunctionCall> call = ImportCall(u"RFC_GET_FUNCTION_INTERFACE");
   CComPtr<IRfcParameter> language = Param(Set(call, 'I'), u"LANGUAGE");
   ASSERT_TRUE(language);
@@ -317,7 +301,7 @@ TEST_F(SoapImport, DefaultsOptionalFlagsAndExceptions) {
   EXPECT_EQ(CountOf(Set(call, 'T')), 2);
 }
 
-TEST_F(SoapImport, StructuresComeFromTheCacheTheSecondTime) {
+TEST_F(MetadataImportTest, StructuresComeFromTheCacheTheSecondTime) {
   ImportCall(u"Z_VSIM_TYPES");
   int before = caller->total;
   ImportCall(u"STFC_STRUCTURE");
@@ -330,24 +314,24 @@ TEST_F(SoapImport, StructuresComeFromTheCacheTheSecondTime) {
   EXPECT_EQ(caller->total, afterSecond);
 }
 
-TEST_F(SoapImport, IgnoreUnsupportedParamsChangesNothing) {
+TEST_F(MetadataImportTest, IgnoreUnsupportedParamsChangesNothing) {
   CComBSTR a, b;
   ImportCall(u"Z_VSIM_TYPES", VARIANT_FALSE)->ToXML(&a);
   ImportCall(u"Z_VSIM_TYPES", VARIANT_TRUE)->ToXML(&b);
   EXPECT_EQ(Str(a), Str(b));
 }
 
-TEST_F(SoapImport, UnknownModuleLeavesAnEmptyCall) {
+TEST_F(MetadataImportTest, UnknownModuleLeavesAnEmptyCall) {
   CComPtr<IFunctionCall> call = ImportCall(u"Z_NO_SUCH_MODULE");
   EXPECT_TRUE(caller->error);
   EXPECT_EQ(caller->group, RFCERROR_APPLICATION_EXCEPTION);
   for (char set : {'I', 'E', 'C', 'T'}) EXPECT_EQ(CountOf(Set(call, set)), 0);
 }
 
-TEST_F(SoapImport, TableTypeWithoutRowStructure) {
+TEST_F(MetadataImportTest, TableTypeWithoutRowStructure) {
   CComPtr<IRfcType> type;
   ASSERT_EQ(CreateRfcType(&type), S_OK);
-  EXPECT_EQ(SoapImportTableType(ctx, CComBSTR(u"ZNO_SUCH_TT"), type), HRESULT(0x80040209));
+  EXPECT_EQ(session->Importer().TableType(CComBSTR(u"ZNO_SUCH_TT"), type), HRESULT(0x80040209));
   CComPtr<IErrorInfo> info;
   ASSERT_EQ(GetErrorInfo(0, &info), S_OK);
   CComBSTR description;
@@ -356,10 +340,10 @@ TEST_F(SoapImport, TableTypeWithoutRowStructure) {
   EXPECT_EQ(View(type).kind, RFCTYPEKIND_UNDEFINED);
 }
 
-TEST_F(SoapImport, TableTypeOfAStructure) {
+TEST_F(MetadataImportTest, TableTypeOfAStructure) {
   CComPtr<IRfcType> type;
   ASSERT_EQ(CreateRfcType(&type), S_OK);
-  ASSERT_EQ(SoapImportTableType(ctx, CComBSTR(u"ZVSIM_FLAT_TT"), type), S_OK);
+  ASSERT_EQ(session->Importer().TableType(CComBSTR(u"ZVSIM_FLAT_TT"), type), S_OK);
   EXPECT_EQ(View(type).kind, RFCTYPEKIND_TABLE);
   EXPECT_EQ(View(type).name, u"ZVSIM_FLAT_TT");
   CComPtr<IRfcType> row;
@@ -367,15 +351,15 @@ TEST_F(SoapImport, TableTypeOfAStructure) {
   EXPECT_EQ(View(row).name, u"ZVSIM_FLAT");
 }
 
-TEST_F(SoapImport, NotConnected) {
-  connected = false;
+TEST_F(MetadataImportTest, NotConnected) {
+  session->connected = false;
   CComPtr<IFunctionCall> call;
   ASSERT_EQ(CreateFunctionCall(&call), S_OK);
   CComPtr<IRfcType> type;
   ASSERT_EQ(CreateRfcType(&type), S_OK);
-  EXPECT_EQ(SoapImportCall(ctx, CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, call), HRESULT(0x80040208));
-  EXPECT_EQ(SoapImportType(ctx, CComBSTR(u"ZVSIM_FLAT"), type), HRESULT(0x80040208));
-  EXPECT_EQ(SoapImportTableType(ctx, CComBSTR(u"ZVSIM_FLAT_TT"), type), HRESULT(0x80040208));
+  EXPECT_EQ(session->Importer().Call(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, call), HRESULT(0x80040208));
+  EXPECT_EQ(session->Importer().Type(CComBSTR(u"ZVSIM_FLAT"), type), HRESULT(0x80040208));
+  EXPECT_EQ(session->Importer().TableType(CComBSTR(u"ZVSIM_FLAT_TT"), type), HRESULT(0x80040208));
   CComPtr<IErrorInfo> info;
   ASSERT_EQ(GetErrorInfo(0, &info), S_OK);
   CComBSTR description;
@@ -384,19 +368,26 @@ TEST_F(SoapImport, NotConnected) {
   EXPECT_EQ(caller->total, 0);
 }
 
-TEST_F(SoapImport, FailingCallEndsTheImport) {
-  callResult = HRESULT(0x80040207);
+TEST_F(MetadataImportTest, FailingCallEndsTheImport) {
+  session->failCalls = true;
   CComPtr<IFunctionCall> call;
   ASSERT_EQ(CreateFunctionCall(&call), S_OK);
-  EXPECT_EQ(SoapImportCall(ctx, CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, call), HRESULT(0x80040207));
+  EXPECT_EQ(session->Importer().Call(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, call), HRESULT(0x80040207));
+  // The failed call stays running until the client aborts it.
+  VARIANT_BOOL active = VARIANT_FALSE;
+  EXPECT_EQ(session->get_CallActive(&active), S_OK);
+  EXPECT_EQ(active, VARIANT_TRUE);
   CComPtr<IRfcType> type;
   ASSERT_EQ(CreateRfcType(&type), S_OK);
-  EXPECT_EQ(SoapImportType(ctx, CComBSTR(u"ZVSIM_FLAT"), type), HRESULT(0x80040207));
+  EXPECT_EQ(session->Importer().Type(CComBSTR(u"ZVSIM_FLAT"), type), HRESULT(0x8004020A));
+  EXPECT_EQ(session->AbortCall(), S_OK);
+  EXPECT_EQ(session->Importer().Type(CComBSTR(u"ZVSIM_FLAT"), type), HRESULT(0x80040207));
+  EXPECT_EQ(caller->total, 0);
 }
 
 // ------------------------------------------------------ a call end to end
 
-TEST_F(SoapImport, ValuesTravelThroughTheSimulator) {
+TEST_F(MetadataImportTest, ValuesTravelThroughTheSimulator) {
   CComPtr<IFunctionCall> call = ImportCall(u"Z_VSIM_TYPES");
   CComPtr<IRfcParameters> imp = Set(call, 'I');
   Param(imp, u"IV_CHAR")->put_value(CComVariant(u"a&b"));
@@ -424,7 +415,7 @@ TEST_F(SoapImport, ValuesTravelThroughTheSimulator) {
   EXPECT_EQ(v.llVal, 0);  // 255 + 1 wraps
 }
 
-TEST_F(SoapImport, NegativeIntegersGoOutUnsignedAndAreRefused) {
+TEST_F(MetadataImportTest, NegativeIntegersGoOutUnsignedAndAreRefused) {
   CComPtr<IFunctionCall> call = ImportCall(u"Z_VSIM_TYPES");
   Param(Set(call, 'I'), u"IV_INT")->put_value(CComVariant(LONG(-1)));
   ASSERT_EQ(caller->Call(call), S_OK);

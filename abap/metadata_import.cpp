@@ -1,4 +1,4 @@
-#include "soap/soap_metadata_import.h"
+#include "abap/metadata_import.h"
 
 #include <string>
 
@@ -19,10 +19,6 @@ namespace {
 bool TracesAt(int level) { return TraceIsOpen() && TraceLevel() >= level; }
 
 std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
-
-HRESULT NotConnected(const SoapImportContext& ctx) { return ReportError(*ctx.clsid, Text::NotConnected); }
-
-bool Connected(const SoapImportContext& ctx) { return ctx.isConnected && ctx.isConnected(); }
 
 std::u16string TextOf(const VARIANT& value) {
   if (value.vt == VT_BSTR) return std::u16string(View(value.bstrVal));
@@ -89,7 +85,9 @@ CComPtr<IRfcType> BuildHeaderType() {
   return type;
 }
 
-HRESULT ImportTypeSteps(const SoapImportContext& ctx, BSTR name, IRfcType* type) {
+}  // namespace
+
+HRESULT MetadataImport::TypeSteps(BSTR name, IRfcType* type) const {
   CComPtr<IRfcType> rowType = BuildFieldsRowType();
   CComPtr<IFunctionCall> call = NewCall(u"RFC_GET_UNICODE_STRUCTURE");
   CComPtr<IRfcParameters> importing = Group(call, &IFunctionCall::get_Importing);
@@ -102,7 +100,7 @@ HRESULT ImportTypeSteps(const SoapImportContext& ctx, BSTR name, IRfcType* type)
   CComPtr<IRfcParameters> tables = Group(call, &IFunctionCall::get_Tables);
   ThrowIfFailed(tables->AddTable(CComBSTR(u"FIELDS"), rowType));
 
-  HRESULT hr = ctx.callFunction(call);
+  HRESULT hr = Run(call);
   if (FAILED(hr)) return hr;
 
   LONG length = IntOf(_getScalarVal(_getParam(exporting, u"B1_TABLENGTH")));
@@ -136,6 +134,8 @@ HRESULT ImportTypeSteps(const SoapImportContext& ctx, BSTR name, IRfcType* type)
   return S_OK;
 }
 
+namespace {
+
 struct ParamRow {
   char16_t paramClass;
   std::u16string parameter;
@@ -162,7 +162,9 @@ ParamRow ReadParamRow(const CComPtr<IRfcFields>& row) {
   return p;
 }
 
-HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* target) {
+}  // namespace
+
+HRESULT MetadataImport::CallSteps(BSTR name, IFunctionCall* target) const {
   if (TracesAt(TRACE_INFORMATION))
     TraceLog(TRACE_INFORMATION, boost::format("importing %1%") % WideToUtf8Lossy(View(name)), nullptr, __FILE__,
              __LINE__);
@@ -172,14 +174,14 @@ HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* 
 
   if (TracesAt(TRACE_INFORMATION)) Trace(u"Importing RFC_FUNINT");
   CComPtr<IRfcType> funint;
-  HRESULT hr = ctx.importType(CComBSTR(u"RFC_FUNINT"), &funint);
+  HRESULT hr = Structure(CComBSTR(u"RFC_FUNINT"), &funint);
   if (FAILED(hr)) return hr;
   if (!funint) return E_POINTER;
   CComPtr<IRfcParameters> tables = Group(call, &IFunctionCall::get_Tables);
   ThrowIfFailed(tables->AddTable(CComBSTR(u"PARAMS"), funint));
 
   if (TracesAt(TRACE_INFORMATION)) Trace(u"Calling RFC_GET_FUNCTION_INTERFACE");
-  hr = ctx.callFunction(call);
+  hr = Run(call);
   if (FAILED(hr)) return hr;
 
   if (TracesAt(TRACE_INFORMATION)) Trace(u"Processing PARAMS");
@@ -221,7 +223,7 @@ HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* 
       }
       case RFCTYPEKIND_STRUCT: {
         CComPtr<IRfcType> structure;
-        hr = ctx.importType(tabname, &structure);
+        hr = Structure(tabname, &structure);
         if (FAILED(hr)) return hr;
         if (!structure) return E_POINTER;
         if (p.paramClass == u'T') {
@@ -232,7 +234,7 @@ HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* 
         break;
       }
       case RFCTYPEKIND_TABLE:
-        hr = SoapImportTableType(ctx, tabname, type);
+        hr = TableType(tabname, type);
         if (FAILED(hr)) return hr;
         break;
       default:
@@ -254,47 +256,51 @@ HRESULT ImportCallSteps(const SoapImportContext& ctx, BSTR name, IFunctionCall* 
   return S_OK;
 }
 
-}  // namespace
-
-HRESULT SoapImportCall(const SoapImportContext& ctx, BSTR name, VARIANT_BOOL /*ignoreUnsupportedParams*/,
-                       IFunctionCall* call) {
-  if (!Connected(ctx)) return NotConnected(ctx);
-  if (!call) return E_POINTER;
-  return ImportCallSteps(ctx, name, call);
+bool MetadataImport::Connected() const {
+  VARIANT_BOOL connected = VARIANT_FALSE;
+  return SUCCEEDED(m_session->get_IsConnected(&connected)) && connected;
 }
 
-HRESULT SoapImportType(const SoapImportContext& ctx, BSTR name, IRfcType* type) {
-  if (!Connected(ctx)) return NotConnected(ctx);
+HRESULT MetadataImport::NotConnected() const { return ReportError(m_clsid, Text::NotConnected); }
+
+HRESULT MetadataImport::Call(BSTR name, VARIANT_BOOL /*ignoreUnsupportedParams*/, IFunctionCall* call) const {
+  if (!Connected()) return NotConnected();
+  if (!call) return E_POINTER;
+  return CallSteps(name, call);
+}
+
+HRESULT MetadataImport::Type(BSTR name, IRfcType* type) const {
+  if (!Connected()) return NotConnected();
   if (!type) return E_POINTER;
   try {
-    return ImportTypeSteps(ctx, name, type);
+    return TypeSteps(name, type);
   } catch (const _com_error& e) {
     TraceLog(TRACE_ERROR,
-             boost::format("COM Error: %1% (%2%) in CSoapSession::ImportTypeFromBackend") %
-                 WideToUtf8Lossy(e.ErrorMessage()) % static_cast<uint32_t>(e.Error()),
+             boost::format("COM Error: %1% (%2%) in %3%::ImportTypeFromBackend") % WideToUtf8Lossy(e.ErrorMessage()) %
+                 static_cast<uint32_t>(e.Error()) % m_traceName,
              nullptr, __FILE__, __LINE__);
   } catch (const std::exception& e) {
-    TraceLog(TRACE_ERROR, boost::format("Exception %1% in CSoapSession::ImportTypeFromBackend") % e.what(), nullptr,
-             __FILE__, __LINE__);
+    TraceLog(TRACE_ERROR, boost::format("Exception %1% in %2%::ImportTypeFromBackend") % e.what() % m_traceName,
+             nullptr, __FILE__, __LINE__);
   }
-  return ReportError(*ctx.clsid, Text::TypeImportNotPossible);
+  return ReportError(m_clsid, Text::TypeImportNotPossible);
 }
 
-HRESULT SoapImportTableType(const SoapImportContext& ctx, BSTR name, IRfcType* type) {
-  if (!Connected(ctx)) return NotConnected(ctx);
+HRESULT MetadataImport::TableType(BSTR name, IRfcType* type) const {
+  if (!Connected()) return NotConnected();
   if (!type) return E_POINTER;
   CComPtr<IFunctionCall> call = NewCall(u"RFC_GET_NAMETAB");
   AddChar(Group(call, &IFunctionCall::get_Importing), u"TABNAME", 30, View(name));
   CComPtr<IRfcParameters> exporting = Group(call, &IFunctionCall::get_Exporting);
   ThrowIfFailed(exporting->AddParameter(CComBSTR(u"HEADER"), BuildHeaderType()));
 
-  HRESULT hr = ctx.callFunction(call);
+  HRESULT hr = Run(call);
   if (FAILED(hr)) return hr;
 
   std::u16string refName = TextOf(_getStructVal(_getParam(exporting, u"HEADER"), u"REFNAME"));
-  if (refName.empty()) return ReportError(*ctx.clsid, Text::TypeImportNotPossible);
+  if (refName.empty()) return ReportError(m_clsid, Text::TypeImportNotPossible);
   CComPtr<IRfcType> rowType;
-  hr = ctx.importType(CComBSTR(refName), &rowType);
+  hr = Structure(CComBSTR(refName), &rowType);
   if (FAILED(hr)) return hr;
   if (!rowType) return E_POINTER;
   ThrowIfFailed(type->DefineTable(name, rowType));
