@@ -390,6 +390,74 @@ TEST_F(SessionFrameTest, IgnoreUnsupportedParamsIsNoPartOfTheCacheKey) {
   EXPECT_EQ(s->importFlags[0], VARIANT_TRUE);
 }
 
+// ------------------------------------ failures reach the client as results
+
+constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);
+constexpr char16_t kUnexpectedText[] = u"An unexpected error has occured - check trace for details";
+
+TEST_F(SessionFrameTest, AnImportCallThatRaisesReportsThroughItsResult) {
+  auto s = NewSoapSession();
+  s->importsRaise = true;
+  CComPtr<IFunctionCall> call;
+  call.p = reinterpret_cast<IFunctionCall*>(0x1);  // overwritten with null
+  EXPECT_EQ(s->ImportCall(CComBSTR(u"Z_TEST"), VARIANT_FALSE, &call), kUnexpected);
+  EXPECT_TRUE(call.p == nullptr);
+  ErrorRecord r = TakeError();
+  EXPECT_EQ(r.description, kUnexpectedText);
+  EXPECT_EQ(r.source, u"Veltrane.SoapSession.1");
+}
+
+TEST_F(SessionFrameTest, AnImportTypeThatRaisesReportsThroughItsResult) {
+  auto s = NewRfcSession();
+  s->importsRaise = true;
+  CComPtr<IRfcType> type;
+  EXPECT_EQ(s->ImportType(CComBSTR(u"ZSTRUCT"), &type), kUnexpected);
+  EXPECT_FALSE(type);
+  ErrorRecord r = TakeError();
+  EXPECT_EQ(r.description, kUnexpectedText);
+  EXPECT_EQ(r.source, u"Veltrane.RfcSession.1");
+}
+
+TEST_F(SessionFrameTest, ServiceCallsThatRaiseReportThroughTheirResult) {
+  auto s = NewSoapSession();
+  s->handler = [](IFunctionCall*) -> HRESULT { throw std::runtime_error("broken back end"); };
+  VARIANT_BOOL flag = VARIANT_TRUE;
+  EXPECT_EQ(s->CheckPasswordExpired(&flag), kUnexpected);
+  EXPECT_EQ(TakeError().description, kUnexpectedText);
+  CComPtr<ILogonData> logon;
+  s->get_LogonData(&logon);
+  logon->put_Password(CComBSTR(u"Welcome1"));
+  EXPECT_EQ(s->ChangePassword(CComBSTR(u"new")), kUnexpected);
+  EXPECT_EQ(TakeError().description, kUnexpectedText);
+  // A COM error keeps its own result, with no record.
+  s->handler = [](IFunctionCall*) -> HRESULT { throw _com_error(E_INVALIDARG); };
+  SetErrorInfo(0, nullptr);
+  EXPECT_EQ(s->CheckUnicodeSupport(&flag), E_INVALIDARG);
+  EXPECT_FALSE(TakeError().present);
+}
+
+TEST_F(SessionFrameTest, AnImportCallThatRaisesIsAnExceptionOfTheDispatchLateBound) {
+  auto s = NewSoapSession();
+  s->importsRaise = true;
+  CComQIPtr<IDispatch> late(static_cast<ISoapSession*>(s.p));
+  ASSERT_TRUE(late);
+  LPOLESTR name = const_cast<LPOLESTR>(u"ImportCall");
+  DISPID id = 0;
+  ASSERT_EQ(late->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), S_OK);
+  CComVariant module(u"Z_TEST");
+  DISPPARAMS params{&module, nullptr, 1, 0};
+  CComVariant result;
+  EXCEPINFO info{};
+  EXPECT_EQ(late->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, &info, nullptr),
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, kUnexpected);
+  EXPECT_EQ(Str(info.bstrDescription), kUnexpectedText);
+  EXPECT_EQ(Str(info.bstrSource), u"Veltrane.SoapSession.1");
+  SysFreeString(info.bstrSource);
+  SysFreeString(info.bstrDescription);
+  SysFreeString(info.bstrHelpFile);
+}
+
 TEST_F(SessionFrameTest, FailedImportCallHandsOutNullAndIsNotCached) {
   auto s = NewSoapSession();
   s->connected = false;

@@ -1,6 +1,7 @@
-// SoapSession against veltrane-sim over real HTTP: connecting, calls in
-// both modes, the outcome of every kind of answer, the stuck state and the
-// way out of it, stateful sessions, and the frame's services over SOAP.
+// SoapSession against veltrane-sim over real HTTP, in what is its own: the
+// HTTP system data, logon by status, the outcome of every kind of answer,
+// the stuck state and the way out of it, stateful sessions and the trace.
+// What every session keeps is the session contract's (tests/session_contract).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -281,16 +282,6 @@ TEST_F(SoapSessionTest, HttpSystemDataStartsWithItsDefaults) {
   EXPECT_EQ(data.p, again.p);
 }
 
-TEST_F(SoapSessionTest, SessionTypeIsSoapBeforeAndAfterConnect) {
-  CComBSTR type;
-  m_session->get_SessionType(&type);
-  EXPECT_EQ(TextOf(type), "SOAP");
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  CComBSTR after;
-  m_session->get_SessionType(&after);
-  EXPECT_EQ(TextOf(after), "SOAP");
-}
-
 TEST_F(SoapSessionTest, TransactionalMembersAreNotImplemented) {
   CComBSTR tid;
   EXPECT_EQ(m_session->CreateTransID(&tid), E_NOTIMPL);
@@ -325,22 +316,6 @@ TEST_F(SoapSessionTest, LateBoundCallsReachTheSameMembers) {
 
 // ---------------------------------------------------------- connecting
 
-TEST_F(SoapSessionTest, ConnectPingsAndACallIsFilled) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  EXPECT_TRUE(Connected());
-  EXPECT_FALSE(Active());
-  EXPECT_FALSE(ErrorSet());
-  CComPtr<IFunctionCall> call = Import(u"STFC_CONNECTION");
-  ASSERT_TRUE(call);
-  Set(call, u"REQUTEXT", CComVariant(u"hello over SOAP"));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
-  EXPECT_FALSE(ErrorSet());
-  EXPECT_EQ(Exported(call, u"ECHOTEXT"), "hello over SOAP");
-  EXPECT_FALSE(Active());
-  EXPECT_EQ(m_session->Disconnect(), S_OK);
-  EXPECT_FALSE(Connected());
-}
-
 TEST_F(SoapSessionTest, AConnectAnswered401FailsAndLeavesTheTransport) {
   Logon(u"DEMO", u"wrong");
   EXPECT_EQ(m_session->Connect(), kRfcError);
@@ -362,10 +337,6 @@ TEST_F(SoapSessionTest, AConnectAnswered401FailsAndLeavesTheTransport) {
 TEST_F(SoapSessionTest, DisconnectWithoutConnectFails) {
   EXPECT_EQ(m_session->Disconnect(), kNotConnected);
   EXPECT_EQ(ErrorDescription(), "Not connected (call connect() before executing this method)");
-}
-
-TEST_F(SoapSessionTest, CallFunctionWithoutConnectFails) {
-  EXPECT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), kNotConnected);
 }
 
 TEST_F(SoapSessionTest, ARefusedConnectionAtConnectIsAnUnexpectedError) {
@@ -424,37 +395,12 @@ TEST_F(SoapSessionTest, BadXmlAndAForeignNamespaceAreExceptions) {
   }
 }
 
-TEST_F(SoapSessionTest, AnAbapExceptionIsAnApplicationException) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_RAISE");
-  ASSERT_TRUE(call);
-  Set(call, u"EXCEPTION", CComVariant(u"NOT_FOUND"));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
-  EXPECT_TRUE(ErrorSet());
-  const ErrorText e = Error();
-  EXPECT_EQ(e.group, RFCERROR_APPLICATION_EXCEPTION);
-  EXPECT_EQ(e.key, "NOT_FOUND");
-  EXPECT_EQ(e.module, "");
-  // Reading ErrorInfo cleared Error; the details stay.
-  EXPECT_FALSE(ErrorSet());
-  EXPECT_EQ(Error().key, "NOT_FOUND");
-}
-
 TEST_F(SoapSessionTest, AnotherFaultIsACommunicationError) {
   ASSERT_EQ(m_session->Connect(), S_OK);
   ASSERT_EQ(m_session->CallFunction(NewCall(u"Z_NO_SUCH_MODULE"), VARIANT_TRUE), S_OK);
   const ErrorText e = Error();
   EXPECT_EQ(e.group, RFCERROR_COMMUNICATION);
   EXPECT_TRUE(Contains(e.key + e.message, "not found")) << e.key << " / " << e.message;
-}
-
-TEST_F(SoapSessionTest, ASuccessfulCallClearsTheError) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"Z_NO_SUCH_MODULE"), VARIANT_TRUE), S_OK);
-  EXPECT_TRUE(ErrorSet());
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), S_OK);
-  EXPECT_FALSE(ErrorSet());
-  EXPECT_EQ(Error().group, RFCERROR_NO_ERROR);
 }
 
 // ------------------------------------------------- the stuck state
@@ -496,29 +442,7 @@ TEST_F(SoapSessionTest, NoAnswerIn30SecondsIsATimeoutAndTheSessionIsStuck) {
   EXPECT_FALSE(Active());
 }
 
-TEST_F(SoapSessionTest, AbortCallWithoutACallDoesNothing) {
-  EXPECT_EQ(m_session->AbortCall(), S_OK);
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  EXPECT_EQ(m_session->AbortCall(), S_OK);
-  EXPECT_TRUE(Connected());
-}
-
 // ------------------------------------------------- asynchronous calls
-
-TEST_F(SoapSessionTest, AnAsynchronousCallFiresCallFinishedOnTheTransportsThread) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  Advise();
-  CComPtr<IFunctionCall> call = Import(u"STFC_CONNECTION");
-  ASSERT_TRUE(call);
-  Set(call, u"REQUTEXT", CComVariant(u"async"));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
-  ASSERT_TRUE(m_sink->WaitFor(1));
-  EXPECT_NE(m_sink->Thread(), std::this_thread::get_id());
-  EXPECT_EQ(m_sink->ActiveAtFire(), VARIANT_FALSE);
-  EXPECT_FALSE(Active());
-  EXPECT_EQ(Exported(call, u"ECHOTEXT"), "async");
-  EXPECT_EQ(m_sink->Count(), 1);
-}
 
 TEST_F(SoapSessionTest, OnlyVariantTrueIsSynchronous) {
   ASSERT_EQ(m_session->Connect(), S_OK);
@@ -529,37 +453,6 @@ TEST_F(SoapSessionTest, OnlyVariantTrueIsSynchronous) {
   EXPECT_EQ(m_sink->Count(), 1);
   // A synchronous call fires nothing.
   ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), S_OK);
-  EXPECT_EQ(m_sink->Count(), 1);
-}
-
-TEST_F(SoapSessionTest, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  Advise();
-  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
-  ASSERT_TRUE(call);
-  Set(call, u"MILLISECONDS", CComVariant(800L));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
-  EXPECT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), kCallRunning);
-  ASSERT_TRUE(m_sink->WaitFor(1));
-  EXPECT_FALSE(ErrorSet());
-  // WAITED is the time the system measured: at least what was asked for.
-  EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
-}
-
-TEST_F(SoapSessionTest, AnAbortedCallFiresNothing) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  Advise();
-  Fault("delay:1000");
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_FALSE), S_OK);
-  EXPECT_TRUE(Active());
-  EXPECT_EQ(m_session->AbortCall(), S_OK);
-  EXPECT_FALSE(Active());
-  // The answer arrives unobserved.
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  EXPECT_EQ(m_sink->Count(), 0);
-  // The next call works and fires once.
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_FALSE), S_OK);
-  ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Count(), 1);
 }
 
@@ -626,38 +519,6 @@ TEST_F(SoapSessionTest, ASinkMayStartTheNextCall) {
 }
 
 // A sink that holds the client's only reference and drops it in its handler.
-class OwningSink : public EventSink {
- public:
-  explicit OwningSink(ISession* s) : EventSink(s), m_owned(s) {}
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* r,
-                                   EXCEPINFO* e, UINT* a) override {
-    const HRESULT hr = EventSink::Invoke(id, riid, lcid, flags, params, r, e, a);
-    m_owned.Release();
-    return hr;
-  }
-
- private:
-  CComPtr<ISession> m_owned;
-};
-
-TEST_F(SoapSessionTest, TheClientMayLetGoOfTheSessionDuringAnAsynchronousCall) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  Fault("delay:300");
-  auto* sink = new OwningSink(m_session);
-  CComQIPtr<IConnectionPointContainer> container(m_session);
-  CComPtr<IConnectionPoint> point;
-  ASSERT_EQ(container->FindConnectionPoint(DIID__SessionEvents, &point), S_OK);
-  DWORD cookie = 0;
-  ASSERT_EQ(point->Advise(sink, &cookie), S_OK);
-  container.Release();
-  point.Release();  // the sink stays connected until the session goes
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_FALSE), S_OK);
-  m_system.Release();
-  m_logon.Release();
-  m_session.Release();  // the sink now holds the last reference of the client
-  ASSERT_TRUE(sink->WaitFor(1));
-  sink->Release();
-}
 
 // ------------------------------------------------- parameters on the wire
 
@@ -795,74 +656,6 @@ TEST_F(SoapSessionTest, AStatusErrorIsTraced) {
   EXPECT_TRUE(Contains(text, "SetError: 103 RFC_LOGON_FAILURE Name or password is incorrect (repeat logon)"));
   EXPECT_TRUE(Contains(text, "SOAP Error: Server response status 401:"));
   EXPECT_TRUE(Contains(text, "SetError: 104 SOAP_ERROR Server response status 401:"));
-}
-
-// ---------------------------------------------- the frame over SOAP
-
-TEST_F(SoapSessionTest, ImportCallTwiceReachesTheSystemOnce) {
-  soaptest::ForwardProxy proxy(s_sim->soapPort());
-  m_system->put_ProxyHost(CComBSTR(u"127.0.0.1"));
-  m_system->put_ProxyPort(proxy.port());
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  CComPtr<IFunctionCall> a = Import(u"STFC_CONNECTION");
-  CComPtr<IFunctionCall> b = Import(u"STFC_CONNECTION");
-  ASSERT_TRUE(a && b);
-  EXPECT_NE(a.p, b.p);
-  int imports = 0;
-  for (const auto& r : proxy.requests())
-    if (Contains(r.header("SOAPAction"), "RFC_GET_FUNCTION_INTERFACE")) ++imports;
-  EXPECT_EQ(imports, 1);
-}
-
-TEST_F(SoapSessionTest, CheckPasswordExpired) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  VARIANT_BOOL expired = VARIANT_TRUE;
-  EXPECT_EQ(m_session->CheckPasswordExpired(&expired), S_OK);
-  EXPECT_EQ(expired, VARIANT_FALSE);
-
-  CComPtr<ISoapSession> other;
-  ASSERT_EQ(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
-                             reinterpret_cast<void**>(&other)),
-            S_OK);
-  CComPtr<IHttpSystemData> data;
-  other->get_HttpSystemData(&data);
-  data->put_Host(CComBSTR(u"127.0.0.1"));
-  data->put_Port(s_sim->soapPort());
-  CComPtr<ILogonData> logon;
-  other->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_User(CComBSTR(u"EXPIRED"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
-  ASSERT_EQ(other->Connect(), S_OK);
-  expired = VARIANT_FALSE;
-  EXPECT_EQ(other->CheckPasswordExpired(&expired), S_OK);
-  EXPECT_EQ(expired, VARIANT_TRUE);
-}
-
-TEST_F(SoapSessionTest, CheckUnicodeSupport) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  VARIANT_BOOL unicode = VARIANT_FALSE;
-  EXPECT_EQ(m_session->CheckUnicodeSupport(&unicode), S_OK);
-  EXPECT_EQ(unicode, VARIANT_TRUE);
-}
-
-TEST_F(SoapSessionTest, TheTableReaderReadsSflight) {
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  CComPtr<ITableReader> reader;
-  ASSERT_EQ(m_session->GetTableReader(CComBSTR(u"SFLIGHT"), &reader), S_OK);
-  CComPtr<IStringList> fields;
-  reader->get_Fields(&fields);
-  fields->Add(CComBSTR(u"CARRID"));
-  fields->Add(CComBSTR(u"CONNID"));
-  ASSERT_EQ(reader->Read(10, 0), S_OK);
-  VARIANT_BOOL failed = VARIANT_TRUE;
-  reader->get_Error(&failed);
-  EXPECT_EQ(failed, VARIANT_FALSE);
-  CComPtr<IRfcRows> rows;
-  ASSERT_EQ(reader->get_Rows(&rows), S_OK);
-  LONG count = 0;
-  rows->get_Count(&count);
-  EXPECT_EQ(count, 10);
 }
 
 }  // namespace
