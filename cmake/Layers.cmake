@@ -47,6 +47,14 @@ function(veltrane_link_layer target layer)
   target_link_libraries(${target} PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,veltrane_${layer}>")
 endfunction()
 
+# veltrane_creatable(NAME HEADER): the layer implements the creatable coclass
+# NAME of the type library as the class C<NAME>, declared in HEADER (as the
+# layer's headers are included: "soap/soap_session.h"). The shell's object map
+# then creates it by its class id.
+function(veltrane_creatable name header)
+  set_property(GLOBAL APPEND PROPERTY VELTRANE_CREATABLE_CLASSES "${name}=${header}")
+endfunction()
+
 define_property(TARGET PROPERTY VELTRANE_LAYER
   BRIEF_DOCS "The layer a target is"
   FULL_DOCS "Set by veltrane_layer(); the layering test reads it.")

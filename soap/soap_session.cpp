@@ -54,17 +54,6 @@ HRESULT CSoapSession::FinalConstruct() {
   return S_OK;
 }
 
-HRESULT CSoapSession::CreateObject(REFIID riid, void** ppv) {
-  if (!ppv) return E_POINTER;
-  *ppv = nullptr;
-  CSoapSession* session = nullptr;
-  HRESULT hr = CreateInstance(&session);
-  if (FAILED(hr)) return hr;
-  hr = session->QueryInterface(riid, ppv);
-  session->Release();
-  return hr;
-}
-
 CSoapSession::~CSoapSession() {
   if (m_transport) Disconnect();
 }

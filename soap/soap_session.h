@@ -36,9 +36,6 @@ class CSoapSession
 
   HRESULT FinalConstruct();
 
-  // For the object map.
-  static HRESULT CreateObject(REFIID riid, void** ppv);
-
   // ISession, by class.
   HRESULT STDMETHODCALLTYPE get_IsConnected(VARIANT_BOOL* pVal) override;
   HRESULT STDMETHODCALLTYPE get_CallActive(VARIANT_BOOL* pVal) override;

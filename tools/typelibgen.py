@@ -10,6 +10,11 @@ Reads the library description (a MIDL subset, see docs/typelib.md) and writes:
   <source-dir>/veltrane_tlb_thunks.h  declarations of the late-bound entries
   <source-dir>/veltrane_tlb_thunks_N.cpp  late-bound entries, split in parts
 
+With --object-map FILE it writes the module's object map instead: one entry
+per creatable coclass that the build implements (--creatable NAME=HEADER, the
+class C<NAME> declared in HEADER); every other class of the library stays out
+of the map.
+
 Malformed input ends the program with "file:line: error: text" and exit code 1.
 Only the Python standard library is used.
 """
@@ -1464,6 +1469,39 @@ def emit_events(lib, source_name):
     return "".join(o)
 
 
+def emit_object_map(lib, source_name, creatable):
+    """The object map over the creatable coclasses that the build implements."""
+    by_name = {cc.name: cc for cc in lib.coclasses}
+    entries = []
+    for name, header in creatable:
+        cc = by_name.get(name)
+        if cc is None:
+            raise IdlError(1, "--creatable %s: the library has no coclass of that name" % name)
+        if not cc.activatable:
+            raise IdlError(cc.line, "--creatable %s: the coclass is not creatable by its class id" % name)
+        entries.append((cc, header))
+    missing = [cc.name for cc in lib.coclasses if cc.activatable and cc.name not in dict(creatable)]
+    o = [HEADER_BANNER % source_name]
+    o.append("// The classes a client creates by class id, each with its factory function:\n"
+             "// the creatable coclasses of the library that this build implements.\n")
+    if missing:
+        o.append("// Not built, so not creatable (CLASS_E_CLASSNOTAVAILABLE): %s.\n" % ", ".join(missing))
+    o.append('#include "shell/object_map.h"\n')
+    for header in sorted({h for _cc, h in entries}):
+        o.append('#include "%s"\n' % header)
+    o.append("\nnamespace veltrane::shell {\n\n")
+    if entries:
+        o.append("namespace {\n\nconstexpr ObjectEntry kEntries[] = {\n")
+        for cc, _header in entries:
+            o.append("    {&CLSID_%s, &CreateObjectOf<C%s>},\n" % (cc.name, cc.name))
+        o.append("};\n\n}  // namespace\n\n")
+        o.append("std::span<const ObjectEntry> ObjectMap() { return kEntries; }\n\n")
+    else:
+        o.append("std::span<const ObjectEntry> ObjectMap() { return {}; }\n\n")
+    o.append("}  // namespace veltrane::shell\n")
+    return "".join(o)
+
+
 def write_if_changed(path, text):
     try:
         with open(path, "r", encoding="utf-8") as f:
@@ -1495,13 +1533,27 @@ def main(argv):
     ap.add_argument("--source-dir", help="directory of the generated sources")
     ap.add_argument("--thunk-parts", type=int, default=3, help="number of files for the late-bound entries")
     ap.add_argument("--check", action="store_true", help="only check the description")
+    ap.add_argument("--object-map", help="write the module's object map to this file, and nothing else")
+    ap.add_argument("--creatable", action="append", default=[], metavar="NAME=HEADER",
+                    help="a creatable class the build implements: C<NAME>, declared in HEADER")
     args = ap.parse_args(argv)
     try:
         lib = load(args.idl)
+        creatable = []
+        for item in args.creatable:
+            name, sep, header = item.partition("=")
+            if not sep or not name or not header:
+                ap.error("--creatable takes NAME=HEADER, not '%s'" % item)
+            creatable.append((name, header))
+        object_map = emit_object_map(lib, os.path.basename(args.idl), creatable) if args.object_map else None
     except IdlError as e:
         sys.stderr.write("%s:%d: error: %s\n" % (args.idl, e.line, e.text))
         return 1
     if args.check:
+        return 0
+    if object_map is not None:
+        os.makedirs(os.path.dirname(os.path.abspath(args.object_map)), exist_ok=True)
+        write_if_changed(args.object_map, object_map)
         return 0
     if not args.header_dir or not args.source_dir:
         ap.error("--header-dir and --source-dir are required unless --check is given")
