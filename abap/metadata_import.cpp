@@ -18,13 +18,11 @@ namespace {
 
 bool TracesAt(int level) { return TraceIsOpen() && TraceLevel() >= level; }
 
-std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
-
 std::u16string TextOf(const VARIANT& value) {
-  if (value.vt == VT_BSTR) return std::u16string(View(value.bstrVal));
+  if (value.vt == VT_BSTR) return std::u16string(BstrView(value.bstrVal));
   CComVariant text;
   if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR)) || text.vt != VT_BSTR) return {};
-  return std::u16string(View(text.bstrVal));
+  return std::u16string(BstrView(text.bstrVal));
 }
 
 LONG IntOf(const VARIANT& value) {
@@ -91,7 +89,7 @@ HRESULT MetadataImport::TypeSteps(BSTR name, IRfcType* type) const {
   CComPtr<IRfcType> rowType = BuildFieldsRowType();
   CComPtr<IFunctionCall> call = NewCall(u"RFC_GET_UNICODE_STRUCTURE");
   CComPtr<IRfcParameters> importing = Group(call, &IFunctionCall::get_Importing);
-  AddChar(importing, u"TABNAME", 30, View(name));
+  AddChar(importing, u"TABNAME", 30, BstrView(name));
   AddChar(importing, u"ALLOW_HALF_DEEP", 1, u"X");
   AddChar(importing, u"SKIP_UTF16_INFO", 1, u"X");
   AddChar(importing, u"SKIP_UCS_4_INFO", 1, u"X");
@@ -121,7 +119,7 @@ HRESULT MetadataImport::TypeSteps(BSTR name, IRfcType* type) const {
     int32_t abapType = RfcTypeFromLetter(exid);
     if (abapType < 0) {
       if (TracesAt(TRACE_WARNING))
-        Trace(u"warning: unknown EXID '%c' found in struct field %s-%s", exid, std::u16string(View(name)), field);
+        Trace(u"warning: unknown EXID '%c' found in struct field %s-%s", exid, std::u16string(BstrView(name)), field);
       continue;
     }
     SHORT scalarDecimals = (exid == u'N' || exid == u'P') ? static_cast<SHORT>(decimals) : SHORT(0);
@@ -166,11 +164,11 @@ ParamRow ReadParamRow(const CComPtr<IRfcFields>& row) {
 
 HRESULT MetadataImport::CallSteps(BSTR name, IFunctionCall* target) const {
   if (TracesAt(TRACE_INFORMATION))
-    TraceLog(TRACE_INFORMATION, boost::format("importing %1%") % WideToUtf8Lossy(View(name)), nullptr, __FILE__,
+    TraceLog(TRACE_INFORMATION, boost::format("importing %1%") % WideToUtf8Lossy(BstrView(name)), nullptr, __FILE__,
              __LINE__);
   CComPtr<IFunctionCall> call = NewCall(u"RFC_GET_FUNCTION_INTERFACE");
   CComPtr<IRfcParameters> importing = Group(call, &IFunctionCall::get_Importing);
-  AddChar(importing, u"FUNCNAME", 30, View(name));
+  AddChar(importing, u"FUNCNAME", 30, BstrView(name));
 
   if (TracesAt(TRACE_INFORMATION)) Trace(u"Importing RFC_FUNINT");
   CComPtr<IRfcType> funint;
@@ -290,7 +288,7 @@ HRESULT MetadataImport::TableType(BSTR name, IRfcType* type) const {
   if (!Connected()) return NotConnected();
   if (!type) return E_POINTER;
   CComPtr<IFunctionCall> call = NewCall(u"RFC_GET_NAMETAB");
-  AddChar(Group(call, &IFunctionCall::get_Importing), u"TABNAME", 30, View(name));
+  AddChar(Group(call, &IFunctionCall::get_Importing), u"TABNAME", 30, BstrView(name));
   CComPtr<IRfcParameters> exporting = Group(call, &IFunctionCall::get_Exporting);
   ThrowIfFailed(exporting->AddParameter(CComBSTR(u"HEADER"), BuildHeaderType()));
 

@@ -37,14 +37,6 @@ struct CollectionKeyLess {
 template <class T>
 using CollectionKeyMap = std::map<std::u16string, T, CollectionKeyLess>;
 
-// A BSTR as a view; null reads as empty.
-inline std::u16string_view BstrView(const OLECHAR* b) {
-  return b ? std::u16string_view(b, SysStringLen(const_cast<BSTR>(b))) : std::u16string_view();
-}
-
-// A copy of a BSTR, embedded NULs included; null stays null.
-inline BSTR BstrCopy(BSTR s) { return s ? SysAllocStringLen(s, SysStringLen(s)) : nullptr; }
-
 template <class ItemItf>
 class CComCollect {
  public:

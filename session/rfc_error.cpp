@@ -1,23 +1,6 @@
 #include "session/rfc_error.h"
 #include "platform/property.h"
 
-namespace {
-
-HRESULT GetText(const CComBSTR& text, BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = text.Copy();
-  return (*pVal || !text) ? S_OK : E_OUTOFMEMORY;
-}
-
-HRESULT PutText(CComBSTR& text, BSTR newVal) {
-  CComBSTR copy(SysStringLen(newVal), newVal);
-  if (newVal && !copy) return E_OUTOFMEMORY;
-  text = std::move(copy);
-  return S_OK;
-}
-
-}  // namespace
-
 HRESULT CRfcError::get_ERRORGROUP(ERRORGROUP* pVal) { return GetProperty(m_group, pVal); }
 
 HRESULT CRfcError::put_ERRORGROUP(ERRORGROUP newVal) {
@@ -25,12 +8,12 @@ HRESULT CRfcError::put_ERRORGROUP(ERRORGROUP newVal) {
   return S_OK;
 }
 
-HRESULT CRfcError::get_ErrorGroupTxt(BSTR* pVal) { return GetText(m_groupText, pVal); }
-HRESULT CRfcError::put_ErrorGroupTxt(BSTR newVal) { return PutText(m_groupText, newVal); }
-HRESULT CRfcError::get_Message(BSTR* pVal) { return GetText(m_message, pVal); }
-HRESULT CRfcError::put_Message(BSTR newVal) { return PutText(m_message, newVal); }
-HRESULT CRfcError::get_ModuleName(BSTR* pVal) { return GetText(m_moduleName, pVal); }
-HRESULT CRfcError::put_ModuleName(BSTR newVal) { return PutText(m_moduleName, newVal); }
+HRESULT CRfcError::get_ErrorGroupTxt(BSTR* pVal) { return GetProperty(m_groupText, pVal); }
+HRESULT CRfcError::put_ErrorGroupTxt(BSTR newVal) { return PutProperty(m_groupText, newVal); }
+HRESULT CRfcError::get_Message(BSTR* pVal) { return GetProperty(m_message, pVal); }
+HRESULT CRfcError::put_Message(BSTR newVal) { return PutProperty(m_message, newVal); }
+HRESULT CRfcError::get_ModuleName(BSTR* pVal) { return GetProperty(m_moduleName, pVal); }
+HRESULT CRfcError::put_ModuleName(BSTR newVal) { return PutProperty(m_moduleName, newVal); }
 
 HRESULT SetSessionError(VARIANT_BOOL* error, IRfcError* errorInfo, const RfcErrorRecord* record) {
   if (!error || !errorInfo) return E_POINTER;

@@ -36,7 +36,6 @@
 
 template <class Derived, class Itf>
 class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
-
  public:
   // One call at a time. Not ready (not connected): text 520; a call still
   // running: text 522, the running call goes on; a null call: E_POINTER.

@@ -10,6 +10,7 @@
 #include <boost/format.hpp>
 
 #include "model/model.h"
+#include "platform/property.h"
 #include "runtime/environment.h"
 #include "runtime/report_error.h"
 #include "runtime/string_table.h"
@@ -18,8 +19,6 @@
 #include "session/table_reader.h"
 
 namespace {
-
-std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
 
 std::u16string ExecutablePath() {
   std::vector<char> buffer(4096);
@@ -79,12 +78,7 @@ SessionFrame::SessionFrame() {
 
 HRESULT SessionFrame::GetSystemID(BSTR* pVal) const { return m_systemId.CopyTo(pVal); }
 
-HRESULT SessionFrame::PutSystemID(BSTR newVal) {
-  CComBSTR copy(SysStringLen(newVal), newVal);
-  if (newVal && !copy) return E_OUTOFMEMORY;
-  m_systemId = std::move(copy);
-  return S_OK;
-}
+HRESULT SessionFrame::PutSystemID(BSTR newVal) { return PutProperty(m_systemId, newVal); }
 
 HRESULT SessionFrame::GetLogonData(ILogonData** pVal) const {
   if (!pVal) return E_POINTER;
@@ -112,7 +106,7 @@ HRESULT SessionFrame::GetOption(BSTR name, BSTR* pVal) const { return m_options.
 HRESULT SessionFrame::PutOption(BSTR name, BSTR newVal) {
   HRESULT hr = m_options.Put(name, newVal);
   if (FAILED(hr)) return hr;
-  const std::u16string_view key = View(name);
+  const std::u16string_view key = BstrView(name);
   if (key == u"trace.file") {
     ApplyTraceFile(newVal);
   } else if (key == u"trace.level") {
@@ -122,7 +116,7 @@ HRESULT SessionFrame::PutOption(BSTR name, BSTR newVal) {
 }
 
 void SessionFrame::ApplyTraceFile(BSTR value) {
-  if (SysStringLen(value) > 0) TraceOpen(u"Veltrane", ExpandEnvironment(View(value), kMaxPath), true);
+  if (SysStringLen(value) > 0) TraceOpen(u"Veltrane", ExpandEnvironment(BstrView(value), kMaxPath), true);
   SetTraceLevel(TRACE_INFORMATION);
   if (!TraceIsOpen()) return;
   Trace(u"Veltrane version=%s\n", kVeltraneVersion);
@@ -133,7 +127,7 @@ void SessionFrame::ApplyTraceFile(BSTR value) {
 }
 
 void SessionFrame::ApplyTraceLevel(BSTR value) {
-  const std::u16string level = UpperCase(View(value));
+  const std::u16string level = UpperCase(BstrView(value));
   if (level == u"INFORMATION" || level == u"3") {
     SetTraceLevel(TRACE_INFORMATION);
   } else if (level == u"WARNING" || level == u"2") {
@@ -197,7 +191,7 @@ HRESULT SessionFrame::ImportType(BSTR name, IRfcType** pVal, const TypeImporter&
 HRESULT SessionFrame::ImportCall(BSTR moduleName, VARIANT_BOOL ignoreUnsupportedParams, IFunctionCall** pVal,
                                  const CallImporter& fromBackend) {
   if (pVal) *pVal = nullptr;
-  Trace(u"ImportCall('%s')...\n", View(moduleName));
+  Trace(u"ImportCall('%s')...\n", BstrView(moduleName));
   CComPtr<ITypeCache> cache;
   HRESULT hr = EnsureTypeCache(&cache);
   if (FAILED(hr)) return hr;

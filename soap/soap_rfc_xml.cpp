@@ -21,6 +21,7 @@
 #include "runtime/base64.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
+#include "runtime/xml_depth.h"
 #include "platform/unicode.h"
 #include "soap/xml_ns.h"
 
@@ -44,8 +45,6 @@ template <class T>
 void Require(const T* p) {
   if (!p) throw _com_error(E_POINTER);
 }
-
-std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
 
 [[noreturn]] void SoapError(const std::string& text) { throw CXVeltrane(CXVeltrane::SOAP_ERROR, Utf8ToWide(text)); }
 
@@ -120,12 +119,12 @@ std::string IntegerText(const VARIANT& value) {
 }
 
 std::string StringText(const VARIANT& value) {
-  if (value.vt == VT_BSTR) return WideToUtf8(View(value.bstrVal));
+  if (value.vt == VT_BSTR) return WideToUtf8(BstrView(value.bstrVal));
   CComVariant copy;
   if (FAILED(VariantChangeType(&copy, &value, 0, VT_BSTR)))
     throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"cannot convert to string", u"RfcValueToString(),TYPE_CHAR",
                      VariantTraceText(value));
-  return WideToUtf8(View(copy.bstrVal));
+  return WideToUtf8(BstrView(copy.bstrVal));
 }
 
 bool AllDigits(std::u16string_view text) {
@@ -257,7 +256,7 @@ CComPtr<IRfcFields> FieldsOf(IRfcField* field, const CComBSTR& name) {
   CComPtr<IRfcFields> fields;
   HRESULT hr = field->get_Fields(&fields);
   if (FAILED(hr)) {
-    TraceLog(TRACE_ERROR, boost::format("%1%: get_Fields()") % WideToUtf8Lossy(View(name)), __func__, __FILE__,
+    TraceLog(TRACE_ERROR, boost::format("%1%: get_Fields()") % WideToUtf8Lossy(BstrView(name)), __func__, __FILE__,
              __LINE__);
     throw CXCOMError(hr);
   }
@@ -348,7 +347,7 @@ struct Column {
 
 void DescribeColumn(IRfcField* field, Column& c) {
   FieldInfo info = Describe(field, true);
-  c.name = WideToUtf8(View(info.name));
+  c.name = WideToUtf8(BstrView(info.name));
   c.wideName = info.name;
   c.kind = info.kind;
   c.scalarType = info.scalarType;
@@ -365,7 +364,7 @@ void ReadCell(const XmlNode* child, Field* cell, const Column& c, const FieldPat
   }
   const XmlNode* element = xmlns::FirstChild(child, c.name);
   if (!element) {
-    MissingElement(FieldPath::Field(&rowWhere, View(c.wideName)));
+    MissingElement(FieldPath::Field(&rowWhere, BstrView(c.wideName)));
   }
   PutText(cell, c.scalarType, xmlns::Text(element));
 }
@@ -448,8 +447,8 @@ void ReadTable(const XmlNode* node, IRfcField* field, const FieldPath& where) {
 void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& whereIn) {
   FieldInfo info = Describe(field, true);
   if (info.kind != RFCTYPEKIND_SCALAR && info.kind != RFCTYPEKIND_STRUCT && info.kind != RFCTYPEKIND_TABLE) return;
-  const FieldPath where = whereIn.Named(View(info.name));
-  const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(View(info.name)));
+  const FieldPath where = whereIn.Named(BstrView(info.name));
+  const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(BstrView(info.name)));
   if (!node) MissingElement(where);
   switch (info.kind) {
     case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, xmlns::Text(node)); break;
@@ -471,7 +470,7 @@ void ReadParams(const XmlNode* response, IRfcParameters* params, const char16_t*
     if (!field) throw _com_error(E_POINTER);
     CComBSTR name;
     Check(param->get_name(&name), "IRfcParameter::get_name");
-    ReadField(response, field, FieldPath::Parameter(groupName, View(name)));
+    ReadField(response, field, FieldPath::Parameter(groupName, BstrView(name)));
   }
 }
 
@@ -554,7 +553,7 @@ void PutScalarValue(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
   CComPtr<IRfcType> type;
   Check(field->get_RfcType(&type), "IRfcField::get_RfcType");
   std::string text = RfcValueToString(type, value);
-  AppendElement(doc, parent, View(name), text);
+  AppendElement(doc, parent, BstrView(name), text);
 }
 
 void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
@@ -566,18 +565,18 @@ void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
 void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
   FieldInfo info = Describe(field, false);
   if (TracesInformation())
-    TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(View(info.name)) % info.kind,
+    TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(BstrView(info.name)) % info.kind,
              nullptr, __FILE__, __LINE__);
   switch (info.kind) {
     case RFCTYPEKIND_SCALAR: PutScalarValue(doc, parent, field); break;
     case RFCTYPEKIND_STRUCT: {
       CComPtr<IRfcFields> fields = FieldsOf(field, info.name);
-      PutStructValue(doc, AppendElement(doc, parent, View(info.name)), fields);
+      PutStructValue(doc, AppendElement(doc, parent, BstrView(info.name)), fields);
       break;
     }
     case RFCTYPEKIND_TABLE: {
       CComPtr<IRfcRows> rows = RowsOf(field);
-      XmlNode* table = AppendElement(doc, parent, View(info.name));
+      XmlNode* table = AppendElement(doc, parent, BstrView(info.name));
       LONG count = 0;
       Check(rows->get_Count(&count), "IRfcRows::get_Count");
       for (LONG i = 1; i <= count; ++i) {
@@ -629,7 +628,7 @@ std::string BuildEnvelope(IFunctionCall* call) {
   XmlNode* body = doc.allocate_node(rapidxml::node_element, "S:Body");
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
-  std::string functionName = "a:" + WideToUtf8(View(name));
+  std::string functionName = "a:" + WideToUtf8(BstrView(name));
   XmlNode* function =
       doc.allocate_node(rapidxml::node_element, doc.allocate_string(functionName.data(), functionName.size()), "",
                         functionName.size(), 0);
@@ -696,7 +695,7 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
   buffer.push_back('\0');
   XmlDocument doc;
   try {
-    if (xmlns::ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
+    if (ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
       throw rapidxml::parse_error("document nested too deeply", buffer.data());
     doc.parse<0>(buffer.data());
   } catch (const rapidxml::parse_error& e) {
@@ -710,7 +709,7 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
   if (!soapBody) SoapError("Invalid Response: Body not found");
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
-  std::string function = WideToUtf8(View(name));
+  std::string function = WideToUtf8(BstrView(name));
   const XmlNode* response = xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
   if (!response) ThrowFault(soapBody, function);
   ReadParams(response, Group(call, &IFunctionCall::get_Exporting, "IFunctionCall::get_Exporting"), u"EXPORTING");
