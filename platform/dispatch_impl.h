@@ -6,6 +6,7 @@
 //                                           ISupportErrorInfoImpl<&IID_IRfcError>> { ... };
 #pragma once
 
+#include "platform/com_object.h"
 #include "platform/typelib.h"
 
 namespace veltrane::dispatch {
@@ -46,4 +47,15 @@ class IDispatchImpl : public Itf {
                                       static_cast<IDispatch*>(static_cast<Itf*>(this)), dispIdMember, riid, lcid,
                                       wFlags, pDispParams, pVarResult, pExcepInfo, puArgErr);
   }
+};
+
+// The bases of a class behind a coclass, as one (CComBundle): Impl implements
+// the default interface (an IDispatchImpl, or a class over one), the class
+// answers ISupportErrorInfo for the listed interfaces, and ClassId() names
+// the coclass. tools/typelibgen.py gives each coclass its alias,
+// CoClass<Name><Derived, Impl> (veltrane_decl.h).
+template <class Impl, const CLSID* Clsid, const IID*... ErrorInfoIids>
+class CComCoClass : public CComBundle<Impl, ISupportErrorInfoImpl<ErrorInfoIids...>> {
+ public:
+  static const CLSID& ClassId() { return *Clsid; }
 };

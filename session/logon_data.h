@@ -7,10 +7,10 @@
 #include "platform/dispatch_impl.h"
 #include "platform/property.h"
 #include "session/option_store.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CLogonData
-    : public CComObjectBase<CLogonData, IDispatchImpl<CLogonData, ILogonData>, ISupportErrorInfoImpl<&IID_ILogonData>> {
+class CLogonData : public CComObjectBase<CLogonData, CoClassLogonData<CLogonData>> {
  public:
   CLogonData();
 

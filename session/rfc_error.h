@@ -8,19 +8,12 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CRfcError
-    : public CComObjectBase<CRfcError, IDispatchImpl<CRfcError, IRfcError>, ISupportErrorInfoImpl<&IID_IRfcError>> {
+class CRfcError : public CComObjectBase<CRfcError, CoClassRfcError<CRfcError>> {
  public:
-  HRESULT STDMETHODCALLTYPE get_ERRORGROUP(ERRORGROUP* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ERRORGROUP(ERRORGROUP newVal) override;
-  HRESULT STDMETHODCALLTYPE get_ErrorGroupTxt(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ErrorGroupTxt(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE get_Message(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Message(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE get_ModuleName(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ModuleName(BSTR newVal) override;
+  VELTRANE_DECL_IRFCERROR
 
  private:
   ERRORGROUP m_group = RFCERROR_NO_ERROR;

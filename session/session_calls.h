@@ -6,9 +6,9 @@
 // supplies how its calls travel, and nothing else:
 //
 //   class CSoapSession
-//       : public CComObjectBase<CSoapSession, ISessionCallsImpl<CSoapSession, ISoapSession>,
-//                               IConnectionPointContainerImpl<CSoapSession, CProxy_SessionEvents<CSoapSession>>,
-//                               ISupportErrorInfoImpl<&IID_ISoapSession, &IID_ISession>> {
+//       : public CComObjectBase<CSoapSession,
+//                               CoClassSoapSession<CSoapSession, ISessionCallsImpl<CSoapSession, ISoapSession>>,
+//                               IConnectionPointContainerImpl<CSoapSession, CProxy_SessionEvents<CSoapSession>>> {
 //    public:
 //     static constexpr SessionBoundary kBoundary{CLSID_SoapSession, "CSOAPSession"};
 //     // Connect, Disconnect, IsConnected, CallActive, SessionType,

@@ -8,10 +8,10 @@
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
 #include "platform/property.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CHttpSystemData : public CComObjectBase<CHttpSystemData, IDispatchImpl<CHttpSystemData, IHttpSystemData>,
-                                              ISupportErrorInfoImpl<&IID_IHttpSystemData>> {
+class CHttpSystemData : public CComObjectBase<CHttpSystemData, CoClassHttpSystemData<CHttpSystemData>> {
  public:
   CHttpSystemData();
 

@@ -18,13 +18,14 @@
 #include "platform/connection_point.h"
 #include "session/session_calls.h"
 #include "soap/win_http_transport.h"
+#include "veltrane_decl.h"
 #include "veltrane_events.h"
 #include "veltrane_tlb.h"
 
 class CSoapSession
-    : public CComObjectBase<CSoapSession, ISessionCallsImpl<CSoapSession, ISoapSession>,
-                            IConnectionPointContainerImpl<CSoapSession, CProxy_SessionEvents<CSoapSession>>,
-                            ISupportErrorInfoImpl<&IID_ISoapSession, &IID_ISession>> {
+    : public CComObjectBase<CSoapSession,
+                            CoClassSoapSession<CSoapSession, ISessionCallsImpl<CSoapSession, ISoapSession>>,
+                            IConnectionPointContainerImpl<CSoapSession, CProxy_SessionEvents<CSoapSession>>> {
  public:
   // The class and its name in the boundary's trace lines.
   static constexpr SessionBoundary kBoundary{CLSID_SoapSession, "CSOAPSession"};

@@ -5,6 +5,9 @@ Reads the library description (a MIDL subset, see docs/typelib.md) and writes:
 
   <header-dir>/veltrane_tlb.h         enums, identifiers, interface declarations
   <header-dir>/veltrane_events.h      CProxy_<Event> firing helpers
+  <header-dir>/veltrane_decl.h        declarations for implementers: the members
+                                      of each interface (VELTRANE_DECL_<ITF>) and
+                                      the bases of each coclass's class
   <source-dir>/veltrane_tlb_guids.cpp identifier definitions
   <source-dir>/veltrane_tlb_desc.cpp  type descriptions and dispatch tables
   <source-dir>/veltrane_tlb_thunks.h  declarations of the late-bound entries
@@ -1434,6 +1437,50 @@ def library_function_prefix(lib):
     return name[:1] + name[1:].lower()
 
 
+def default_interface(cc):
+    """The coclass's default incoming interface, or None."""
+    for itf, flags, _line in cc.impls:
+        if "default" in flags and "source" not in flags:
+            return itf
+    for itf, flags, _line in cc.impls:
+        if "source" not in flags:
+            return itf
+    return None
+
+
+def emit_decl(lib, source_name):
+    o = [HEADER_BANNER % source_name, "#pragma once\n\n", '#include "platform/dispatch_impl.h"\n',
+         '#include "veltrane_tlb.h"\n\n']
+    w = o.append
+    w("// The members of an interface as its implementing class declares them,\n"
+      "// to define each one out of line; members of the bases are not included:\n"
+      "//   class CRfcError : ... {\n"
+      "//    public:\n"
+      "//     VELTRANE_DECL_IRFCERROR\n"
+      "//   };\n")
+    for itf in lib.interfaces:
+        if itf.dispinterface or not itf.members:
+            continue
+        lines = []
+        for m in itf.members:
+            params = ", ".join("%s %s" % (param_cxx(p), p.name) for p in m.params)
+            lines.append("  HRESULT STDMETHODCALLTYPE %s(%s) override;" % (m.cxx_name, params))
+        w("#define VELTRANE_DECL_%s \\\n%s\n\n" % (itf.name.upper(), " \\\n".join(lines)))
+    w("// The bases of the class behind a coclass, for CComObjectBase: Impl\n"
+      "// implements the default interface (IDispatchImpl unless given), the class\n"
+      "// answers ISupportErrorInfo for that interface and its bases in the library,\n"
+      "// and ClassId() gives the coclass's class id.\n"
+      "//   class CRfcType : public CComObjectBase<CRfcType, CoClassRfcType<CRfcType>> { ... };\n")
+    for cc in lib.coclasses:
+        itf = default_interface(cc)
+        if itf is None:
+            continue
+        iids = ", ".join("&IID_%s" % i.name for i in reversed(itf.chain()))
+        w("template <class Derived, class Impl = IDispatchImpl<Derived, %s>>\n" % itf.name)
+        w("using CoClass%s = CComCoClass<Impl, &CLSID_%s, %s>;\n" % (cc.name, cc.name, iids))
+    return "".join(o)
+
+
 def emit_events(lib, source_name):
     o = [HEADER_BANNER % source_name, "#pragma once\n\n", '#include "veltrane_tlb.h"\n',
          '#include "platform/connection_point.h"\n\n']
@@ -1564,6 +1611,7 @@ def main(argv):
     os.makedirs(args.source_dir, exist_ok=True)
     write_if_changed(os.path.join(args.header_dir, "veltrane_tlb.h"), emit_header(lib, source_name))
     write_if_changed(os.path.join(args.header_dir, "veltrane_events.h"), emit_events(lib, source_name))
+    write_if_changed(os.path.join(args.header_dir, "veltrane_decl.h"), emit_decl(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_guids.cpp"), emit_guids(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_desc.cpp"), emit_desc(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_thunks.h"), emit_thunk_decls(lib, source_name))
