@@ -5,7 +5,7 @@
 #include "failure.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -94,4 +94,4 @@ const Backend& backendNamed(const std::string& name) {
   throw UsageError("unsupported back end '" + name + "': this version supports only " + names());
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

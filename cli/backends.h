@@ -12,7 +12,7 @@
 #include "args.h"
 #include "connection.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 struct Backend {
   std::string name;                // --backend NAME
@@ -36,4 +36,4 @@ const std::vector<Backend>& backends();
 // The back end of that name; anything else is a UsageError.
 const Backend& backendNamed(const std::string& name);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -7,7 +7,7 @@
 #include "password.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -108,4 +108,4 @@ CComPtr<ITableReader> Connection::tableReader(const std::string& table) {
   return reader;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -9,7 +9,7 @@
 
 #include "args.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 // The options of every back end, and those of each back end (backends.h).
 struct ConnectionSettings {
@@ -63,4 +63,4 @@ class Connection {
   CComPtr<ISession> session_;
 };
 
-}  // namespace vcli
+}  // namespace veltrane::cli

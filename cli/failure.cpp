@@ -5,7 +5,7 @@
 
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 RfcFailure::RfcFailure(std::string context, long group, std::string key, std::string message, std::string module)
     : std::runtime_error(context + " failed: " + key + ": " + message),
@@ -125,4 +125,4 @@ int reportFailure(const std::exception& e) {
   return kExitFailure;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -10,7 +10,7 @@
 #include "failure.h"
 #include "password.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -125,19 +125,19 @@ int run(const std::vector<std::string>& args) {
 
 }  // namespace
 
-}  // namespace vcli
+}  // namespace veltrane::cli
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {
     std::cerr << "veltrane: the COM runtime did not start\n";
-    return vcli::kExitFailure;
+    return veltrane::cli::kExitFailure;
   }
   int status;
   try {
-    status = vcli::run(args);
+    status = veltrane::cli::run(args);
   } catch (const std::exception& e) {
-    status = vcli::reportFailure(e);
+    status = veltrane::cli::reportFailure(e);
   }
   std::cout.flush();
   CoUninitialize();

@@ -13,7 +13,7 @@
 #include <tuple>
 #include <type_traits>
 
-namespace platform {
+namespace veltrane::platform {
 
 // Objects and server locks alive in the module; DllCanUnloadNow reads it.
 VELTRANE_API void ModuleLock();
@@ -53,7 +53,7 @@ struct has_final_construct<T, std::void_t<decltype(std::declval<T&>().FinalConst
 
 }  // namespace detail
 
-}  // namespace platform
+}  // namespace veltrane::platform
 
 // Several bases as one, for a family of classes that share them (the
 // generated CoClass<Name> bases); CComObjectBase looks into it for each
@@ -69,10 +69,10 @@ class CComObjectBase : public Bases... {
   static_assert(sizeof...(Bases) > 0, "an object implements at least one interface");
 
  public:
-  CComObjectBase() { platform::ModuleLock(); }
+  CComObjectBase() { veltrane::platform::ModuleLock(); }
   CComObjectBase(const CComObjectBase&) = delete;
   CComObjectBase& operator=(const CComObjectBase&) = delete;
-  virtual ~CComObjectBase() { platform::ModuleUnlock(); }
+  virtual ~CComObjectBase() { veltrane::platform::ModuleUnlock(); }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (!ppv) return E_POINTER;
@@ -108,7 +108,7 @@ class CComObjectBase : public Bases... {
     auto* obj = new (std::nothrow) Derived();
     if (!obj) return E_OUTOFMEMORY;
     obj->m_refs = 1;
-    if constexpr (platform::detail::has_final_construct<Derived>::value) {
+    if constexpr (veltrane::platform::detail::has_final_construct<Derived>::value) {
       HRESULT hr = obj->FinalConstruct();
       if (FAILED(hr)) {
         obj->Release();
@@ -140,11 +140,11 @@ class CComObjectBase : public Bases... {
   // is searched base by base.
   template <class B>
   static void* findIn(B* self, REFIID riid) {
-    if constexpr (platform::detail::is_bundle<B>::value) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
       return findInBundle(self, riid, static_cast<typename B::bundled_bases*>(nullptr));
     } else {
-      using Itf = typename platform::detail::interface_of<B>::type;
-      return platform::detail::names<Itf>(riid) ? static_cast<Itf*>(self) : nullptr;
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
+      return veltrane::platform::detail::names<Itf>(riid) ? static_cast<Itf*>(self) : nullptr;
     }
   }
   template <class B, class... Inner>
@@ -157,10 +157,10 @@ class CComObjectBase : public Bases... {
   // The first interface of base B, or the first one that is an IDispatch.
   template <class B>
   static IUnknown* firstOf(B* self) {
-    if constexpr (platform::detail::is_bundle<B>::value) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
       return firstInBundle(self, static_cast<typename B::bundled_bases*>(nullptr));
     } else {
-      using Itf = typename platform::detail::interface_of<B>::type;
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
       return static_cast<Itf*>(self);
     }
   }
@@ -170,10 +170,10 @@ class CComObjectBase : public Bases... {
   }
   template <class B>
   static IDispatch* dispatchOf(B* self) {
-    if constexpr (platform::detail::is_bundle<B>::value) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
       return dispatchInBundle(self, static_cast<typename B::bundled_bases*>(nullptr));
     } else {
-      using Itf = typename platform::detail::interface_of<B>::type;
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
       if constexpr (std::is_base_of_v<IDispatch, Itf>)
         return static_cast<IDispatch*>(static_cast<Itf*>(self));
       else

@@ -28,9 +28,9 @@ class CClassFactory : public CComObjectBase<CClassFactory, IClassFactory> {
 
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
     if (lock)
-      platform::ModuleLock();
+      veltrane::platform::ModuleLock();
     else
-      platform::ModuleUnlock();
+      veltrane::platform::ModuleUnlock();
     return S_OK;
   }
 
@@ -61,7 +61,7 @@ const ModuleRegistration g_registration;
 
 extern "C" {
 
-HRESULT DllCanUnloadNow() { return platform::ModuleLockCount() == 0 ? S_OK : S_FALSE; }
+HRESULT DllCanUnloadNow() { return veltrane::platform::ModuleLockCount() == 0 ? S_OK : S_FALSE; }
 
 HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
   if (!ppv) return E_POINTER;

@@ -362,11 +362,11 @@ void ReadCell(const XmlNode* child, Field* cell, const Column& c, const FieldPat
     ReadField(child, AsInterface(cell), FieldPath::Field(&rowWhere, {}));
     return;
   }
-  const XmlNode* element = xmlns::FirstChild(child, c.name);
+  const XmlNode* element = veltrane::xmlns::FirstChild(child, c.name);
   if (!element) {
     MissingElement(FieldPath::Field(&rowWhere, BstrView(c.wideName)));
   }
-  PutText(cell, c.scalarType, xmlns::Text(element));
+  PutText(cell, c.scalarType, veltrane::xmlns::Text(element));
 }
 
 // Rows appended and read one by one, through the interfaces.
@@ -448,10 +448,10 @@ void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& whereIn
   FieldInfo info = Describe(field, true);
   if (info.kind != RFCTYPEKIND_SCALAR && info.kind != RFCTYPEKIND_STRUCT && info.kind != RFCTYPEKIND_TABLE) return;
   const FieldPath where = whereIn.Named(BstrView(info.name));
-  const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(BstrView(info.name)));
+  const XmlNode* node = veltrane::xmlns::FirstChild(parent, WideToUtf8(BstrView(info.name)));
   if (!node) MissingElement(where);
   switch (info.kind) {
-    case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, xmlns::Text(node)); break;
+    case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, veltrane::xmlns::Text(node)); break;
     case RFCTYPEKIND_STRUCT: ReadStruct(node, FieldsOf(field, info.name), &where); break;
     default: ReadTable(node, field, where); break;
   }
@@ -484,7 +484,7 @@ CComPtr<IRfcParameters> Group(IFunctionCall* call, HRESULT (STDMETHODCALLTYPE IF
 
 std::u16string TextOf(const XmlNode* node) {
   if (!node) return {};
-  std::string_view text = xmlns::Text(node);
+  std::string_view text = veltrane::xmlns::Text(node);
   if (text.empty()) {
     // A CDATA section is no element value in this parser.
     for (const XmlNode* child = node->first_node(); child; child = child->next_sibling())
@@ -495,23 +495,23 @@ std::u16string TextOf(const XmlNode* node) {
 }
 
 [[noreturn]] void ThrowFault(const XmlNode* body, const std::string& function) {
-  const XmlNode* fault = xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
+  const XmlNode* fault = veltrane::xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
   if (!fault) SoapError("Invalid Response: Function Result not found");
-  std::u16string faultCode = TextOf(xmlns::FirstChild(fault, "faultcode"));
-  std::u16string faultString = TextOf(xmlns::FirstChild(fault, "faultstring"));
-  const XmlNode* detail = xmlns::FirstChild(fault, "detail");
-  const XmlNode* exception = xmlns::FirstChildNs(detail, kRfcNamespace, function + ".Exception");
+  std::u16string faultCode = TextOf(veltrane::xmlns::FirstChild(fault, "faultcode"));
+  std::u16string faultString = TextOf(veltrane::xmlns::FirstChild(fault, "faultstring"));
+  const XmlNode* detail = veltrane::xmlns::FirstChild(fault, "detail");
+  const XmlNode* exception = veltrane::xmlns::FirstChildNs(detail, kRfcNamespace, function + ".Exception");
   if (exception) {
     std::u16string text = u" Number:000";
-    if (const XmlNode* message = xmlns::FirstChild(exception, "Message")) {
+    if (const XmlNode* message = veltrane::xmlns::FirstChild(exception, "Message")) {
       std::string formatted = boost::str(boost::format("ID:%1% Type: %2% Number:%3% %4%") %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "ID"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Type"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Number"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(exception, "Text"))));
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "ID"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "Type"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "Number"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(exception, "Text"))));
       text = Utf8ToWide(formatted);
     } else {
-      text = TextOf(xmlns::FirstChild(exception, "Text"));
+      text = TextOf(veltrane::xmlns::FirstChild(exception, "Text"));
     }
     throw CXSoapErrorResponse(RFCERROR_APPLICATION_EXCEPTION, faultCode, faultString, text);
   }
@@ -670,7 +670,7 @@ CComVariant RfcValueFromString(IRfcType* type, std::u16string_view text) {
 
 void GetScalarValue(const XmlNode* node, IRfcField* field) {
   FieldInfo info = Describe(field, true);
-  PutText(field, info.scalarType, xmlns::Text(node));
+  PutText(field, info.scalarType, veltrane::xmlns::Text(node));
 }
 
 void GetStructValue(const XmlNode* node, IRfcFields* fields) {
@@ -703,14 +703,14 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
     TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
     SoapError(text);
   }
-  const XmlNode* envelope = xmlns::FirstChildNs(&doc, kEnvelopeNamespace, "Envelope");
+  const XmlNode* envelope = veltrane::xmlns::FirstChildNs(&doc, kEnvelopeNamespace, "Envelope");
   if (!envelope) SoapError("Invalid Response: Envelope not found");
-  const XmlNode* soapBody = xmlns::FirstChildNs(envelope, kEnvelopeNamespace, "Body");
+  const XmlNode* soapBody = veltrane::xmlns::FirstChildNs(envelope, kEnvelopeNamespace, "Body");
   if (!soapBody) SoapError("Invalid Response: Body not found");
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
   std::string function = WideToUtf8(BstrView(name));
-  const XmlNode* response = xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
+  const XmlNode* response = veltrane::xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
   if (!response) ThrowFault(soapBody, function);
   ReadParams(response, Group(call, &IFunctionCall::get_Exporting, "IFunctionCall::get_Exporting"), u"EXPORTING");
   ReadParams(response, Group(call, &IFunctionCall::get_Changing, "IFunctionCall::get_Changing"), u"CHANGING");

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace xmlns {
+namespace veltrane::xmlns {
 
 namespace {
 
@@ -75,4 +75,4 @@ const Node* FirstChild(const Node* parent, std::string_view qname) {
   return nullptr;
 }
 
-}  // namespace xmlns
+}  // namespace veltrane::xmlns

@@ -8,7 +8,7 @@
 
 #include <rapidxml/rapidxml.hpp>
 
-namespace xmlns {
+namespace veltrane::xmlns {
 
 using Node = rapidxml::xml_node<char>;
 
@@ -37,4 +37,4 @@ const Node* FirstChildNs(const Node* parent, std::string_view ns, std::string_vi
 // First child element whose qualified name, as written, is qname; null if none.
 const Node* FirstChild(const Node* parent, std::string_view qname);
 
-}  // namespace xmlns
+}  // namespace veltrane::xmlns

@@ -15,7 +15,7 @@
 #include "text.h"
 #include "values.h"
 
-using namespace vcli;
+using namespace veltrane::cli;
 
 namespace {
 
