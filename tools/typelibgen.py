@@ -27,6 +27,10 @@ import os
 import re
 import sys
 
+sys.dont_write_bytecode = True  # nothing written beside the sources
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from cxxgen import u16, write_if_changed  # noqa: E402
+
 VT = {
     "VT_EMPTY": 0, "VT_I2": 2, "VT_I4": 3, "VT_R4": 4, "VT_R8": 5, "VT_CY": 6, "VT_DATE": 7,
     "VT_BSTR": 8, "VT_DISPATCH": 9, "VT_ERROR": 10, "VT_BOOL": 11, "VT_VARIANT": 12,
@@ -1016,26 +1020,6 @@ def guid_init(g):
     return "{0x%s, 0x%s, 0x%s, {%s}}" % (parts[0], parts[1], parts[2], bytes_)
 
 
-def u16(s):
-    if s is None:
-        return "nullptr"
-    out = []
-    for ch in s:
-        if ch == "\\":
-            out.append("\\\\")
-        elif ch == '"':
-            out.append('\\"')
-        elif ch == "\n":
-            out.append("\\n")
-        elif ch == "\t":
-            out.append("\\t")
-        elif ord(ch) < 0x20 or ord(ch) > 0x7e:
-            out.append("\\u%04x" % ord(ch))
-        else:
-            out.append(ch)
-    return 'u"%s"' % "".join(out)
-
-
 def value_vt(t):
     """VARTYPE name of the value a parameter carries (pointer level removed)."""
     if t.kind == "array":
@@ -1547,19 +1531,6 @@ def emit_object_map(lib, source_name, creatable):
         o.append("std::span<const ObjectEntry> ObjectMap() { return {}; }\n\n")
     o.append("}  // namespace veltrane::shell\n")
     return "".join(o)
-
-
-def write_if_changed(path, text):
-    try:
-        with open(path, "r", encoding="utf-8") as f:
-            if f.read() == text:
-                return
-    except OSError:
-        pass
-    tmp = path + ".tmp"
-    with open(tmp, "w", encoding="utf-8") as f:
-        f.write(text)
-    os.replace(tmp, path)
 
 
 def load(path):

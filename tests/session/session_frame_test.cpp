@@ -14,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "late_bound.h"
 #include "runtime/trace.h"
 #include "platform/unicode.h"
 
@@ -439,23 +440,12 @@ TEST_F(SessionFrameTest, ServiceCallsThatRaiseReportThroughTheirResult) {
 TEST_F(SessionFrameTest, AnImportCallThatRaisesIsAnExceptionOfTheDispatchLateBound) {
   auto s = NewSoapSession();
   s->importsRaise = true;
-  CComQIPtr<IDispatch> late(static_cast<ISoapSession*>(s.p));
-  ASSERT_TRUE(late);
-  LPOLESTR name = const_cast<LPOLESTR>(u"ImportCall");
-  DISPID id = 0;
-  ASSERT_EQ(late->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), S_OK);
-  CComVariant module(u"Z_TEST");
-  DISPPARAMS params{&module, nullptr, 1, 0};
-  CComVariant result;
-  EXCEPINFO info{};
-  EXPECT_EQ(late->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, &info, nullptr),
-            DISP_E_EXCEPTION);
-  EXPECT_EQ(info.scode, kUnexpected);
-  EXPECT_EQ(Str(info.bstrDescription), kUnexpectedText);
-  EXPECT_EQ(Str(info.bstrSource), u"Veltrane.SoapSession.1");
-  SysFreeString(info.bstrSource);
-  SysFreeString(info.bstrDescription);
-  SysFreeString(info.bstrHelpFile);
+  test_support::LateBoundResult r;
+  test_support::InvokeLateBound(static_cast<ISoapSession*>(s.p), u"ImportCall", CComVariant(u"Z_TEST"), r);
+  EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
+  EXPECT_EQ(r.info.scode, kUnexpected);
+  EXPECT_EQ(Str(r.info.bstrDescription), kUnexpectedText);
+  EXPECT_EQ(Str(r.info.bstrSource), u"Veltrane.SoapSession.1");
 }
 
 TEST_F(SessionFrameTest, FailedImportCallHandsOutNullAndIsNotCached) {

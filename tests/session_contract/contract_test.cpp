@@ -3,6 +3,7 @@
 #include <map>
 
 #include "contract.h"
+#include "late_bound.h"
 #include "platform/unicode.h"
 #include "runtime/trace.h"
 
@@ -258,22 +259,11 @@ TEST_P(SessionContract, AnImportThatRaisesReportsThroughItsResult) {
   EXPECT_FALSE(call);
   EXPECT_EQ(ErrorDescription(), "An unexpected error has occured - check trace for details");
 
-  CComQIPtr<IDispatch> late(m_session);
-  ASSERT_TRUE(late);
-  LPOLESTR name = const_cast<LPOLESTR>(u"ImportCall");
-  DISPID id = 0;
-  ASSERT_EQ(late->GetIDsOfNames(IID_NULL, &name, 1, LOCALE_USER_DEFAULT, &id), S_OK);
-  CComVariant module(u"Z_CONTRACT_NUMBERED");
-  DISPPARAMS params{&module, nullptr, 1, 0};
-  CComVariant result;
-  EXCEPINFO info{};
-  EXPECT_EQ(late->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, &result, &info, nullptr),
-            DISP_E_EXCEPTION);
-  EXPECT_EQ(info.scode, kUnexpected);
-  EXPECT_EQ(TextOf(info.bstrDescription), "An unexpected error has occured - check trace for details");
-  SysFreeString(info.bstrSource);
-  SysFreeString(info.bstrDescription);
-  SysFreeString(info.bstrHelpFile);
+  test_support::LateBoundResult r;
+  test_support::InvokeLateBound(m_session, u"ImportCall", CComVariant(u"Z_CONTRACT_NUMBERED"), r);
+  EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
+  EXPECT_EQ(r.info.scode, kUnexpected);
+  EXPECT_EQ(TextOf(r.info.bstrDescription), "An unexpected error has occured - check trace for details");
 }
 
 // ------------------------------------------------------------ calls

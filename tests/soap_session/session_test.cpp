@@ -10,6 +10,7 @@
 #include <mutex>
 #include <thread>
 
+#include "event_sink.h"
 #include "loopback.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
@@ -30,75 +31,7 @@ constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
 
 std::string TextOf(BSTR s) { return WideToUtf8(std::u16string_view(s ? s : u"", SysStringLen(s))); }
 
-// A _SessionEvents sink that records each CallFinished, the thread it came
-// on and what CallActive said at that moment.
-class EventSink : public IDispatch {
- public:
-  explicit EventSink(ISession* session) : m_session(session) {}
-  virtual ~EventSink() = default;
-
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__SessionEvents) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
-    if (id != 1) return DISP_E_MEMBERNOTFOUND;
-    VARIANT_BOOL active = VARIANT_TRUE;
-    m_session->get_CallActive(&active);
-    std::lock_guard<std::mutex> lock(m_mutex);
-    ++m_count;
-    m_thread = std::this_thread::get_id();
-    m_activeAtFire = active;
-    m_changed.notify_all();
-    return S_OK;
-  }
-
-  // True when n events have arrived; the bound only keeps a broken build
-  // from hanging.
-  bool WaitFor(int n) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_changed.wait_for(lock, std::chrono::seconds(90), [&] { return m_count >= n; });
-  }
-  int Count() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_count;
-  }
-  std::thread::id Thread() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_thread;
-  }
-  VARIANT_BOOL ActiveAtFire() {
-    std::lock_guard<std::mutex> lock(m_mutex);
-    return m_activeAtFire;
-  }
-
- private:
-  std::atomic<ULONG> m_refs{1};
-  ISession* m_session;
-  std::mutex m_mutex;
-  std::condition_variable m_changed;
-  int m_count = 0;
-  std::thread::id m_thread;
-  VARIANT_BOOL m_activeAtFire = VARIANT_TRUE;
-};
+using test_support::EventSink;
 
 class SoapSessionTest : public ::testing::Test {
  protected:
