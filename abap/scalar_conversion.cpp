@@ -97,14 +97,13 @@ void CopyAscii(char16_t* target, const char* text, size_t count) {
 
 // The first steps of the date and the time rule, alike but for the width:
 // VT_NULL writes NUL units, an initial value the zeros. True when written.
-bool WroteNullOrInitial(char16_t* target, const VARIANT& value, const char* zeros, size_t width) {
+bool WroteNullOrInitial(char16_t* target, const VARIANT& value, const char16_t* zeros, size_t width) {
   if (value.vt == VT_NULL) {
     std::memset(target, 0, width * sizeof(char16_t));
     return true;
   }
-  std::u16string wideZeros(zeros, zeros + width);
-  if (!IsInitialValue(value, wideZeros.c_str())) return false;
-  CopyAscii(target, zeros, width);
+  if (!IsInitialValue(value, zeros)) return false;
+  std::memcpy(target, zeros, width * sizeof(char16_t));
   return true;
 }
 
@@ -162,8 +161,12 @@ std::u16string VariantTraceText(const VARIANT& value) {
   if (value.vt & VT_ARRAY) return u"{binary}";
   if (value.vt == VT_EMPTY || value.vt == VT_ERROR) return u"{empty}";
   CComVariant text;
-  if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR)) || text.vt != VT_BSTR)
-    return u"{" + VariantTypeName(value.vt) + u"}";
+  if (FAILED(VariantChangeType(&text, &value, 0, VT_BSTR)) || text.vt != VT_BSTR) {
+    std::u16string name = u"{";
+    name += VariantTypeName(value.vt);
+    name += u'}';
+    return name;
+  }
   return std::u16string(text.bstrVal ? text.bstrVal : u"", SysStringLen(text.bstrVal));
 }
 
@@ -224,7 +227,7 @@ HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars) {
 }
 
 void RfcVariantToDate(char16_t* target, VARIANT* value, const DateSpelling& spelling) {
-  if (WroteNullOrInitial(target, *value, "00000000", 8)) return;
+  if (WroteNullOrInitial(target, *value, u"00000000", 8)) return;
   if (value->vt == VT_BSTR && RfcIsDateText(std::u16string_view(value->bstrVal, SysStringLen(value->bstrVal)))) {
     std::memcpy(target, value->bstrVal, 8 * sizeof(char16_t));
     return;
@@ -244,7 +247,7 @@ void RfcVariantToDate(char16_t* target, VARIANT* value, const DateSpelling& spel
 }
 
 void RfcVariantToTime(char16_t* target, VARIANT* value) {
-  if (WroteNullOrInitial(target, *value, "000000", 6)) return;
+  if (WroteNullOrInitial(target, *value, u"000000", 6)) return;
   if (value->vt == VT_BSTR) {
     std::u16string_view text(value->bstrVal, SysStringLen(value->bstrVal));
     bool digits = text.size() == 6;

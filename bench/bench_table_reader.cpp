@@ -10,7 +10,7 @@
 #include "platform/objbase.h"
 #include "platform/typelib.h"
 #include "platform/unicode.h"
-#include "sim/testing/sim_process.h"
+#include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
