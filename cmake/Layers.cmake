@@ -34,11 +34,7 @@ function(veltrane_layer name)
   foreach(dep ${L_DEPENDS})
     target_link_libraries(${target} PUBLIC "$<LINK_LIBRARY:WHOLE_ARCHIVE,veltrane_${dep}>")
   endforeach()
-  set_target_properties(${target} PROPERTIES
-    CXX_VISIBILITY_PRESET hidden
-    VISIBILITY_INLINES_HIDDEN ON
-    VELTRANE_LAYER ${name})
-  set_property(GLOBAL APPEND PROPERTY VELTRANE_LAYERS ${name})
+  set_target_properties(${target} PROPERTIES CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
 # veltrane_link_layer(TARGET LAYER): a test, benchmark or tool that works on
@@ -54,7 +50,3 @@ endfunction()
 function(veltrane_creatable name header)
   set_property(GLOBAL APPEND PROPERTY VELTRANE_CREATABLE_CLASSES "${name}=${header}")
 endfunction()
-
-define_property(TARGET PROPERTY VELTRANE_LAYER
-  BRIEF_DOCS "The layer a target is"
-  FULL_DOCS "Set by veltrane_layer(); the layering test reads it.")
