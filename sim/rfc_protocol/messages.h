@@ -38,8 +38,20 @@ struct OpenReply {
 void writeOpenReply(Writer& w, const OpenReply& m);
 OpenReply readOpenReply(Reader& r);
 
-// Outcome of a call that did not succeed, with the numbers of the NW RFC SDK: rc is an RFC_RC,
-// group an RFC_ERROR_GROUP. `closes` tells that the system ends the connection after this reply.
+// Result codes and error groups carried in errors: the numbers of the NW RFC SDK's RFC_RC and
+// RFC_ERROR_GROUP (the SDK library checks them against its declarations).
+namespace rc {
+inline constexpr std::uint8_t kOk = 0, kCommunicationFailure = 1, kLogonFailure = 2, kAbapRuntimeFailure = 3,
+                              kAbapMessage = 4, kAbapException = 5, kClosed = 6, kInvalidProtocol = 11,
+                              kExternalFailure = 15, kExecuted = 16, kNotFound = 17, kAuthorizationFailure = 29;
+}
+namespace group {
+inline constexpr std::uint8_t kOk = 0, kAbapApplication = 1, kAbapRuntime = 2, kLogon = 3, kCommunication = 4,
+                              kExternalRuntime = 5, kExternalApplication = 6, kExternalAuthorization = 7;
+}
+
+// Outcome of a call that did not succeed: rc and group as above. `closes` tells that the system
+// ends the connection after this reply.
 struct ErrorInfo {
   std::uint8_t rc = 0;
   std::uint8_t group = 0;

@@ -16,7 +16,7 @@
 #include "engine/faults.h"
 #include "engine/system.h"
 #include "soap/http_types.h"
-#include "soap/log.h"
+#include "engine/log.h"
 
 namespace vsim::soap {
 
