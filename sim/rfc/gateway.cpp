@@ -256,7 +256,8 @@ ProgramResult RfcGateway::call(const ProgramCall& call) {
       r.expectEnd();
     } else if (kind == MessageKind::CallFailure) {
       const proto::ErrorInfo e = proto::readError(r);
-      link->drop();
+      // A refused authorization leaves the program serving; other failures end its connection.
+      if (e.rc != proto::rc::kAuthorizationFailure) link->drop();
       systemFailure(e.message.empty() ? e.key : e.message);
     } else {
       throw proto::ProtocolError(std::string("unexpected answer ") + proto::messageKindName(kind));
