@@ -27,7 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       nwrfc::writeParameters(w, f, nwrfc::Outgoing::Answer);
     }
   } catch (const proto::ProtocolError&) {
-  } catch (const nwrfc::SdkError&) {
-  }
+  } catch (const nwrfc::SdkError&) {}
   return 0;
 }

@@ -31,22 +31,53 @@ template <class F>
 void tolerate(F&& f) {
   try {
     f();
-  } catch (const vsim::proto::ProtocolError&) {
-  }
+  } catch (const vsim::proto::ProtocolError&) {}
 }
 
 void decodeAlone(std::string_view body) {
   using namespace vsim::proto;
-  tolerate([&] { Reader r(body); readOpen(r); });
-  tolerate([&] { Reader r(body); readOpenReply(r); });
-  tolerate([&] { Reader r(body); readError(r); });
-  tolerate([&] { Reader r(body); readFunctionInfo(r); });
-  tolerate([&] { Reader r(body); readTypeList(r); });
-  tolerate([&] { Reader r(body); readInvokeHead(r); readValues(r); });
-  tolerate([&] { Reader r(body); readTransactionHead(r); });
-  tolerate([&] { Reader r(body); readCallHead(r); readValues(r); });
-  tolerate([&] { Reader r(body); readValue(r); });
-  tolerate([&] { Reader r(body); skipBody(r, r.type()); });
+  tolerate([&] {
+    Reader r(body);
+    readOpen(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readOpenReply(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readError(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readFunctionInfo(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readTypeList(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readInvokeHead(r);
+    readValues(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readTransactionHead(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readCallHead(r);
+    readValues(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    readValue(r);
+  });
+  tolerate([&] {
+    Reader r(body);
+    skipBody(r, r.type());
+  });
 }
 
 }  // namespace
@@ -65,8 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       vsim::rfc::Reply reply = sim.service->handle(state, *body);
       if (reply.close) break;
     }
-  } catch (const vsim::proto::ProtocolError&) {
-  }
+  } catch (const vsim::proto::ProtocolError&) {}
   decodeAlone(std::string_view(bytes, size));
   return 0;
 }

@@ -12,9 +12,9 @@ namespace vsim::proto {
 namespace {
 
 TEST(Codec, VarintsAndZigzagRoundTrip) {
-  for (std::int64_t v : {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, std::int64_t{63}, std::int64_t{-64},
-                         std::int64_t{300}, std::numeric_limits<std::int64_t>::max(),
-                         std::numeric_limits<std::int64_t>::min()}) {
+  for (std::int64_t v :
+       {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, std::int64_t{63}, std::int64_t{-64}, std::int64_t{300},
+        std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::min()}) {
     std::string s;
     Writer w(s);
     w.svarint(v);
@@ -30,7 +30,11 @@ TEST(Codec, VarintsAndZigzagRoundTrip) {
 TEST(Codec, ShortAndOverlongInputIsRefused) {
   EXPECT_THROW(Reader("\x80", 1).varint(), ProtocolError);
   EXPECT_THROW(Reader(std::string(11, '\xff')).varint(), ProtocolError);
-  EXPECT_THROW(Reader("\x05" "abc", 4).text(), ProtocolError);
+  EXPECT_THROW(Reader("\x05"
+                      "abc",
+                      4)
+                   .text(),
+               ProtocolError);
   EXPECT_THROW(Reader("\x02", 1).boolean(), ProtocolError);
   EXPECT_THROW(Reader("\x0b", 1).type(), ProtocolError);
   EXPECT_THROW(Reader("\x7f", 1).count(1), ProtocolError);

@@ -146,8 +146,9 @@ TEST(Gateway, JsonToValuesAndBack) {
   EXPECT_EQ(v[2].second.type, proto::WireType::Int8);
   EXPECT_EQ(v[4].second.text, "X");
   EXPECT_EQ(v[6].second.columns.size(), 2u);
-  EXPECT_EQ(valuesToJson(v),
-            R"({"TEXT":"a","N":5,"BIG":5000000000,"F":1.5,"FLAG":"X","S":{"X":1},"T":[{"A":"x","B":0},{"A":"","B":2}]})");
+  EXPECT_EQ(
+      valuesToJson(v),
+      R"({"TEXT":"a","N":5,"BIG":5000000000,"F":1.5,"FLAG":"X","S":{"X":1},"T":[{"A":"x","B":0},{"A":"","B":2}]})");
   EXPECT_THROW(valuesFromJson("[1]"), std::invalid_argument);
   EXPECT_THROW(valuesFromJson("{\"t\":[1,\"a\"]}"), std::invalid_argument);
   EXPECT_THROW(valuesFromJson("{"), std::invalid_argument);

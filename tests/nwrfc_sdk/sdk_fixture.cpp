@@ -99,7 +99,7 @@ Params::Params(std::initializer_list<std::pair<std::string, std::string>> pairs)
 }
 
 Params Params::logon() {
-  return Params{{"ashost", rfcHost()}, {"gwserv", rfcPort()}, {"client", "001"},
+  return Params{{"ashost", rfcHost()}, {"gwserv", rfcPort()},  {"client", "001"},
                 {"user", "DEMO"},      {"passwd", "Welcome1"}, {"lang", "EN"}};
 }
 

@@ -45,8 +45,8 @@ RFC_TYPE_DESC_HANDLE rowType() {
   return t;
 }
 
-void addParameter(RFC_FUNCTION_DESC_HANDLE f, const std::u16string& name, RFCTYPE type, RFC_DIRECTION d,
-                  unsigned nuc, RFC_TYPE_DESC_HANDLE sub = nullptr) {
+void addParameter(RFC_FUNCTION_DESC_HANDLE f, const std::u16string& name, RFCTYPE type, RFC_DIRECTION d, unsigned nuc,
+                  RFC_TYPE_DESC_HANDLE sub = nullptr) {
   RFC_PARAMETER_DESC p{};
   std::copy(name.begin(), name.end(), p.name);
   p.type = type;

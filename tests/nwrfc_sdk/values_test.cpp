@@ -184,7 +184,8 @@ TEST_F(Field, DatesAndTimesAreExactlyEightAndSixUnits) {
 TEST_F(Field, NumbersFromTextFailWithTheSdksMessage) {
   const std::u16string a = u"A";
   EXPECT_EQ(RfcSetString(flat, u"FLOAT", a.c_str(), 1, &info), RFC_CONVERSION_FAILURE);
-  EXPECT_EQ(utf8(info.message), "Cannot convert string value A at position 0 for the field FLOAT to type RFCTYPE_FLOAT");
+  EXPECT_EQ(utf8(info.message),
+            "Cannot convert string value A at position 0 for the field FLOAT to type RFCTYPE_FLOAT");
   EXPECT_EQ(utf8(info.key), "RFC_CONVERSION_FAILURE");
   const std::u16string twelveX = u"12X";
   EXPECT_EQ(RfcSetString(flat, u"INT", twelveX.c_str(), 3, &info), RFC_CONVERSION_FAILURE);
