@@ -235,6 +235,21 @@ bool EqualsNoCase(const char16_t* a, const char16_t* b, size_t n) {
   return true;
 }
 
+bool IsBlank(char16_t c) {
+  if (c <= 0x20) return c == u' ' || (c >= u'\t' && c <= u'\r');
+  switch (c) {
+    case 0x85:
+    case 0xA0:
+    case 0x1680:
+    case 0x2028:
+    case 0x2029:
+    case 0x202F:
+    case 0x205F:
+    case 0x3000: return true;
+    default: return c >= 0x2000 && c <= 0x200A;
+  }
+}
+
 size_t TextLength(const char16_t* s) {
   size_t n = 0;
   if (s)

@@ -4,7 +4,8 @@
 // texts (VarBstrCmp with the locale and flags); VT_EMPTY against a text is
 // the empty text; a text against a number is always the greater; numbers
 // compare by value across all numeric types, VT_BOOL and VT_DATE included,
-// exactly when a DECIMAL, a currency or two integers meet.
+// exactly when a DECIMAL, a currency or two integers meet, at float
+// precision when one side is a VT_R4.
 #include "platform/internal/variant_convert.h"
 
 #include <cstring>
@@ -59,6 +60,9 @@ HRESULT compareNumbers(const Scalar& left, const Scalar& right) {
     double x, y;
     ScalarToDouble(left, ctx, &x);
     ScalarToDouble(right, ctx, &y);
+    // A float makes it a comparison of floats: 0.1f equals the double 0.1.
+    if (left.kind == SourceKind::Real4 || right.kind == SourceKind::Real4)
+      return result(order(static_cast<float>(x), static_cast<float>(y)));
     return result(order(x, y));
   }
   Int128 x, y;
@@ -75,9 +79,10 @@ using namespace platform_detail;
 extern "C" {
 
 HRESULT VarBstrCmp(BSTR bstrLeft, BSTR bstrRight, LCID lcid, ULONG dwFlags) {
-  // A null BSTR, and a text that starts with a null character, are empty.
-  const bool leftEmpty = !bstrLeft || !*bstrLeft;
-  const bool rightEmpty = !bstrRight || !*bstrRight;
+  // Texts are their stored lengths, null characters included; a null BSTR
+  // is empty.
+  const bool leftEmpty = SysStringByteLen(bstrLeft) == 0;
+  const bool rightEmpty = SysStringByteLen(bstrRight) == 0;
   if (leftEmpty || rightEmpty) return leftEmpty && rightEmpty ? VARCMP_EQ : (leftEmpty ? VARCMP_LT : VARCMP_GT);
 
   if (lcid == 0) {

@@ -91,8 +91,9 @@ void applyPattern(const char16_t* pattern, const SYSTEMTIME& st, const LocaleInf
         }
         break;
       case u'y':
+        // The full year has no leading zeros: 1 January 100 is "1/1/100".
         if (run >= 3)
-          appendNumber(out, st.wYear, 4);
+          appendNumber(out, st.wYear, 1);
         else
           appendNumber(out, st.wYear % 100, run);
         break;
@@ -134,8 +135,6 @@ constexpr int kMaxTokens = 6;
 bool isLetter(char16_t c) {
   return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z') || (c >= 0xC0 && c <= 0x24F && c != 0xD7 && c != 0xF7);
 }
-
-bool isSpace(char16_t c) { return c == u' ' || (c >= u'\t' && c <= u'\r') || c == 0xA0; }
 
 // The longest-listed name that the text starts with: months (full, then
 // abbreviated), days, then AM/PM. Returns its length, 0 for none.
@@ -225,7 +224,7 @@ HRESULT tokenize(const char16_t* p, const LocaleInfo& locale, Token* tokens, int
       ++p;
       continue;
     }
-    if (c == u',' || isSpace(c)) {
+    if (c == u',' || IsBlank(c)) {
       if (c == u',' && !p[1]) return DISP_E_TYPEMISMATCH;
       ++p;
       continue;

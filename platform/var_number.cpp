@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <system_error>
@@ -17,10 +16,8 @@ namespace {
 // something non-zero was dropped matters.
 constexpr size_t kMaxDigits = 48;
 constexpr long kExponentClamp = 1000000;
-
-bool isWhite(char16_t c) {
-  return c == u' ' || c == u'\t' || c == u'\n' || c == u'\v' || c == u'\f' || c == u'\r' || c == 0xA0;
-}
+// Significant digits that hold any double exactly: none has more than 767.
+constexpr int kExactDigits = 768;
 
 bool isDigit(char16_t c) { return c >= u'0' && c <= u'9'; }
 
@@ -52,26 +49,42 @@ std::string scientificText(const ParsedNumber& p) {
   return s;
 }
 
-// Reads the digits of "d.ddde+xx" as written by to_chars.
-void digitsOfScientific(const char* text, size_t n, ParsedNumber* p) {
-  const char* e = static_cast<const char*>(std::memchr(text, 'e', n));
+// The first `count` significant digits of a finite, non-zero magnitude as
+// to_chars rounds them (ties to even), and the decimal exponent of the first.
+std::string scientificDigits(double magnitude, int count, long* exponent) {
+  char buf[kExactDigits + 16];
+  auto r = std::to_chars(buf, buf + sizeof buf, magnitude, std::chars_format::scientific, count - 1);
+  const char* e = static_cast<const char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
   std::string digits;
-  for (const char* q = text; q < e; ++q)
+  digits.reserve(static_cast<size_t>(count));
+  for (const char* q = buf; q < e; ++q)
     if (*q >= '0' && *q <= '9') digits.push_back(*q);
-  long exponent = std::strtol(e + 1, nullptr, 10);
-  // "d.ddd" with e: value = ddddd * 10^(exponent - (count - 1))
-  p->exponent = exponent - static_cast<long>(digits.size()) + 1;
-  size_t first = digits.find_first_not_of('0');
-  if (first == std::string::npos) {
-    p->digits.clear();
-    p->exponent = 0;
-    return;
+  long value = 0;
+  std::from_chars(e + (e[1] == '+' ? 2 : 1), r.ptr, value);
+  *exponent = value;
+  return digits;
+}
+
+// Whether a magnitude is exactly d.ddd * 10^exponent, no digit beyond.
+bool isExactly(double magnitude, const std::string& digits, long exponent) {
+  long exactExponent;
+  const std::string exact = scientificDigits(magnitude, kExactDigits, &exactExponent);
+  return exactExponent == exponent && exact.compare(0, digits.size(), digits) == 0 &&
+         exact.find_first_not_of('0', digits.size()) == std::string::npos;
+}
+
+// Adds one unit in the last place of a digit string.
+void incrementLastDigit(std::string* digits, long* exponent) {
+  for (size_t i = digits->size(); i-- > 0;) {
+    if ((*digits)[i] != '9') {
+      ++(*digits)[i];
+      return;
+    }
+    (*digits)[i] = '0';
   }
-  digits.erase(0, first);
-  size_t last = digits.find_last_not_of('0');
-  p->exponent += static_cast<long>(digits.size() - 1 - last);
-  digits.resize(last + 1);
-  p->digits = digits;
+  digits->insert(digits->begin(), '1');
+  digits->pop_back();
+  ++*exponent;
 }
 
 std::string toDigits(UInt128 v) {
@@ -170,7 +183,7 @@ HRESULT ParseNumber(const char16_t* text, const LocaleInfo& locale, ParsedNumber
 
   // Leading white space, signs, currency symbol and parenthesis, in any order.
   for (;;) {
-    if (isWhite(*p)) {
+    if (IsBlank(*p)) {
       ++p;
     } else if (*p == locale.positiveSign && !leadingPlus) {
       leadingPlus = true;
@@ -203,7 +216,7 @@ HRESULT ParseNumber(const char16_t* text, const LocaleInfo& locale, ParsedNumber
       value = (value << shift) | static_cast<uint64_t>(d);
       any = true;
     }
-    while (isWhite(*p)) ++p;
+    while (IsBlank(*p)) ++p;
     if (!any || *p) return DISP_E_TYPEMISMATCH;
     out->radix = true;
     out->radixValue = value;
@@ -257,7 +270,7 @@ HRESULT ParseNumber(const char16_t* text, const LocaleInfo& locale, ParsedNumber
   // Trailing white space, sign, closing parenthesis, currency symbol.
   bool trailingSign = false, closed = false;
   for (;;) {
-    if (isWhite(*p)) {
+    if (IsBlank(*p)) {
       ++p;
     } else if (!trailingSign && !leadingPlus && !leadingMinus &&
                (*p == locale.positiveSign || *p == locale.negativeSign)) {
@@ -365,15 +378,38 @@ HRESULT ParsedToDecimal(const ParsedNumber& p, ExactDecimal* out) {
   }
 }
 
+RoundedDigits RoundToSignificant(double magnitude, int significant) {
+  // One digit more than kept, rounded once by to_chars: a last digit other
+  // than 5 decides by itself which way the kept digits go.
+  RoundedDigits r;
+  r.digits = scientificDigits(magnitude, significant + 1, &r.exponent);
+  const char last = r.digits.back();
+  r.digits.pop_back();
+  if (last == '5') {
+    if (isExactly(magnitude, r.digits + last, r.exponent)) {
+      // Exactly half way: away from zero, where to_chars would keep the
+      // even digit.
+      incrementLastDigit(&r.digits, &r.exponent);
+    } else {
+      // The 5 itself was rounded: the exact value decides.
+      r.digits = scientificDigits(magnitude, significant, &r.exponent);
+    }
+  } else if (last > '5') {
+    incrementLastDigit(&r.digits, &r.exponent);
+  }
+  const size_t end = r.digits.find_last_not_of('0');
+  r.digits.resize(end == std::string::npos ? 1 : end + 1);
+  return r;
+}
+
 HRESULT DoubleToDecimal(double v, int significant, ExactDecimal* out) {
   *out = ExactDecimal();
   if (std::isnan(v) || std::isinf(v)) return DISP_E_OVERFLOW;
   if (v == 0.0) return S_OK;
-  char buf[64];
-  auto r = std::to_chars(buf, buf + sizeof buf - 1, std::fabs(v), std::chars_format::scientific, significant - 1);
-  *r.ptr = '\0';
+  const RoundedDigits rounded = RoundToSignificant(std::fabs(v), significant);
   ParsedNumber p;
-  digitsOfScientific(buf, static_cast<size_t>(r.ptr - buf), &p);
+  p.digits = rounded.digits;
+  p.exponent = rounded.exponent - static_cast<long>(rounded.digits.size()) + 1;
   p.negative = v < 0;
   return ParsedToDecimal(p, out);
 }
@@ -393,17 +429,12 @@ std::u16string FormatReal(double v, int significant, const LocaleInfo& locale) {
   if (v == 0.0) return u"0";
   if (v < 0) out.push_back(locale.negativeSign);
 
-  char buf[64];
-  auto r = std::to_chars(buf, buf + sizeof buf - 1, std::fabs(v), std::chars_format::scientific, significant - 1);
-  *r.ptr = '\0';
-  const char* e = static_cast<const char*>(std::memchr(buf, 'e', static_cast<size_t>(r.ptr - buf)));
-  std::string digits;
-  for (const char* q = buf; q < e; ++q)
-    if (*q >= '0' && *q <= '9') digits.push_back(*q);
-  const long exponent = std::strtol(e + 1, nullptr, 10);
-  while (digits.size() > 1 && digits.back() == '0') digits.pop_back();
+  const RoundedDigits rounded = RoundToSignificant(std::fabs(v), significant);
+  const std::string& digits = rounded.digits;
+  const long exponent = rounded.exponent;
+  const long fractionDigits = static_cast<long>(digits.size()) - 1 - exponent;
 
-  if (exponent < -4 || exponent >= significant) {
+  if (exponent >= significant || fractionDigits > significant) {
     out.push_back(static_cast<char16_t>(digits[0]));
     if (digits.size() > 1) {
       out.push_back(locale.decimalSep);

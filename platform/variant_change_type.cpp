@@ -29,6 +29,21 @@ VARTYPE normalized(VARTYPE vt) {
   return vt;
 }
 
+// The width in bytes when `from` and `to` (normalized) are the signed and
+// unsigned integers of one width, else 0. VT_I8 and VT_UI8 are not a pair:
+// they convert by value.
+size_t sharedIntegerWidth(VARTYPE from, VARTYPE to) {
+  static const struct {
+    VARTYPE signedType;
+    VARTYPE unsignedType;
+    size_t bytes;
+  } kPairs[] = {{VT_I1, VT_UI1, 1}, {VT_I2, VT_UI2, 2}, {VT_I4, VT_UI4, 4}};
+  for (const auto& pair : kPairs)
+    if ((from == pair.signedType && to == pair.unsignedType) || (from == pair.unsignedType && to == pair.signedType))
+      return pair.bytes;
+  return 0;
+}
+
 // Value property conversions that call back into VariantChangeTypeEx stop
 // at this depth (an object whose value is itself).
 constexpr int kMaxValueDepth = 8;
@@ -110,6 +125,15 @@ HRESULT coerce(const VARIANT& src, LCID lcid, USHORT flags, VARTYPE vt, VARIANT*
         return hr;
       }
     default: break;
+  }
+
+  if (const size_t bytes = sharedIntegerWidth(from, to)) {
+    // The bits carry over, so VT_I1 -1 becomes VT_UI1 255; the typed
+    // functions (VarUI1FromI1) overflow instead.
+    result->ullVal = 0;
+    std::memcpy(&result->cVal, &src.cVal, bytes);
+    result->vt = vt;
+    return S_OK;
   }
 
   ScalarRule rule = FindScalarRule(vt);

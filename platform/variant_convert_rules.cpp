@@ -330,9 +330,9 @@ HRESULT ScalarToExact(const Scalar& in, const ConversionContext& ctx, ExactDecim
       out->mantissa = out->negative ? static_cast<UInt128>(-static_cast<Int128>(in.i)) : static_cast<UInt128>(in.i);
       return S_OK;
     case SourceKind::Unsigned: out->mantissa = in.u; return S_OK;
-    case SourceKind::Real4: return DoubleToDecimal(in.d, 7, out);
+    case SourceKind::Real4: return DoubleToDecimal(in.d, kReal4Digits, out);
     case SourceKind::Real8:
-    case SourceKind::Date: return DoubleToDecimal(in.d, 15, out);
+    case SourceKind::Date: return DoubleToDecimal(in.d, kReal8Digits, out);
     case SourceKind::Currency:
       out->negative = in.i < 0;
       out->mantissa = out->negative ? static_cast<UInt128>(-static_cast<Int128>(in.i)) : static_cast<UInt128>(in.i);

@@ -83,8 +83,8 @@ HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) 
   if (FAILED(hr)) return hr;
   std::u16string text;
   switch (in.kind) {
-    case SourceKind::Real4: text = FormatReal(in.d, 7, *locale); break;
-    case SourceKind::Real8: text = FormatReal(in.d, 15, *locale); break;
+    case SourceKind::Real4: text = FormatReal(in.d, kReal4Digits, *locale); break;
+    case SourceKind::Real8: text = FormatReal(in.d, kReal8Digits, *locale); break;
     case SourceKind::Date: hr = FormatDate(in.d, *locale, ctx.dateForm, &text); break;
     case SourceKind::Currency:
     case SourceKind::Decimal: {

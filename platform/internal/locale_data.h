@@ -58,6 +58,12 @@ char16_t UpperCase(char16_t c);
 // Case-insensitive equality of the first n code units.
 bool EqualsNoCase(const char16_t* a, const char16_t* b, size_t n);
 
+// White space between the parts of a number or a date: the C white-space
+// controls, NEL, and every space separator of Unicode (U+00A0 no-break
+// space, U+2000..U+200A, U+3000 ideographic space, ...), line and paragraph
+// separators included.
+bool IsBlank(char16_t c);
+
 // Length of a null-terminated UTF-16 string.
 size_t TextLength(const char16_t* s);
 

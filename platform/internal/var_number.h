@@ -77,13 +77,35 @@ HRESULT ParsedToDouble(const ParsedNumber& p, double* out);
 // The value as a DECIMAL-sized exact decimal (29 digits, scale up to 28).
 HRESULT ParsedToDecimal(const ParsedNumber& p, ExactDecimal* out);
 
+// Significant digits kept of a floating-point value: 15 for VT_R8 and
+// VT_DATE, 7 for VT_R4.
+constexpr int kReal8Digits = 15;
+constexpr int kReal4Digits = 7;
+
+// The leading decimal digits of a finite, non-zero magnitude:
+// value = d.ddd * 10^exponent.
+struct RoundedDigits {
+  std::string digits;  // 1 to `significant` digits, no trailing zeros
+  long exponent = 0;
+};
+
+// The exact decimal value of `magnitude` rounded to `significant` digits,
+// half away from zero (the float 12345665 keeps 1234567, not 1234566).
+// Every conversion of a VT_R4 or VT_R8 to text or DECIMAL takes its digits
+// from here.
+RoundedDigits RoundToSignificant(double magnitude, int significant);
+
 // A double with `significant` decimal digits (15 for R8, 7 for R4) as a
 // DECIMAL-sized exact decimal; DISP_E_OVERFLOW when too large.
 HRESULT DoubleToDecimal(double v, int significant, ExactDecimal* out);
 double ExactToDouble(const ExactDecimal& e);
 
-// Text forms as the platform writes them: up to `significant` digits
-// ("0.1", "1E+20", "1.5E-05"), the locale's decimal separator.
+// Text forms as the platform writes them: up to `significant` digits, the
+// locale's decimal separator. Plain decimals while the integer part has
+// fewer than `significant` digits and the fraction needs no more than
+// `significant` places ("123456789012345", "0.333333333333333",
+// "0.00000000056789"); otherwise one digit before the point and an
+// exponent of at least two digits ("1E+15", "4.16666666666667E-02").
 std::u16string FormatReal(double v, int significant, const LocaleInfo& locale);
 // All digits, trailing fractional zeros dropped ("1.5", "-0.0009").
 std::u16string FormatExact(const ExactDecimal& e, const LocaleInfo& locale);

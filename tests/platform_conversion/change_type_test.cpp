@@ -183,6 +183,11 @@ TEST_F(ChangeType, ReferencesAreRead) {
   BYTE small = 200;
   ref->vt = VT_UI1 | VT_BYREF;
   ref->pbVal = &small;
+  CONVERT(std::move(ref), VT_I1); EXPECT(-56);
+
+  USHORT wide = 200;
+  ref->vt = VT_UI2 | VT_BYREF;
+  ref->puiVal = &wide;
   CONVERT(std::move(ref), VT_I1); EXPECT_OVERFLOW;
 
   Var inner = CYV(25000);

@@ -1,6 +1,7 @@
 // VarCmp, VarBstrCmp and VarDecCmp.
 #include "conversion_table.h"
 
+#include <cfloat>
 #include <limits>
 
 namespace {
@@ -29,8 +30,10 @@ TEST(VarBstrCmp, NullAndEmpty) {
   EXPECT_EQ(VarBstrCmp(nullptr, a, 0x0409, 0), VARCMP_LT);
   EXPECT_EQ(VarBstrCmp(a, nullptr, 0x0409, 0), VARCMP_GT);
   EXPECT_EQ(VarBstrCmp(empty, a, 0, 0), VARCMP_LT);
-  // A text that starts with a null character counts as empty.
-  EXPECT_EQ(VarBstrCmp(nul, empty, 0x0409, 0), VARCMP_EQ);
+  // A text that starts with a null character is as long as it is stored.
+  EXPECT_EQ(VarBstrCmp(nul, empty, 0x0409, 0), VARCMP_GT);
+  EXPECT_EQ(VarBstrCmp(empty, nul, 0, 0), VARCMP_LT);
+  EXPECT_EQ(VarBstrCmp(nul, nullptr, 0, 0), VARCMP_GT);
   EXPECT_EQ(VarBstrCmp(nul, a, 0, 0), VARCMP_LT);
   SysFreeString(empty);
   SysFreeString(a);
@@ -49,6 +52,10 @@ TEST(VarBstrCmp, BinaryWithLocaleZero) {
   BSTRCMP(S(u"_"), S(u"a"), 0, 0, VARCMP_LT);
   BSTRCMP(S(u"a\0b", 3), S(u"a"), 0, 0, VARCMP_GT);
   BSTRCMP(S(u"a\0b", 3), S(u"a\0c", 3), 0, 0, VARCMP_LT);
+  BSTRCMP(S(u"\0", 1), S(u""), 0, 0, VARCMP_GT);
+  BSTRCMP(S(u"\0", 1), S(u"\0\0", 2), 0, 0, VARCMP_LT);
+  BSTRCMP(S(u"a\0", 2), S(u"a"), 0, 0, VARCMP_GT);
+  BSTRCMP(S(u"\0b", 2), S(u"\0a", 2), 0, 0, VARCMP_GT);
   // Bytes in memory order: U+0100 is stored 00 01, U+00FF is FF 00.
   BSTRCMP(S(u"\u0100"), S(u"\u00FF"), 0, 0, VARCMP_LT);
   // Flags do not matter for the binary comparison.
@@ -64,6 +71,21 @@ TEST(VarBstrCmp, BinaryCountsOddByteLengths) {
   EXPECT_EQ(VarBstrCmp(one, one, 0, 0), VARCMP_EQ);
   SysFreeString(one);
   SysFreeString(two);
+}
+
+// With a locale the whole stored text takes part: what follows a null
+// character counts, though the null character itself weighs nothing.
+TEST(VarBstrCmp, LinguisticReadsPastNullCharacters) {
+  using S = std::u16string;
+  const LCID us = 0x0409;
+  BSTRCMP(S(u"a\0b", 3), S(u"a\0c", 3), us, 0, VARCMP_LT);
+  BSTRCMP(S(u"a\0c", 3), S(u"a\0b", 3), us, 0, VARCMP_GT);
+  BSTRCMP(S(u"\0b", 2), S(u"\0a", 2), us, 0, VARCMP_GT);
+  BSTRCMP(S(u"a\0b", 3), S(u"a"), us, 0, VARCMP_GT);
+  BSTRCMP(S(u"a\0b", 3), S(u"ab"), us, 0, VARCMP_EQ);
+  BSTRCMP(S(u"a\0B", 3), S(u"a\0b", 3), us, NORM_IGNORECASE, VARCMP_EQ);
+  BSTRCMP(S(u"\0", 1), S(u""), us, 0, VARCMP_GT);
+  BSTRCMP(S(u""), S(u"\0", 1), 0x0407, 0, VARCMP_LT);
 }
 
 TEST(VarBstrCmp, Linguistic) {
@@ -190,7 +212,7 @@ TEST(VarCmp, NumbersAcrossTypes) {
   EXPECT_EQ(Cmp(CYV(15000), I4(2)), VARCMP_LT);
   EXPECT_EQ(Cmp(CYV(20000), I4(2)), VARCMP_EQ);
   EXPECT_EQ(Cmp(CYV(1), UI8(0)), VARCMP_GT);
-  EXPECT_EQ(Cmp(R4(0.1f), R8(0.1)), VARCMP_GT);
+  EXPECT_EQ(Cmp(R4(0.1f), R8(0.1)), VARCMP_EQ);
   EXPECT_EQ(Cmp(R8(-0.0), R8(0.0)), VARCMP_EQ);
   EXPECT_EQ(Cmp(DEC(1, 0, 0, 15), R8(1.5)), VARCMP_EQ);
   EXPECT_EQ(Cmp(DEC(1, 0, 0, 1), R8(0.1)), VARCMP_EQ);
@@ -203,6 +225,31 @@ TEST(VarCmp, NumbersAcrossTypes) {
   EXPECT_EQ(Cmp(DEC(0, 0, 1, 0), UI8(18446744073709551615ULL)), VARCMP_GT);
   EXPECT_EQ(Cmp(DEC(4, 0, 0, 15000), CYV(15000)), VARCMP_EQ);
   EXPECT_EQ(Cmp(DEC(29, 0, 0, 1), I4(1)), E_INVALIDARG);
+}
+
+// A VT_R4 on either side rounds the other side to a float first.
+TEST(VarCmp, FloatOperandComparesAtFloatPrecision) {
+  EXPECT_EQ(Cmp(R4(0.1f), R8(0.1)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R8(0.1), R4(0.1f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(1.0f), R8(1.0 + 1e-9)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R8(1.0), R8(1.0 + 1e-9)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(1.0f), R8(1.0 + 1e-6)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(0.1f), DATEV(0.1)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(0.1f), CYV(1000)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(CYV(1000), R4(0.1f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(16777216.0f), I4(16777217)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(I4(16777217), R4(16777216.0f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(16777216.0f), I4(16777218)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(16777216.0f), UI8(16777217)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R8(16777216.0), I4(16777217)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(FLT_MAX), R8(1e300)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(-FLT_MAX), R8(-1e300)), VARCMP_GT);
+  EXPECT_EQ(Cmp(R4(0.0f), R8(1e-300)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(-2.5f), R4(2.5f)), VARCMP_LT);
+  EXPECT_EQ(Cmp(R4(0.1f), EMPTYV()), VARCMP_GT);
+  EXPECT_EQ(Cmp(R4(-1.0f), BOOLV(true)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(0.1f), DEC(1, 0, 0, 1)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(0.1f), STR(u"0.1")), VARCMP_LT);
 }
 
 TEST(VarCmp, TextAgainstNumbers) {

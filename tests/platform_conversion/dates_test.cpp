@@ -178,8 +178,51 @@ TEST_F(DateText, EnglishUS) {
   CONVERT(DATEV(2958466.0), VT_BSTR); EXPECT_HR(E_INVALIDARG);
   CONVERT(DATEV(-657435.0), VT_BSTR); EXPECT_HR(E_INVALIDARG);
   flags_ = VARIANT_USE_NLS;
+  CONVERT(DATEV(-657434.0), VT_BSTR); EXPECT_STR(u"1/1/100 12:00:00 AM");
   CONVERT(DATEV(0.0), VT_BSTR); EXPECT_STR(u"12/30/1899 12:00:00 AM");
   CONVERT(DATEV(37623.0), VT_BSTR); EXPECT_STR(u"1/2/2003 12:00:00 AM");
+}
+
+// A year before 1000 is written without leading zeros.
+TEST_F(DateText, EarlyYearsHaveNoLeadingZeros) {
+  CONVERT(DATEV(-657434.0), VT_BSTR); EXPECT_STR(u"1/1/100");
+  CONVERT(DATEV(-657434.5), VT_BSTR); EXPECT_STR(u"1/1/100 12:00:00 PM");
+  CONVERT(DATEV(-639007.0), VT_BSTR); EXPECT_STR(u"6/15/150");
+  CONVERT(DATEV(-328717.0), VT_BSTR); EXPECT_STR(u"12/31/999");
+  CONVERT(DATEV(-328716.0), VT_BSTR); EXPECT_STR(u"1/1/1000");
+  lcid_ = 0x0407;
+  CONVERT(DATEV(-657434.0), VT_BSTR); EXPECT_STR(u"01.01.100");
+  CONVERT(DATEV(-328717.25), VT_BSTR); EXPECT_STR(u"31.12.999 06:00:00");
+  lcid_ = 0x0809;
+  CONVERT(DATEV(-657434.0), VT_BSTR); EXPECT_STR(u"01/01/100");
+  lcid_ = LOCALE_INVARIANT;
+  CONVERT(DATEV(-328717.0), VT_BSTR); EXPECT_STR(u"12/31/999");
+}
+
+TEST_F(DateText, ReadEarlyYears) {
+  CONVERT(STR(u"1/1/100"), VT_DATE); EXPECT(-657434.0);
+  CONVERT(STR(u"12/31/999"), VT_DATE); EXPECT(-328717.0);
+  CONVERT(STR(u"6/15/150 12:00:00 PM"), VT_DATE); EXPECT(-639007.5);
+  lcid_ = 0x0407;
+  CONVERT(STR(u"01.01.100"), VT_DATE); EXPECT(-657434.0);
+}
+
+// The ideographic space separates like any other blank.
+TEST_F(DateText, ReadIdeographicSpaceAsBlank) {
+  const double expected = 37623.0 + Time(12, 34, 56);
+  CONVERT(STR(u"1/2/2003\u300012:34:56"), VT_DATE); EXPECT(expected);
+  CONVERT(STR(u"\u30001/2/2003\u3000"), VT_DATE); EXPECT(37623.0);
+  CONVERT(STR(u"1\u30002\u30002003"), VT_DATE); EXPECT(37623.0);
+  CONVERT(STR(u"January\u30002,\u30002003"), VT_DATE); EXPECT(37623.0);
+  CONVERT(STR(u"2003-01-02\u3000\u300012:34:56"), VT_DATE); EXPECT(expected);
+  CONVERT(STR(u"12:34\u3000PM"), VT_DATE); EXPECT(Time(12, 34, 0));
+  CONVERT(STR(u"1/2/2003\u00A012:34:56"), VT_DATE); EXPECT(expected);
+  CONVERT(STR(u"1/2/2003\u200912:34:56"), VT_DATE); EXPECT(expected);
+  CONVERT(STR(u"\u3000"), VT_DATE); EXPECT_MISMATCH;
+  CONVERT(STR(u"1/2/2003\u300112:34:56"), VT_DATE); EXPECT_MISMATCH;
+  lcid_ = 0x0407;
+  CONVERT(STR(u"02.01.2003\u300012:34:56"), VT_DATE); EXPECT(expected);
+  CONVERT(STR(u"3.\u3000M\u00E4rz\u30002004"), VT_DATE); EXPECT(38049.0);
 }
 
 TEST_F(DateText, OtherLocales) {
@@ -314,7 +357,7 @@ TEST_F(DateText, ReadBritish) {
 
 TEST_F(DateText, RoundTripInEveryLocale) {
   const double dates[] = {37623.0, 37623.0 + Time(12, 34, 56), Time(18, 0, 1), 45351.0 + Time(0, 0, 1),
-                          2958465.0 + Time(23, 59, 59), -1.0 - Time(6, 0, 0), 10.0};
+                          2958465.0 + Time(23, 59, 59), -1.0 - Time(6, 0, 0), 10.0, -657434.0, -328717.0 - Time(1, 2, 3)};
   for (LCID lcid : {0x0409u, 0x0407u, 0x0809u, 0x007Fu}) {
     lcid_ = lcid;
     for (double d : dates) {
