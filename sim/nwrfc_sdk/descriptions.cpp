@@ -19,8 +19,6 @@ bool storedAside(RFCTYPE type) {
   }
 }
 
-namespace {
-
 bool supported(RFCTYPE t) {
   switch (t) {
     case RFCTYPE_CHAR:
@@ -44,6 +42,8 @@ bool supported(RFCTYPE t) {
     default: return false;
   }
 }
+
+namespace {
 
 unsigned naturalLength(RFCTYPE t) {
   switch (t) {

@@ -32,6 +32,8 @@ struct Slot {
 
 // Whether a value of the type lives in the store (the record holds its reference).
 bool storedAside(RFCTYPE type);
+// The types this library handles (and sends, with their RFCTYPE number as the wire type).
+bool supported(RFCTYPE type);
 
 struct Layout {
   std::vector<Slot> slots;

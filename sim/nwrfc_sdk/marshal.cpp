@@ -59,27 +59,8 @@ void putUtf8(unsigned char* p, size_t units, std::string_view utf8, char16_t pad
 }
 
 WireType wireTypeOf(const Slot& s) {
-  switch (s.type) {
-    case RFCTYPE_CHAR:
-    case RFCTYPE_DATE:
-    case RFCTYPE_BCD:
-    case RFCTYPE_TIME:
-    case RFCTYPE_BYTE:
-    case RFCTYPE_TABLE:
-    case RFCTYPE_NUM:
-    case RFCTYPE_FLOAT:
-    case RFCTYPE_INT:
-    case RFCTYPE_INT2:
-    case RFCTYPE_INT1:
-    case RFCTYPE_STRUCTURE:
-    case RFCTYPE_DECF16:
-    case RFCTYPE_DECF34:
-    case RFCTYPE_STRING:
-    case RFCTYPE_XSTRING:
-    case RFCTYPE_INT8:
-    case RFCTYPE_UTCLONG: return static_cast<WireType>(s.type);
-    default: fail(RFC_NOT_SUPPORTED, std::string("Type ") + typeName(s.type) + " cannot be sent");
-  }
+  if (!supported(s.type)) fail(RFC_NOT_SUPPORTED, std::string("Type ") + typeName(s.type) + " cannot be sent");
+  return static_cast<WireType>(s.type);
 }
 
 const std::string* bytesAside(const Record& r, const Slot& s) {

@@ -510,37 +510,31 @@ void getString(const Record& r, const Slot& s, SAP_UC* buffer, unsigned length, 
   buffer[value.size()] = 0;
 }
 
-void getDate(const Record& r, const Slot& s, SAP_UC* out) {
+namespace {
+
+// A date (8 digits) or time (6) from a field of that type, or from a text of digits or blanks.
+void getDigits(const Record& r, const Slot& s, SAP_UC* out, RFCTYPE own, size_t width, const char* what) {
   if (!out) fail(RFC_INVALID_PARAMETER, "No buffer was given");
-  if (s.type == RFCTYPE_DATE) {
-    std::copy_n(units(r, s).data(), 8, out);
+  if (s.type == own) {
+    const std::u16string u = units(r, s);
+    std::copy_n(u.data(), width, out);
     return;
   }
-  if (s.type != RFCTYPE_CHAR && s.type != RFCTYPE_STRING && s.type != RFCTYPE_NUM) typeMismatch(s, "read as a date");
+  if (s.type != RFCTYPE_CHAR && s.type != RFCTYPE_STRING && s.type != RFCTYPE_NUM) typeMismatch(s, what);
   const std::u16string text = plainText(r, s);
   const std::u16string_view t = trim(text);
-  if (!t.empty() && t.size() != 8) conversionFailure(text, 0, s);
+  if (!t.empty() && t.size() != width) conversionFailure(text, 0, s);
   if (t.empty())
-    std::fill(out, out + 8, u'0');
+    std::fill(out, out + width, u'0');
   else
-    std::copy_n(t.data(), 8, out);
+    std::copy_n(t.data(), width, out);
 }
 
-void getTime(const Record& r, const Slot& s, SAP_UC* out) {
-  if (!out) fail(RFC_INVALID_PARAMETER, "No buffer was given");
-  if (s.type == RFCTYPE_TIME) {
-    std::copy_n(units(r, s).data(), 6, out);
-    return;
-  }
-  if (s.type != RFCTYPE_CHAR && s.type != RFCTYPE_STRING && s.type != RFCTYPE_NUM) typeMismatch(s, "read as a time");
-  const std::u16string text = plainText(r, s);
-  const std::u16string_view t = trim(text);
-  if (!t.empty() && t.size() != 6) conversionFailure(text, 0, s);
-  if (t.empty())
-    std::fill(out, out + 6, u'0');
-  else
-    std::copy_n(t.data(), 6, out);
-}
+}  // namespace
+
+void getDate(const Record& r, const Slot& s, SAP_UC* out) { getDigits(r, s, out, RFCTYPE_DATE, 8, "read as a date"); }
+
+void getTime(const Record& r, const Slot& s, SAP_UC* out) { getDigits(r, s, out, RFCTYPE_TIME, 6, "read as a time"); }
 
 void getBytes(const Record& r, const Slot& s, SAP_RAW* buffer, unsigned length) {
   const unsigned char* data = nullptr;

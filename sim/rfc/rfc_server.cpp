@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "net/listen.h"
 #include "rfc/rfc_service.h"
 
 namespace vsim::rfc {
@@ -287,17 +288,7 @@ RfcGateway& RfcServer::gateway() { return impl_->gateway; }
 std::uint64_t RfcServer::requestCount() const { return impl_->service.requestCount(); }
 
 unsigned short RfcServer::listen(const std::string& address, unsigned short port) {
-  error_code ec;
-  const auto addr = asio::ip::make_address(address, ec);
-  if (ec) throw std::runtime_error("invalid listen address " + address + ": " + ec.message());
-  const tcp::endpoint ep(addr, port);
-  auto& a = impl_->acceptor;
-  a.open(ep.protocol(), ec);
-  if (!ec) a.set_option(asio::socket_base::reuse_address(true), ec);
-  if (!ec) a.bind(ep, ec);
-  if (!ec) a.listen(asio::socket_base::max_listen_connections, ec);
-  if (ec) throw std::runtime_error("cannot listen on " + address + ":" + std::to_string(port) + ": " + ec.message());
-  return a.local_endpoint().port();
+  return net::listen(impl_->acceptor, address, port);
 }
 
 void RfcServer::start() {

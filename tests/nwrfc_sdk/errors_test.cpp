@@ -6,13 +6,7 @@ using namespace sdktest;
 
 namespace {
 
-class Errors : public ::testing::Test {
- protected:
-  void SetUp() override { c = open(); }
-  void TearDown() override { RfcCloseConnection(c, nullptr); }
-  RFC_CONNECTION_HANDLE c = nullptr;
-  RFC_ERROR_INFO info{};
-};
+class Errors : public Connected {};
 
 TEST_F(Errors, AnExceptionKeepsTheConnection) {
   Call call(c, "Z_VSIM_RAISE");

@@ -6,13 +6,7 @@ using namespace sdktest;
 
 namespace {
 
-class Metadata : public ::testing::Test {
- protected:
-  void SetUp() override { c = open(); }
-  void TearDown() override { RfcCloseConnection(c, nullptr); }
-  RFC_CONNECTION_HANDLE c = nullptr;
-  RFC_ERROR_INFO info{};
-};
+class Metadata : public Connected {};
 
 RFC_PARAMETER_DESC parameter(RFC_FUNCTION_DESC_HANDLE f, const std::string& name) {
   RFC_PARAMETER_DESC p{};

@@ -28,58 +28,24 @@ const auto* environment = ::testing::AddGlobalTestEnvironment(new SimEnvironment
 
 }  // namespace
 
+// Conversions through the library's own entry points.
 std::u16string u(const std::string& s) {
-  std::u16string out;
-  for (size_t i = 0; i < s.size();) {
-    unsigned char c = static_cast<unsigned char>(s[i]);
-    char32_t cp;
-    int extra;
-    if (c < 0x80) {
-      cp = c;
-      extra = 0;
-    } else if ((c & 0xE0) == 0xC0) {
-      cp = c & 0x1F;
-      extra = 1;
-    } else if ((c & 0xF0) == 0xE0) {
-      cp = c & 0x0F;
-      extra = 2;
-    } else {
-      cp = c & 0x07;
-      extra = 3;
-    }
-    ++i;
-    for (int k = 0; k < extra && i < s.size(); ++k, ++i) cp = (cp << 6) | (static_cast<unsigned char>(s[i]) & 0x3F);
-    if (cp >= 0x10000) {
-      out += static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
-      out += static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
-    } else {
-      out += static_cast<char16_t>(cp);
-    }
-  }
+  std::u16string out(s.size() + 1, u'\0');
+  unsigned size = static_cast<unsigned>(out.size()), length = 0;
+  EXPECT_EQ(RfcUTF8ToSAPUC(reinterpret_cast<const RFC_BYTE*>(s.data()), static_cast<unsigned>(s.size()), out.data(),
+                           &size, &length, nullptr),
+            RFC_OK);
+  out.resize(length);
   return out;
 }
 
 std::string utf8(std::u16string_view s) {
-  std::string out;
-  for (size_t i = 0; i < s.size(); ++i) {
-    char32_t c = s[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size()) c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
-  }
+  std::string out(3 * s.size() + 1, '\0');
+  unsigned size = static_cast<unsigned>(out.size()), length = 0;
+  EXPECT_EQ(RfcSAPUCToUTF8(s.data(), static_cast<unsigned>(s.size()), reinterpret_cast<RFC_BYTE*>(out.data()), &size,
+                           &length, nullptr),
+            RFC_OK);
+  out.resize(length);
   return out;
 }
 

@@ -66,6 +66,15 @@ void setString(DATA_CONTAINER_HANDLE c, const std::string& name, const std::stri
 // "RFC_OK" and so on, with the record's key and message when not OK.
 std::string describe(RFC_RC rc, const RFC_ERROR_INFO& info);
 
+// A test with a connection of the default logon and an error record.
+class Connected : public ::testing::Test {
+ protected:
+  void SetUp() override { c = open(); }
+  void TearDown() override { RfcCloseConnection(c, nullptr); }
+  RFC_CONNECTION_HANDLE c = nullptr;
+  RFC_ERROR_INFO info{};
+};
+
 // Starts a fault of the RFC front for the next request of this user (Z_VSIM_FAULT).
 void planFault(const std::string& fault, const std::string& user = "DEMO");
 

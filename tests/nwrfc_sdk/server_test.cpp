@@ -191,7 +191,7 @@ class Program {
   std::atomic<RFC_RC> ended_{RFC_OK};
 };
 
-class Server : public ::testing::Test {
+class Server : public Connected {
  protected:
   static void SetUpTestSuite() {
     ASSERT_EQ(RfcInstallGenericServerFunction(serve, describe, nullptr), RFC_OK);
@@ -199,12 +199,11 @@ class Server : public ::testing::Test {
     ASSERT_EQ(RfcInstallTransactionHandlers(nullptr, onCheck, onCommit, onRollback, onConfirm, nullptr), RFC_OK);
   }
   void SetUp() override {
-    c = open();
+    Connected::SetUp();
     std::lock_guard lock(seen.mutex);
     seen.events.clear();
     seen.deny = false;
   }
-  void TearDown() override { RfcCloseConnection(c, nullptr); }
 
   // Z_VSIM_CALL_PROGRAM with these importing values; returns the invoke's result.
   RFC_RC callProgram(Call& call, const std::string& program, const std::string& function, const std::string& json,
@@ -219,9 +218,6 @@ class Server : public ::testing::Test {
     return call.invoke(&info);
   }
   static std::string programId(const std::string& name) { return "VSIM." + name + "." + std::to_string(::getpid()); }
-
-  RFC_CONNECTION_HANDLE c = nullptr;
-  RFC_ERROR_INFO info{};
 };
 
 TEST_F(Server, ASynchronousCallWithTheCallersLogonPassedOn) {

@@ -8,11 +8,8 @@ using namespace sdktest;
 
 namespace {
 
-class Transactional : public ::testing::Test {
+class Transactional : public Connected {
  protected:
-  void SetUp() override { c = open(); }
-  void TearDown() override { RfcCloseConnection(c, nullptr); }
-
   std::u16string newTid() {
     RFC_TID tid;
     EXPECT_EQ(RfcGetTransactionID(c, tid, &info), RFC_OK);
@@ -26,9 +23,6 @@ class Transactional : public ::testing::Test {
     return read.getInt("RUNS");
   }
   std::string key(const std::string& name) { return name + "-" + std::to_string(::getpid()); }
-
-  RFC_CONNECTION_HANDLE c = nullptr;
-  RFC_ERROR_INFO info{};
 };
 
 TEST_F(Transactional, TransactionIdsFromTheSystemAndLocal) {

@@ -11,13 +11,7 @@ using namespace sdktest;
 
 namespace {
 
-class Values : public ::testing::Test {
- protected:
-  void SetUp() override { c = open(); }
-  void TearDown() override { RfcCloseConnection(c, nullptr); }
-  RFC_CONNECTION_HANDLE c = nullptr;
-  RFC_ERROR_INFO info{};
-};
+class Values : public Connected {};
 
 struct Scalar {
   const char* suffix;
