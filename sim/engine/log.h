@@ -1,4 +1,4 @@
-// Request log of the simulated system: one line per request on standard error.
+// Log of the simulated system: one line per request on standard error.
 #pragma once
 
 #include <cstdio>
@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace vsim::soap {
+namespace vsim {
 
 enum class LogLevel { Off = 0, Error = 1, Warn = 2, Info = 3, Debug = 4 };
 
@@ -26,4 +26,4 @@ class Log {
   std::mutex mutex_;
 };
 
-}  // namespace vsim::soap
+}  // namespace vsim

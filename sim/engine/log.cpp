@@ -1,9 +1,9 @@
-#include "soap/log.h"
+#include "engine/log.h"
 
 #include <chrono>
 #include <ctime>
 
-namespace vsim::soap {
+namespace vsim {
 
 std::optional<LogLevel> parseLogLevel(const std::string& text) {
   if (text == "off" || text == "none") return LogLevel::Off;
@@ -29,4 +29,4 @@ void Log::write(LogLevel l, const std::string& text) {
   std::fflush(out_);
 }
 
-}  // namespace vsim::soap
+}  // namespace vsim
