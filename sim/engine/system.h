@@ -64,6 +64,10 @@ class System {
   // Ends the connections of all registered programs; 0 without a gateway.
   size_t dropRegisteredPrograms();
 
+  // Requests the RFC front has taken (the control endpoint's status shows them).
+  void noteRfcRequest() { ++rfcRequests_; }
+  std::uint64_t rfcRequests() const { return rfcRequests_; }
+
   // Counters by name, for test modules that show how often they ran. Returns the new value.
   std::int64_t count(const std::string& key, std::int64_t add);
 
@@ -108,6 +112,7 @@ class System {
   FaultBoard faults_;
   TransactionLog transactions_;
   std::atomic<Gateway*> gateway_{nullptr};
+  std::atomic<std::uint64_t> rfcRequests_{0};
   std::mutex countersMutex_;
   std::map<std::string, std::int64_t> counters_;
 };

@@ -138,6 +138,7 @@ std::string RfcService::errorFrame(const proto::ErrorInfo& e) {
 
 Reply RfcService::handle(ConnectionState& c, std::string_view body) {
   ++requests_;
+  system_.noteRfcRequest();
   try {
     proto::Reader r(body);
     const std::uint8_t kind = r.u8();

@@ -433,7 +433,9 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     std::string body;
     {
       std::lock_guard lock(mutex_);
-      body = "{\"requests\":" + std::to_string(requests_.load()) + ",\"contexts\":" + std::to_string(contexts_.size()) +
+      body = "{\"requests\":" + std::to_string(requests_.load()) +
+             ",\"rfcRequests\":" + std::to_string(system_.rfcRequests()) +
+             ",\"contexts\":" + std::to_string(contexts_.size()) +
              ",\"securitySessions\":" + std::to_string(securitySessions_.size()) + ",\"faults\":[";
     }
     for (size_t i = 0; i < rules.size(); ++i) {

@@ -65,6 +65,14 @@ TEST_F(Service, LogonRefusalsCloseTheConnection) {
   EXPECT_EQ(e.message, "Name or password is incorrect (repeat logon)");
 }
 
+TEST_F(Service, TheSystemCountsEveryRequestOfTheFront) {
+  const std::uint64_t before = system.rfcRequests();
+  logon({{"client", "001"}, {"user", "DEMO"}, {"passwd", "Welcome1"}});
+  invoke("RFC_PING", {});
+  service.handle(state, std::string("\xEE"));
+  EXPECT_EQ(system.rfcRequests(), before + 3);
+}
+
 TEST_F(Service, RequestsBeforeTheLogonAreAProtocolError) {
   const Answer a = invoke("RFC_PING", {});
   ASSERT_EQ(a.kind, MessageKind::Error);
