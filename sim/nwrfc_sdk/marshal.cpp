@@ -15,13 +15,6 @@ using proto::WireType;
 
 namespace {
 
-// UTF-8 of SAP_UC units straight from a record; reuses one buffer per thread.
-std::string& utf8Scratch() {
-  thread_local std::string scratch;
-  scratch.clear();
-  return scratch;
-}
-
 void appendUtf8(std::string& out, const unsigned char* p, size_t units) {
   for (size_t i = 0; i < units; ++i) {
     char16_t c;
@@ -41,6 +34,36 @@ void appendUtf8(std::string& out, const unsigned char* p, size_t units) {
     }
     out += toUtf8(std::u16string_view(&c, 1));
   }
+}
+
+// Bytes of the UTF-8 form of SAP_UC units, as appendUtf8 writes them (a lone surrogate as U+FFFD).
+size_t utf8Size(const unsigned char* p, size_t units) {
+  size_t bytes = 0;
+  for (size_t i = 0; i < units; ++i) {
+    char16_t c;
+    std::memcpy(&c, p + 2 * i, 2);
+    if (c < 0x80) {
+      bytes += 1;
+    } else if (c < 0x800) {
+      bytes += 2;
+    } else if (c >= 0xD800 && c <= 0xDBFF && i + 1 < units) {
+      char16_t d;
+      std::memcpy(&d, p + 2 * (i + 1), 2);
+      const bool pair = d >= 0xDC00 && d <= 0xDFFF;
+      bytes += pair ? 4 : 3;
+      if (pair) ++i;
+    } else {
+      bytes += 3;
+    }
+  }
+  return bytes;
+}
+
+// A text body of SAP_UC units straight from a record into the frame, without a buffer between:
+// no thread-local state, so that a program may load the library with dlopen under any tool.
+void writeUtf8Text(proto::Writer& w, const unsigned char* p, size_t units) {
+  w.varint(utf8Size(p, units));
+  appendUtf8(w.buffer(), p, units);
 }
 
 // Writes UTF-8 as SAP_UC units into `units` places of a record, padding with `pad`.
@@ -101,19 +124,12 @@ void writeBody(proto::Writer& w, const Record& r, const Slot& s) {
     case RFCTYPE_CHAR: {
       size_t n = s.chars;
       while (n > 0 && p[2 * (n - 1)] == ' ' && p[2 * (n - 1) + 1] == 0) --n;
-      std::string& out = utf8Scratch();
-      appendUtf8(out, p, n);
-      w.text(out);
+      writeUtf8Text(w, p, n);
       break;
     }
     case RFCTYPE_NUM:
     case RFCTYPE_DATE:
-    case RFCTYPE_TIME: {
-      std::string& out = utf8Scratch();
-      appendUtf8(out, p, s.chars);
-      w.text(out);
-      break;
-    }
+    case RFCTYPE_TIME: writeUtf8Text(w, p, s.chars); break;
     case RFCTYPE_BCD: {
       char buf[48];
       w.text(std::string_view(buf, packedToChars(p, s.length, s.decimals, buf)));
