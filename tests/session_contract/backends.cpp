@@ -5,9 +5,13 @@
 
 namespace contract {
 
-std::unique_ptr<ContractSystem> StartSoapSystem();  // soap_system.cpp
+std::unique_ptr<ContractSystem> StartSoapSystem();   // soap_system.cpp
+std::unique_ptr<ContractSystem> StartNWRfcSystem();  // nwrfc_system.cpp
 
 INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
-                         ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem}), PrintBackend);
+                         ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem},
+                                           SessionBackend{"NWRfc", u"NWRFC", &StartNWRfcSystem,
+                                                          AbortCall::LetsTheCallFinish}),
+                         PrintBackend);
 
 }  // namespace contract

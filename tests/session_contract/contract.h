@@ -41,11 +41,17 @@ class ContractSystem {
   virtual void Reset() = 0;
 };
 
-// One back end: its name, what SessionType says, and how to reach the system.
+// What AbortCall does to a running call: stop it (no answer, no
+// CallFinished), or nothing, where the back end's SDK cannot stop a call.
+enum class AbortCall { StopsTheCall, LetsTheCallFinish };
+
+// One back end: its name, what SessionType says, how to reach the system,
+// and what its AbortCall does.
 struct SessionBackend {
   std::string name;
   std::u16string sessionType;
   std::function<std::unique_ptr<ContractSystem>()> start;
+  AbortCall abort = AbortCall::StopsTheCall;
 };
 
 inline std::string PrintBackend(const ::testing::TestParamInfo<SessionBackend>& info) { return info.param.name; }

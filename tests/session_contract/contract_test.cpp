@@ -378,6 +378,7 @@ TEST_P(SessionContract, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
 }
 
 TEST_P(SessionContract, AnAbortedCallFiresNothing) {
+  if (GetParam().abort != AbortCall::StopsTheCall) GTEST_SKIP() << "AbortCall of this back end stops no call";
   ASSERT_EQ(m_session->Connect(), S_OK);
   CComPtr<IFunctionCall> wait = Import(u"Z_VSIM_WAIT");
   ASSERT_TRUE(wait);
@@ -395,6 +396,24 @@ TEST_P(SessionContract, AnAbortedCallFiresNothing) {
   ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_FALSE), S_OK);
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Count(), 1);
+}
+
+TEST_P(SessionContract, AbortCallLeavesTheCallToFinishWhereItCannotStopIt) {
+  if (GetParam().abort != AbortCall::LetsTheCallFinish) GTEST_SKIP() << "AbortCall of this back end stops the call";
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  Advise();
+  CComPtr<IFunctionCall> call = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(call);
+  Set(call, u"REQUTEXT", CComVariant(u"goes on"));
+  System().DelayNextAnswer(300);
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  EXPECT_EQ(m_session->AbortCall(), S_OK);
+  EXPECT_TRUE(Active());
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_EQ(m_sink->Count(), 1);
+  EXPECT_FALSE(Active());
+  EXPECT_FALSE(ErrorSet());
+  EXPECT_EQ(Exported(call, u"ECHOTEXT"), "goes on");
 }
 
 // A sink that holds the session and lets go of it in CallFinished.

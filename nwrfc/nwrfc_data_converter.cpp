@@ -1,0 +1,673 @@
+#include "nwrfc/nwrfc_data_converter.h"
+
+#include <algorithm>
+#include <cwctype>
+
+#include <boost/format.hpp>
+
+#include "abap/scalar_conversion.h"
+#include "model/model.h"
+#include "nwrfc/sdk_error.h"
+#include "platform/comdef.h"
+#include "platform/unicode.h"
+#include "runtime/report_error.h"
+#include "runtime/trace.h"
+
+namespace {
+
+std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
+
+// A failed model call or conversion: its result, traced with the place.
+HRESULT Traced(HRESULT hr, const std::string& place) {
+  TraceResult(hr, place.c_str(), __FILE__, __LINE__);
+  return hr;
+}
+HRESULT Traced(HRESULT hr, const boost::format& place) { return Traced(hr, place.str()); }
+
+template <class T>
+T* Required(T* p) {
+  if (!p) throw _com_error(E_POINTER);
+  return p;
+}
+
+bool IsBlank(char16_t c) { return std::iswspace(static_cast<wint_t>(c)) != 0; }
+
+// ReadChars keeps the text without its trailing whitespace.
+constexpr size_t kTrimmed = static_cast<size_t>(-1);
+
+size_t TrimmedEnd(const SAP_UC* text, size_t n) {
+  while (n > 0 && IsBlank(text[n - 1])) --n;
+  return n;
+}
+
+// "%1%=%2%" or "%1%-%2%=%3%" at level 3.
+void TraceValue(std::u16string_view parentName, std::u16string_view name, const VARIANT& value) {
+  if (TraceLevel() < TRACE_INFORMATION) return;
+  const std::string text = Narrow(VariantTraceText(value));
+  if (parentName.empty())
+    TraceLog(TRACE_INFORMATION, boost::format("%1%=%2%") % Narrow(name) % text, nullptr, __FILE__, __LINE__);
+  else
+    TraceLog(TRACE_INFORMATION, boost::format("%1%-%2%=%3%") % Narrow(parentName) % Narrow(name) % text, nullptr,
+             __FILE__, __LINE__);
+}
+
+std::u16string NameOf(IRfcField* field, HRESULT* hr) {
+  CComBSTR name;
+  *hr = field->get_name(&name);
+  return std::u16string(name.View());
+}
+
+}  // namespace
+
+// The members of a table's row type, read once for all its rows.
+struct CNWRFCDataConverter::RowPlan {
+  struct Member {
+    std::u16string name;
+    RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+    int32_t type = -1;
+    int32_t length = 0;
+  };
+  std::vector<Member> members;
+
+  // False when the rows have no row type to read.
+  bool Read(IRfcRows* rows) {
+    CComPtr<IRfcType> rowType;
+    CComPtr<IRfcTypes> types;
+    LONG count = 0;
+    if (FAILED(rows->get_RfcType(&rowType)) || !rowType || FAILED(rowType->get_StructFields(&types)) || !types ||
+        FAILED(types->get_Count(&count)) || count < 1)
+      return false;
+    members.resize(static_cast<size_t>(count));
+    for (LONG i = 1; i <= count; ++i) {
+      CComPtr<IRfcType> type;
+      CComBSTR name;
+      ABAPTYPE scalarType = TYPE_CHAR;
+      SHORT length = 0;
+      Member& m = members[static_cast<size_t>(i - 1)];
+      if (FAILED(types->get_Item(CComVariant(i), &type)) || !type || FAILED(type->get_name(&name)) ||
+          FAILED(type->get_Kind(&m.kind)) || FAILED(type->get_ScalarType(&scalarType)) ||
+          FAILED(type->get_ScalarLength(&length)))
+        return false;
+      m.name = name.View();
+      m.type = scalarType;
+      m.length = length;
+    }
+    return true;
+  }
+};
+
+HRESULT CNWRFCDataConverter::SdkFailure(std::u16string_view context) {
+  return veltrane::nwrfc::ReportRfcError(m_errorInfo ? *m_errorInfo : RFC_ERROR_INFO{}, context, Text::RfcError,
+                                         m_clsid);
+}
+
+// ------------------------------------------------------------ whole calls
+
+HRESULT CNWRFCDataConverter::FillOutgoingArgs(IFunctionCall* call, RFC_FUNCTION_HANDLE function) {
+  CComBSTR functionName;
+  HRESULT hr = Required(call)->get_Function(&functionName);
+  if (FAILED(hr)) return Traced(hr, "get_Function()");
+  CComPtr<IRfcParameters> group;
+  if (FAILED(hr = call->get_Importing(&group))) return Traced(hr, "get_Importing()");
+  if (FAILED(hr = putRfcArgs(group, function, u"IMPORTING", true))) return hr;
+  group.Release();
+  if (FAILED(hr = call->get_Changing(&group))) return Traced(hr, "get_Changing()");
+  if (FAILED(hr = putRfcArgs(group, function, u"CHANGING", false))) return hr;
+  group.Release();
+  if (FAILED(hr = call->get_Tables(&group))) return Traced(hr, "get_Tables()");
+  if (FAILED(hr = putRfcArgs(group, function, u"TABLES", false))) return hr;
+  group.Release();
+  if (FAILED(hr = call->get_Exporting(&group))) return Traced(hr, "get_Exporting()");
+  LONG count = 0;
+  if (FAILED(hr = Required(group.p)->get_Count(&count))) return Traced(hr, "get_Count(EXPORTING)");
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> parameter;
+    if (FAILED(hr = group->get_Item(CComVariant(i), &parameter))) return Traced(hr, "get_Item(EXPORTING)");
+    CComBSTR name;
+    VARIANT_BOOL requested = VARIANT_TRUE;
+    if (FAILED(hr = Required(parameter.p)->get_name(&name)) || FAILED(hr = parameter->get_IsRequested(&requested)))
+      return Traced(hr, "get_Item(EXPORTING)");
+    const std::u16string parameterName(name.View());
+    if (m_sdk.RfcSetParameterActive(function, parameterName.c_str(), requested == VARIANT_TRUE ? 1 : 0, m_errorInfo) !=
+            RFC_OK &&
+        FAILED(hr = SdkFailure(parameterName)))
+      return hr;
+  }
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::FillIncomingArgs(RFC_RC rfcResult, RFC_FUNCTION_HANDLE function, IFunctionCall* call) {
+  CComBSTR functionName;
+  HRESULT hr = Required(call)->get_Function(&functionName);
+  if (FAILED(hr)) return Traced(hr, "get_Function()");
+  CComPtr<IRfcParameters> group;
+  if (rfcResult == RFC_OK) {
+    if (FAILED(hr = call->get_Exporting(&group))) return Traced(hr, "get_Exporting()");
+    if (FAILED(hr = getRfcArgs(function, group, u"EXPORTING"))) return hr;
+    group.Release();
+    if (FAILED(hr = call->get_Changing(&group))) return Traced(hr, "get_Changing()");
+    if (FAILED(hr = getRfcArgs(function, group, u"CHANGING"))) return hr;
+    group.Release();
+  } else if (rfcResult != RFC_ABAP_EXCEPTION) {
+    return S_OK;
+  }
+  if (FAILED(hr = call->get_Tables(&group))) return Traced(hr, "get_Tables()");
+  return getRfcArgs(function, group, u"TABLES");
+}
+
+// -------------------------------------------------------------- parameters
+
+HRESULT CNWRFCDataConverter::getRfcArgs(DATA_CONTAINER_HANDLE container, IRfcParameters* parameters,
+                                        std::u16string_view groupName) {
+  LONG count = 0;
+  HRESULT hr = Required(parameters)->get_Count(&count);
+  if (FAILED(hr)) return Traced(hr, boost::format("get_Count(%1%)") % Narrow(groupName));
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> parameter;
+    if (FAILED(hr = parameters->get_Item(CComVariant(i), &parameter)))
+      return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(groupName) % i);
+    VARIANT_BOOL requested = VARIANT_TRUE;
+    if (FAILED(hr = Required(parameter.p)->get_IsRequested(&requested)))
+      return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(groupName) % i);
+    // The group ends at the first parameter nobody asked for.
+    if (requested == VARIANT_FALSE) return S_OK;
+    CComPtr<IRfcField> field;
+    if (FAILED(hr = parameter->get_InternalField(&field)))
+      return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(groupName) % i);
+    if (FAILED(hr = getRfcField(container, Required(field.p), true, u""))) return hr;
+  }
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::putRfcArgs(IRfcParameters* parameters, DATA_CONTAINER_HANDLE container,
+                                        std::u16string_view groupName, bool deactivateEmpty) {
+  LONG count = 0;
+  HRESULT hr = Required(parameters)->get_Count(&count);
+  if (FAILED(hr)) return Traced(hr, boost::format("putRfcArgs(%1%)") % Narrow(groupName));
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> parameter;
+    if (FAILED(hr = parameters->get_Item(CComVariant(i), &parameter)))
+      return Traced(hr, boost::format("putRfcArgs(%1%)") % Narrow(groupName));
+    VARIANT_BOOL empty = VARIANT_FALSE, requested = VARIANT_TRUE;
+    CComBSTR name;
+    if (FAILED(hr = Required(parameter.p)->get_IsEmpty(&empty)) ||
+        FAILED(hr = parameter->get_IsRequested(&requested)) || FAILED(hr = parameter->get_name(&name)))
+      return Traced(hr, boost::format("putRfcArgs(%1%)") % Narrow(groupName));
+    const bool isEmpty = empty == VARIANT_TRUE;
+    const bool isRequested = requested == VARIANT_TRUE;
+    // Not requested, or requested, empty and to be switched off: inactive.
+    if (!isRequested || (isEmpty && deactivateEmpty)) {
+      const std::u16string parameterName(name.View());
+      if (m_sdk.RfcSetParameterActive(container, parameterName.c_str(), 0, m_errorInfo) != RFC_OK &&
+          FAILED(hr = SdkFailure(parameterName)))
+        return hr;
+    }
+    // Whether the value goes out is decided by emptiness alone.
+    if (isEmpty) continue;
+    CComPtr<IRfcField> field;
+    if (FAILED(hr = parameter->get_InternalField(&field)))
+      return Traced(hr, boost::format("putRfcArgs(%1%)") % Narrow(groupName));
+    if (FAILED(hr = putRfcField(Required(field.p), container, true, u""))) return hr;
+  }
+  return S_OK;
+}
+
+// ------------------------------------------------------------------ fields
+
+HRESULT CNWRFCDataConverter::getRfcField(DATA_CONTAINER_HANDLE container, IRfcField* field, bool traceValues,
+                                         std::u16string_view parentName) {
+  HRESULT hr;
+  const std::u16string name = NameOf(field, &hr);
+  if (FAILED(hr)) return Traced(hr, "get_name()");
+  CComPtr<IRfcType> type;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_Kind(&kind)))
+    return Traced(hr, boost::format("get_RfcType(%1%)") % Narrow(name));
+  switch (kind) {
+    case RFCTYPEKIND_SCALAR: return getScalarVal(container, field, traceValues, parentName);
+    case RFCTYPEKIND_STRUCT: {
+      CComPtr<IRfcFields> fields;
+      if (FAILED(hr = field->get_Fields(&fields))) return Traced(hr, boost::format("%1%: get_Fields()") % Narrow(name));
+      RFC_STRUCTURE_HANDLE structure = nullptr;
+      if (m_sdk.RfcGetStructure(container, name.c_str(), &structure, m_errorInfo) != RFC_OK &&
+          FAILED(hr = SdkFailure(name)))
+        return hr;
+      if (FAILED(hr = getStructFields(structure, Required(fields.p), traceValues, name)))
+        return Traced(hr, boost::format("GetStructFields(%1%)") % Narrow(name));
+      return S_OK;
+    }
+    case RFCTYPEKIND_TABLE: return GetTable(container, field, name);
+    default: return S_OK;
+  }
+}
+
+HRESULT CNWRFCDataConverter::putRfcField(IRfcField* field, DATA_CONTAINER_HANDLE container, bool traceValues,
+                                         std::u16string_view parentName) {
+  HRESULT hr;
+  const std::u16string name = NameOf(field, &hr);
+  if (FAILED(hr)) return Traced(hr, "get_name()");
+  CComPtr<IRfcType> type;
+  RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_Kind(&kind)))
+    return Traced(hr, boost::format("putRfcField(%1%)") % Narrow(name));
+  switch (kind) {
+    case RFCTYPEKIND_SCALAR: return putScalarVal(field, container, traceValues, parentName);
+    case RFCTYPEKIND_STRUCT: {
+      CComPtr<IRfcFields> fields;
+      if (FAILED(hr = field->get_Fields(&fields))) return Traced(hr, boost::format("%1%: get_Fields()") % Narrow(name));
+      RFC_STRUCTURE_HANDLE structure = nullptr;
+      if (m_sdk.RfcGetStructure(container, name.c_str(), &structure, m_errorInfo) != RFC_OK &&
+          FAILED(hr = SdkFailure(u"RfcGetStructure([" + name + u"])")))
+        return hr;
+      if (FAILED(hr = putStructFields(Required(fields.p), structure, traceValues, name)))
+        return Traced(hr, boost::format("putStructFields(%1%)") % Narrow(name));
+      return S_OK;
+    }
+    case RFCTYPEKIND_TABLE: return PutTable(field, container, name);
+    default: return S_OK;
+  }
+}
+
+HRESULT CNWRFCDataConverter::getStructFields(DATA_CONTAINER_HANDLE container, IRfcFields* fields, bool traceValues,
+                                             std::u16string_view parentName) {
+  LONG count = 0;
+  HRESULT hr = fields->get_Count(&count);
+  if (FAILED(hr)) return Traced(hr, boost::format("%1%: fields->get_Count()") % Narrow(parentName));
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcField> field;
+    if (FAILED(hr = fields->get_Item(CComVariant(i), &field))) return Traced(hr, boost::format("get_Item(%1%)") % i);
+    if (FAILED(hr = getRfcField(container, Required(field.p), traceValues, parentName)))
+      return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(parentName) % i);
+  }
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::putStructFields(IRfcFields* fields, DATA_CONTAINER_HANDLE container, bool traceValues,
+                                             std::u16string_view parentName) {
+  LONG count = 0;
+  HRESULT hr = fields->get_Count(&count);
+  if (FAILED(hr)) return Traced(hr, boost::format("%1%: fields->get_Count()") % Narrow(parentName));
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcField> field;
+    if (FAILED(hr = fields->get_Item(CComVariant(i), &field))) return Traced(hr, boost::format("get_Item(%1%)") % i);
+    if (FAILED(hr = putRfcField(Required(field.p), container, traceValues, parentName)))
+      return Traced(hr, boost::format("PutStructFields(%1%[%2%])") % Narrow(parentName) % i);
+  }
+  return S_OK;
+}
+
+// ------------------------------------------------------------------ tables
+
+HRESULT CNWRFCDataConverter::GetTable(DATA_CONTAINER_HANDLE container, IRfcField* field, const std::u16string& name) {
+  CComPtr<IRfcRows> rows;
+  HRESULT hr = field->get_Rows(&rows);
+  if (FAILED(hr)) return Traced(hr, boost::format("get_Rows(%1%)") % Narrow(name));
+  // Rows of an earlier call go before anything is read.
+  if (FAILED(hr = Required(rows.p)->RemoveAll())) return Traced(hr, "rows->RemoveAll()");
+  RFC_TABLE_HANDLE table = nullptr;
+  if (m_sdk.RfcGetTable(container, name.c_str(), &table, m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(u"RfcGetTable([" + name + u"])")))
+    return hr;
+  unsigned count = 0;
+  if (m_sdk.RfcGetRowCount(table, &count, m_errorInfo) != RFC_OK && FAILED(hr = SdkFailure(u"GetRowCount"))) return hr;
+  if (count == 0) {
+    TraceLog(TRACE_INFORMATION, boost::format("RfcGetField(%1%) (0 rows)") % Narrow(name), nullptr, __FILE__, __LINE__);
+    return S_OK;
+  }
+  if (m_sdk.RfcMoveToFirstRow(table, m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u")")))
+    return hr;
+  RowPlan plan;
+  if (plan.Read(rows)) {
+    hr = GetPlannedRows(table, rows, plan, count, name);
+    if (hr != E_NOINTERFACE) return hr;
+  }
+  // Rows of another implementation: one at a time through the interfaces.
+  for (unsigned i = 0; i < count; ++i) {
+    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+    if (!row) {
+      const std::u16string context = u"RfcGetCurrentRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])";
+      hr = SdkFailure(context);
+      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
+    }
+    CComPtr<IRfcFields> fields;
+    if (FAILED(hr = rows->AddRow(&fields))) return Traced(hr, "AddRow");
+    if (FAILED(hr = getStructFields(row, Required(fields.p), false, u"")))
+      return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(name) % i);
+    if (i + 1 < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
+        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])")))
+      return hr;
+  }
+  return S_OK;
+}
+
+// All rows appended at once and filled cell by cell with the plan's names
+// and types. E_NOINTERFACE, with nothing added, for rows the model cannot
+// append this way. A failure leaves the rows read before it.
+HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* rows, const RowPlan& plan, unsigned count,
+                                            const std::u16string& name) {
+  std::vector<CRfcField*> cells;
+  cells.reserve(static_cast<size_t>(count) * plan.members.size());
+  HRESULT hr = RfcRowsAddRows(rows, static_cast<LONG>(count), &cells);
+  if (hr == E_NOINTERFACE) return hr;
+  if (FAILED(hr)) return Traced(hr, "AddRow");
+  const size_t width = plan.members.size();
+  auto keepRows = [&](unsigned kept) {
+    for (LONG position = static_cast<LONG>(count); position > static_cast<LONG>(kept); --position)
+      RfcRowsRemove(rows, position);
+  };
+  VARIANT value;
+  VariantInit(&value);
+  for (unsigned i = 0; i < count; ++i) {
+    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+    if (!row) {
+      keepRows(i);
+      hr = SdkFailure(u"RfcGetCurrentRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])");
+      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
+    }
+    CRfcField* const* cell = cells.data() + static_cast<size_t>(i) * width;
+    for (size_t j = 0; j < width; ++j) {
+      const RowPlan::Member& member = plan.members[j];
+      if (member.kind == RFCTYPEKIND_SCALAR) {
+        hr = ReadScalar(row, member.name, member.type, member.length, value);
+        if (SUCCEEDED(hr)) hr = RfcFieldAttachValue(cell[j], &value);
+        VariantClear(&value);
+      } else {
+        hr = getRfcField(row, RfcFieldInterface(cell[j]), false, u"");
+      }
+      if (FAILED(hr)) {
+        keepRows(i + 1);
+        return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(name) % i);
+      }
+    }
+    if (i + 1 < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
+        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])"))) {
+      keepRows(i + 1);
+      return hr;
+    }
+  }
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE container, const std::u16string& name) {
+  CComPtr<IRfcRows> rows;
+  HRESULT hr = field->get_Rows(&rows);
+  if (FAILED(hr)) return Traced(hr, boost::format("get_Rows(%1%)") % Narrow(name));
+  LONG count = 0;
+  if (FAILED(hr = Required(rows.p)->get_Count(&count)))
+    return Traced(hr, boost::format("get_Count(%1%)") % Narrow(name));
+  RFC_TABLE_HANDLE table = nullptr;
+  if (m_sdk.RfcGetTable(container, name.c_str(), &table, m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(u"RfcGetTable([" + name + u"])")))
+    return hr;
+  // What the container held is replaced, not extended.
+  if (m_sdk.RfcDeleteAllRows(table, m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(u"RfcDeleteAllRows([" + name + u"])")))
+    return hr;
+  // The whole table in one call; the cursor stands on the first new row.
+  if (m_sdk.RfcAppendNewRows(table, static_cast<unsigned>(count), m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(u"RfcAppendNewRows(" + name + u", %2)")))
+    return hr;
+  RowPlan plan;
+  const bool planned = count > 0 && plan.Read(rows);
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcFields> fields;
+    if (FAILED(hr = rows->get_Item(i, &fields)))
+      return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(name) % i);
+    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+    if (!row) {
+      hr = SdkFailure(u"RfcGetCurrentRow([" + name + u"])");
+      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
+    }
+    if (FAILED(hr = PutRow(Required(fields.p), planned ? &plan : nullptr, row)))
+      return Traced(hr, boost::format("PutStructFields(%1%[%2%])") % Narrow(name) % i);
+    if (i < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
+        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])")))
+      return hr;
+  }
+  return S_OK;
+}
+
+// One row: with a plan, its scalars by the plan's names and types, without
+// asking each field; without one (or for a row that does not fit it), as
+// any structure.
+HRESULT CNWRFCDataConverter::PutRow(IRfcFields* row, const RowPlan* plan, DATA_CONTAINER_HANDLE handle) {
+  LONG width = 0;
+  if (!plan || FAILED(row->get_Count(&width)) || static_cast<size_t>(width) != plan->members.size())
+    return putStructFields(row, handle, false, u"");
+  HRESULT hr;
+  for (LONG j = 1; j <= width; ++j) {
+    CComPtr<IRfcField> field;
+    if (FAILED(hr = row->get_Item(CComVariant(j), &field))) return Traced(hr, boost::format("get_Item(%1%)") % j);
+    const RowPlan::Member& member = plan->members[static_cast<size_t>(j - 1)];
+    if (member.kind != RFCTYPEKIND_SCALAR) {
+      if (FAILED(hr = putRfcField(Required(field.p), handle, false, u""))) return hr;
+      continue;
+    }
+    CComVariant value;
+    if (FAILED(hr = Required(field.p)->get_value(&value))) return Traced(hr, "get_value()");
+    if (value.vt < VT_I2) continue;
+    if (FAILED(hr = WriteScalar(handle, member.name, member.type, value))) return hr;
+  }
+  return S_OK;
+}
+
+// ----------------------------------------------------------------- scalars
+
+HRESULT CNWRFCDataConverter::getScalarVal(DATA_CONTAINER_HANDLE container, IRfcField* field, bool traceValues,
+                                          std::u16string_view parentName) {
+  HRESULT hr;
+  const std::u16string name = NameOf(field, &hr);
+  if (FAILED(hr)) return Traced(hr, "get_name()");
+  CComPtr<IRfcType> type;
+  ABAPTYPE scalarType = TYPE_CHAR;
+  SHORT length = 0;
+  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_ScalarType(&scalarType)) ||
+      FAILED(hr = type->get_ScalarLength(&length)))
+    return Traced(hr, boost::format("get_RfcType(%1%)") % Narrow(name));
+  CComVariant value;
+  if (FAILED(hr = ReadScalar(container, name, scalarType, length, value))) return hr;
+  if (traceValues) TraceValue(parentName, name, value);
+  return RfcFieldAttachValue(field, &value);
+}
+
+HRESULT CNWRFCDataConverter::putScalarVal(IRfcField* field, DATA_CONTAINER_HANDLE container, bool traceValues,
+                                          std::u16string_view parentName) {
+  HRESULT hr;
+  const std::u16string name = NameOf(field, &hr);
+  if (FAILED(hr)) return Traced(hr, "get_name()");
+  CComVariant value;
+  if (FAILED(hr = field->get_value(&value))) return Traced(hr, boost::format("get_value(%1%)") % Narrow(name));
+  // Nothing to send: the SDK keeps the field's initial value.
+  if (value.vt < VT_I2) return S_OK;
+  CComPtr<IRfcType> type;
+  ABAPTYPE scalarType = TYPE_CHAR;
+  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_ScalarType(&scalarType)))
+    return Traced(hr, boost::format("get_RfcType(%1%)") % Narrow(name));
+  if (traceValues) TraceValue(parentName, name, value);
+  return WriteScalar(container, name, scalarType, value);
+}
+
+HRESULT CNWRFCDataConverter::ReadChars(DATA_CONTAINER_HANDLE container, const std::u16string& name, unsigned count,
+                                       size_t keep, VARIANT& value) {
+  if (m_chars.size() < count) m_chars.resize(count);
+  if (m_sdk.RfcGetChars(container, name.c_str(), m_chars.data(), count, m_errorInfo) != RFC_OK) {
+    const HRESULT hr = SdkFailure(name);
+    if (FAILED(hr)) return hr;
+  }
+  const size_t n = keep == kTrimmed ? TrimmedEnd(m_chars.data(), count) : std::min<size_t>(keep, count);
+  value.vt = VT_BSTR;
+  value.bstrVal = SysAllocStringLen(m_chars.data(), static_cast<UINT>(n));
+  if (!value.bstrVal) {
+    value.vt = VT_EMPTY;
+    return E_OUTOFMEMORY;
+  }
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::ReadBytes(DATA_CONTAINER_HANDLE container, const std::u16string& name, unsigned count,
+                                       VARIANT& value) {
+  SAFEARRAY* array = SafeArrayCreateVector(VT_UI1, 0, count);
+  if (!array) return E_OUTOFMEMORY;
+  value.vt = VT_ARRAY | VT_UI1;
+  value.parray = array;
+  void* data = nullptr;
+  HRESULT hr = SafeArrayAccessData(array, &data);
+  if (FAILED(hr)) return hr;
+  unsigned written = 0;
+  const RFC_RC rc =
+      m_sdk.RfcGetXString(container, name.c_str(), static_cast<SAP_RAW*>(data), count, &written, m_errorInfo);
+  SafeArrayUnaccessData(array);
+  // The array keeps its count, whatever the SDK wrote.
+  if (rc != RFC_OK && FAILED(hr = SdkFailure(name))) return hr;
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::ReadScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type,
+                                        int32_t length, VARIANT& value) {
+  const SAP_UC* field = name.c_str();
+  RFC_RC rc = RFC_OK;
+  switch (type) {
+    case TYPE_CHAR:
+    case TYPE_NUM: return ReadChars(container, name, static_cast<unsigned>(length > 0 ? length : 0), kTrimmed, value);
+    case TYPE_BCD:
+      return ReadChars(container, name, static_cast<unsigned>(length + 1 > 0 ? length + 1 : 0), kTrimmed, value);
+    case TYPE_STRING: {
+      unsigned n = 0;
+      m_sdk.RfcGetStringLength(container, field, &n, m_errorInfo);
+      return ReadChars(container, name, n + 1, n, value);
+    }
+    case TYPE_DATE: {
+      RFC_DATE date{};
+      if ((rc = m_sdk.RfcGetDate(container, field, date, m_errorInfo)) != RFC_OK) break;
+      if (!RfcDateToVariant(&value, date)) return ReportError(m_clsid, Text::InvalidDateTime);
+      return S_OK;
+    }
+    case TYPE_TIME: {
+      RFC_TIME time{};
+      if ((rc = m_sdk.RfcGetTime(container, field, time, m_errorInfo)) != RFC_OK) break;
+      if (FAILED(RfcTimeToVariant(&value, time))) return ReportError(m_clsid, Text::InvalidDateTime);
+      return S_OK;
+    }
+    case TYPE_BYTE: return ReadBytes(container, name, static_cast<unsigned>(length > 0 ? length : 0), value);
+    case TYPE_XSTRING: {
+      unsigned n = 0;
+      m_sdk.RfcGetStringLength(container, field, &n, m_errorInfo);
+      return ReadBytes(container, name, n, value);
+    }
+    case TYPE_FLOAT:
+      value.vt = VT_R8;
+      value.dblVal = 0;
+      rc = m_sdk.RfcGetFloat(container, field, &value.dblVal, m_errorInfo);
+      break;
+    case TYPE_INT: {
+      // The SDK's 32 bits fill the lower half of a zeroed 64-bit value.
+      RFC_INT n = 0;
+      rc = m_sdk.RfcGetInt(container, field, &n, m_errorInfo);
+      value.vt = VT_I8;
+      value.llVal = static_cast<LONGLONG>(static_cast<uint32_t>(n));
+      break;
+    }
+    case TYPE_INT2:
+      value.vt = VT_I2;
+      value.iVal = 0;
+      rc = m_sdk.RfcGetInt2(container, field, &value.iVal, m_errorInfo);
+      break;
+    case TYPE_INT1: {
+      RFC_INT1 n = 0;
+      rc = m_sdk.RfcGetInt1(container, field, &n, m_errorInfo);
+      value.vt = VT_I1;
+      value.cVal = static_cast<CHAR>(n);
+      break;
+    }
+    default: return S_OK;
+  }
+  if (rc != RFC_OK) return SdkFailure(name);
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::WriteScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type,
+                                         VARIANT& value) {
+  const SAP_UC* field = name.c_str();
+  HRESULT hr = S_OK;
+  RFC_RC rc = RFC_OK;
+  auto change = [&](VARTYPE vt) {
+    if (value.vt == vt) return S_OK;
+    const HRESULT changed = VariantChangeType(&value, &value, 0, vt);
+    if (FAILED(changed)) Traced(changed, boost::format("putRfcField(%1%)") % Narrow(name));
+    return changed;
+  };
+  switch (type) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+    case TYPE_STRING: {
+      if (FAILED(hr = change(VT_BSTR))) return hr;
+      const unsigned n = SysStringLen(value.bstrVal);
+      const SAP_UC* text = value.bstrVal ? value.bstrVal : u"";
+      rc = type == TYPE_CHAR  ? m_sdk.RfcSetChars(container, field, text, n, m_errorInfo)
+           : type == TYPE_NUM ? m_sdk.RfcSetNum(container, field, text, n, m_errorInfo)
+                              : m_sdk.RfcSetString(container, field, text, n, m_errorInfo);
+      break;
+    }
+    case TYPE_BCD: {
+      if (FAILED(hr = change(VT_BSTR))) return hr;
+      const std::u16string_view text(value.bstrVal ? value.bstrVal : u"", SysStringLen(value.bstrVal));
+      size_t first = 0;
+      while (first < text.size() && IsBlank(text[first])) ++first;
+      if (first == text.size()) {
+        // Only blanks: zero, whatever the SDK answers.
+        m_sdk.RfcSetChars(container, field, u"0", 1, m_errorInfo);
+        return S_OK;
+      }
+      rc = m_sdk.RfcSetChars(container, field, text.data(), static_cast<unsigned>(text.size()), m_errorInfo);
+      break;
+    }
+    case TYPE_DATE: {
+      RFC_DATE date;
+      RfcVariantToDate(date, &value);
+      rc = m_sdk.RfcSetDate(container, field, date, m_errorInfo);
+      break;
+    }
+    case TYPE_TIME: {
+      RFC_TIME time;
+      RfcVariantToTime(time, &value);
+      rc = m_sdk.RfcSetTime(container, field, time, m_errorInfo);
+      break;
+    }
+    case TYPE_BYTE:
+    case TYPE_XSTRING: {
+      if (FAILED(hr = change(VT_ARRAY | VT_UI1))) return hr;
+      SAFEARRAY* array = value.parray;
+      if (!array || SafeArrayGetElemsize(array) != 1) return S_OK;
+      LONG lower = 0, upper = -1;
+      SafeArrayGetLBound(array, 1, &lower);
+      SafeArrayGetUBound(array, 1, &upper);
+      void* data = nullptr;
+      if (FAILED(hr = SafeArrayAccessData(array, &data))) return hr;
+      // The SDK's answer is not looked at.
+      m_sdk.RfcSetXString(container, field, static_cast<const SAP_RAW*>(data), static_cast<unsigned>(upper - lower + 1),
+                          m_errorInfo);
+      SafeArrayUnaccessData(array);
+      return S_OK;
+    }
+    case TYPE_FLOAT:
+      if (FAILED(hr = change(VT_R8))) return hr;
+      rc = m_sdk.RfcSetFloat(container, field, value.dblVal, m_errorInfo);
+      break;
+    case TYPE_INT:
+      if (FAILED(hr = change(VT_I8))) return hr;
+      rc = m_sdk.RfcSetInt(container, field, static_cast<RFC_INT>(static_cast<uint32_t>(value.llVal)), m_errorInfo);
+      break;
+    case TYPE_INT2:
+      if (FAILED(hr = change(VT_I2))) return hr;
+      rc = m_sdk.RfcSetInt2(container, field, value.iVal, m_errorInfo);
+      break;
+    case TYPE_INT1:
+      if (FAILED(hr = change(VT_I1))) return hr;
+      rc = m_sdk.RfcSetInt1(container, field, static_cast<RFC_INT1>(value.cVal), m_errorInfo);
+      break;
+    default: return S_OK;
+  }
+  if (rc != RFC_OK) return SdkFailure(name);
+  return S_OK;
+}

@@ -1,0 +1,354 @@
+#include "nwrfc/nwrfc_session.h"
+
+#include <thread>
+
+#include <boost/exception/diagnostic_information.hpp>
+#include <boost/format.hpp>
+
+#include "nwrfc/connection_parameters.h"
+#include "nwrfc/nwrfc_data_converter.h"
+#include "nwrfc/nwrfc_field.h"
+#include "nwrfc/sdk_error.h"
+#include "nwrfc/sdk_text.h"
+#include "platform/comdef.h"
+#include "platform/unicode.h"
+#include "runtime/report_error.h"
+#include "runtime/trace.h"
+
+using namespace veltrane::nwrfc;
+
+namespace {
+
+std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
+
+void Log(int level, const boost::format& text, const char* operation) {
+  TraceLog(level, text, operation, __FILE__, __LINE__);
+}
+
+HRESULT Report(Text text) { return ReportError(CLSID_NWRfcSession, text); }
+
+std::u16string FunctionName(IFunctionCall* call) {
+  CComBSTR name;
+  ThrowIfFailed(call->get_Function(&name));
+  return std::u16string(name.View());
+}
+
+// The description of a failed result for a record without SDK details: the
+// thread's error record if there is one, else the platform's text.
+std::u16string FailureText(HRESULT hr) {
+  CComPtr<IErrorInfo> info;
+  CComBSTR text;
+  if (GetErrorInfo(0, &info) == S_OK && info && SUCCEEDED(info->GetDescription(&text)) && text.Length() > 0)
+    return std::u16string(text.View());
+  return HResultMessage(hr);
+}
+
+}  // namespace
+
+// One call on its way through the SDK: the function container, filled.
+class CNWRfcSession::NWCall final : public RunningCall {
+ public:
+  NWCall(CNWRfcSession* session, IFunctionCall* call, RFC_FUNCTION_HANDLE function)
+      : m_session(session), m_call(call), m_function(function) {}
+
+  void RunSynchronously() override {
+    CNWRfcSession* session = m_session;
+    const HRESULT hr = session->DoInvoke(m_call, m_function);
+    session->EndCall();  // destroys this object
+    if (FAILED(hr)) throw _com_error(hr);
+  }
+
+  // The invoke runs on a detached thread in an apartment of its own; the
+  // session is pinned until CallFinished has fired.
+  void Start() override {
+    CNWRfcSession* session = m_session;
+    {
+      std::lock_guard<std::mutex> lock(session->m_invokeMutex);
+      session->m_invoking = true;
+    }
+    std::thread([session, call = m_call, function = m_function] {
+      CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+      const HRESULT hr = session->DoInvoke(call, function);
+      if (FAILED(hr)) session->RecordAsynchronousFailure(hr);
+      session->EndCall();
+      {
+        std::lock_guard<std::mutex> lock(session->m_invokeMutex);
+        session->m_invoking = false;
+      }
+      session->m_invokeEnded.notify_all();
+      session->FinishAsynchronousCall();  // the last use of the session
+      CoUninitialize();
+    }).detach();
+  }
+
+  // Never asked for: AbortCall is the session's own and stops nothing.
+  void Abort() override {}
+
+ private:
+  CNWRfcSession* m_session;
+  CComPtr<IFunctionCall> m_call;
+  RFC_FUNCTION_HANDLE m_function;
+};
+
+bool CNWRfcSession::TidOrder::operator()(const CComBSTR& a, const CComBSTR& b) const {
+  return VarBstrCmp(a.m_str, b.m_str, 0x400, 0) == VARCMP_LT;
+}
+
+HRESULT CNWRfcSession::FinalConstruct() {
+  CRfcSystemData* data = nullptr;
+  HRESULT hr = CRfcSystemData::CreateInstance(&data);
+  if (FAILED(hr)) return hr;
+  m_systemData.Attach(data);
+  return S_OK;
+}
+
+CNWRfcSession::~CNWRfcSession() {
+  if (m_connection) CloseConnection();
+  // Transactions never confirmed: their handles are the SDK's to free.
+  if (const EntryPoints* sdk = NWRfcLibrary::Loaded())
+    for (auto& [tid, handle] : m_transactions)
+      if (handle) sdk->RfcDestroyTransaction(handle, nullptr);
+}
+
+// ------------------------------------------------------------- properties
+
+HRESULT CNWRfcSession::get_IsConnected(VARIANT_BOOL* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = reinterpret_cast<intptr_t>(m_connection) > 0 ? VARIANT_TRUE : VARIANT_FALSE;
+  return S_OK;
+}
+
+HRESULT CNWRfcSession::get_CallActive(VARIANT_BOOL* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = CallRunning() ? VARIANT_TRUE : VARIANT_FALSE;
+  return S_OK;
+}
+
+HRESULT CNWRfcSession::get_SessionType(BSTR* pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = SysAllocString(u"NWRFC");
+  return *pVal ? S_OK : E_OUTOFMEMORY;
+}
+
+HRESULT CNWRfcSession::get_RfcSystemData(IRfcSystemData** pVal) {
+  if (!pVal) return E_POINTER;
+  *pVal = m_systemData;
+  (*pVal)->AddRef();
+  return S_OK;
+}
+
+// ------------------------------------------------------------ the results
+
+HRESULT CNWRfcSession::PublishRfcResult(const RFC_ERROR_INFO& info, std::u16string_view context, Text code) {
+  if (info.code == RFC_OK) {
+    ClearError();
+    if (!context.empty()) Log(TRACE_INFORMATION, boost::format("%1%: RFC_OK") % Narrow(context), "PublishRfcResult");
+    return S_OK;
+  }
+  SetError(ErrorRecordOf(info));
+  if (TraceLevel() >= TRACE_ERROR) {
+    const std::string rc = Narrow(SapText(Sdk().RfcGetRcAsString(info.code)));
+    const std::string key = Narrow(SapText(info.key)), message = Narrow(SapText(info.message));
+    if (context.empty())
+      Log(TRACE_ERROR, boost::format("RFC Error %1%: %2% %3%") % rc % key % message, "PublishRfcResult");
+    else
+      Log(TRACE_ERROR, boost::format("%1%: RFC Error %2%: %3% %4%") % Narrow(context) % rc % key % message,
+          "PublishRfcResult");
+  }
+  return Report(code);
+}
+
+void CNWRfcSession::ShowExceptionKey(const RFC_ERROR_INFO& info) {
+  if (IRfcError* error = ErrorInfoObject()) error->put_Message(CComBSTR(SapText(info.key)));
+}
+
+std::u16string CNWRfcSession::InvokeContext(std::u16string_view function, RFC_RC rc) const {
+  if (rc == RFC_ABAP_EXCEPTION)
+    return u"RfcInvoke(" + std::u16string(function) + u"): ABAP_EXCEPTION " + std::u16string(SapText(m_errorInfo.key));
+  return u"RfcInvoke(" + std::u16string(function) + u")";
+}
+
+void CNWRfcSession::RecordAsynchronousFailure(HRESULT hr) {
+  if (ErrorFlag()) return;
+  SetError(RfcErrorRecord(RFCERROR_INTERNAL, u"FillIncomingArgs", FailureText(hr)));
+}
+
+// ---------------------------------------------------------------- connect
+
+HRESULT CNWRfcSession::Connect() {
+  if (m_connection) return Report(Text::AlreadyConnected);
+  return Guard("Connect", [&]() -> HRESULT {
+    const std::u16string normalised = NormaliseBackslashes(m_systemData->ConnectString());
+    Log(TRACE_INFORMATION, boost::format("connectstr=%1%") % Narrow(normalised), "Connect");
+    ConnectionParameters parameters;
+    try {
+      parameters.AddConnectString(normalised);
+    } catch (const InvalidConnectString&) {
+      Log(TRACE_ERROR, boost::format("connectstr=%1%") % Narrow(normalised), "Connect");
+      return Report(Text::InvalidConnectionString);
+    } catch (const std::exception& e) {
+      Log(TRACE_ERROR, boost::format("error while parsing connectstring: %1%") % boost::diagnostic_information(e),
+          "Connect");
+      return E_INVALIDARG;
+    }
+    const SHORT visualMode = m_systemData->VisualMode();
+    if (visualMode == 1 || visualMode == 2) parameters.Add(u"use_sapgui", visualMode == 1 ? u"1" : u"2");
+    const CLogonData* logon = Logon();
+    const std::pair<const char16_t*, std::u16string_view> fromLogon[] = {{u"client", logon->Client()},
+                                                                         {u"user", logon->User()},
+                                                                         {u"passwd", logon->Password()},
+                                                                         {u"lang", logon->Language()},
+                                                                         {u"mysapsso2", logon->SSO2Ticket()}};
+    for (const auto& [name, value] : fromLogon)
+      if (!value.empty()) parameters.Add(name, std::u16string(value));
+    const std::string masked = Narrow(parameters.MaskedText());
+
+    HRESULT hr = InitSDK(m_errorInfo);
+    if (FAILED(hr)) return hr;
+    Log(TRACE_INFORMATION, boost::format("Calling RfcOpenConnection()..."), "Connect");
+    m_connection = Sdk().RfcOpenConnection(parameters.Array(), parameters.Count(), &m_errorInfo);
+    if (!m_connection) {
+      Log(TRACE_ERROR, boost::format("connectstr=%1%") % masked, "Connect");
+      return PublishRfcResult(m_errorInfo, u"RfcOpenConnection", Text::RfcError);
+    }
+    Log(TRACE_INFORMATION, boost::format("connection succeeded\nconnectstr=%1%") % masked, "Connect");
+    return S_OK;
+  });
+}
+
+HRESULT CNWRfcSession::Disconnect() {
+  if (!m_connection) return Report(Text::NotConnected);
+  return Guard("Disconnect", [&] { return CloseConnection(); });
+}
+
+void CNWRfcSession::WaitForInvoke() {
+  std::unique_lock<std::mutex> lock(m_invokeMutex);
+  m_invokeEnded.wait(lock, [this] { return !m_invoking; });
+}
+
+HRESULT CNWRfcSession::CloseConnection() {
+  // An invoke cannot be stopped; the connection goes when it has ended.
+  WaitForInvoke();
+  RFC_ERROR_INFO info{};
+  Sdk().RfcCloseConnection(m_connection, &info);
+  m_connection = nullptr;
+  return PublishRfcResult(info, u"RfcCloseConnection", Text::RfcError);
+}
+
+// ------------------------------------------------------------------ calls
+
+RFC_FUNCTION_HANDLE CNWRfcSession::CreateFunction(IFunctionCall* call) {
+  const std::u16string name = FunctionName(call);
+  RFC_FUNCTION_DESC_HANDLE description = Sdk().RfcGetFunctionDesc(m_connection, name.c_str(), &m_errorInfo);
+  if (!description) {
+    PublishRfcResult(m_errorInfo, u"RfcGetFunctionDesc", Text::RfcError);
+    return nullptr;
+  }
+  RFC_FUNCTION_HANDLE function = Sdk().RfcCreateFunction(description, &m_errorInfo);
+  if (!function) PublishRfcResult(m_errorInfo, u"RfcCreateFunction", Text::RfcError);
+  Log(TRACE_INFORMATION, boost::format("leaving"), "CreateFunction");
+  return function;
+}
+
+std::unique_ptr<RunningCall> CNWRfcSession::PrepareCall(IFunctionCall* call) {
+  RFC_FUNCTION_HANDLE function = CreateFunction(call);
+  if (function) {
+    // The container is destroyed here if filling it fails or raises.
+    struct Release {
+      RFC_FUNCTION_HANDLE* function;
+      ~Release() {
+        if (*function) Sdk().RfcDestroyFunction(*function, nullptr);
+      }
+    } release{&function};
+    CNWRFCDataConverter converter(Sdk(), &m_errorInfo, ClassId());
+    const HRESULT hr = converter.FillOutgoingArgs(call, function);
+    PublishRfcResult(m_errorInfo, u"FillOutgoingArgs", Text::RfcError);
+    if (FAILED(hr)) throw _com_error(hr);
+    RFC_FUNCTION_HANDLE filled = function;
+    function = nullptr;
+    return std::make_unique<NWCall>(this, call, filled);
+  }
+  // Without a container the failure is published; the call ends at once.
+  return std::make_unique<NWCall>(this, call, nullptr);
+}
+
+HRESULT CNWRfcSession::DoInvoke(IFunctionCall* call, RFC_FUNCTION_HANDLE function) {
+  if (!function) return S_OK;
+  const std::u16string name = FunctionName(call);
+  const RFC_RC rc = Sdk().RfcInvoke(m_connection, function, &m_errorInfo);
+  CNWRFCDataConverter converter(Sdk(), &m_errorInfo, ClassId());
+  HRESULT hr;
+  if (rc == RFC_ABAP_EXCEPTION) {
+    PublishRfcResult(m_errorInfo, InvokeContext(name, rc), Text::RfcError);
+    ShowExceptionKey(m_errorInfo);
+    hr = converter.FillIncomingArgs(rc, function, call);
+  } else {
+    PublishRfcResult(m_errorInfo, InvokeContext(name, rc), Text::RfcError);
+    hr = converter.FillIncomingArgs(rc, function, call);
+    PublishRfcResult(m_errorInfo, u"FillIncomingArgs", Text::RfcError);
+  }
+  if (FAILED(hr)) {
+    Sdk().RfcDestroyFunction(function, nullptr);
+    return hr;
+  }
+  RFC_ERROR_INFO info{};
+  if (Sdk().RfcDestroyFunction(function, &info) != RFC_OK) return PublishRfcResult(info, name, Text::RfcError);
+  return S_OK;
+}
+
+// ----------------------------------------------------------------- import
+
+HRESULT CNWRfcSession::ImportCallFromBackend(BSTR name, VARIANT_BOOL, IFunctionCall* call) {
+  if (!m_connection) return Report(Text::NotConnected);
+  const std::u16string module(BstrView(name));
+  Log(TRACE_INFORMATION, boost::format("importing %1%") % Narrow(module), "ImportCall");
+  RFC_FUNCTION_DESC_HANDLE description = Sdk().RfcGetFunctionDesc(m_connection, module.c_str(), &m_errorInfo);
+  if (!description) return PublishRfcResult(m_errorInfo, u"RfcGetFunctionDesc", Text::FunctionNotFound);
+  Log(TRACE_INFORMATION, boost::format("RfcGetFunctionDesc: ok"), "ImportCall");
+  unsigned count = 0;
+  if (Sdk().RfcGetParameterCount(description, &count, &m_errorInfo) != RFC_OK)
+    return PublishRfcResult(m_errorInfo, u"RfcGetParameterCount", Text::TypeImportNotPossible);
+  Log(TRACE_INFORMATION, boost::format("RfcGetParameterCount: ok"), "ImportCall");
+  for (unsigned i = 0; i < count; ++i) {
+    RFC_PARAMETER_DESC desc{};
+    if (Sdk().RfcGetParameterDescByIndex(description, i, &desc, &m_errorInfo) != RFC_OK)
+      return PublishRfcResult(m_errorInfo, u"RfcGetParameterDescByIndex", Text::TypeImportNotPossible);
+    CComPtr<IRfcParameters> group;
+    switch (desc.direction) {
+      case RFC_IMPORT: ThrowIfFailed(call->get_Importing(&group)); break;
+      case RFC_EXPORT: ThrowIfFailed(call->get_Exporting(&group)); break;
+      case RFC_CHANGING: ThrowIfFailed(call->get_Changing(&group)); break;
+      case RFC_TABLES: ThrowIfFailed(call->get_Tables(&group)); break;
+    }
+    // A direction the SDK does not define leaves no collection at hand.
+    if (!group) throw _com_error(E_POINTER);
+    const std::u16string parameterName(SapText(desc.name));
+    Log(TRACE_INFORMATION,
+        boost::format("adding %1% parameter %2%") % Narrow(SapText(Sdk().RfcGetDirectionAsString(desc.direction))) %
+            Narrow(parameterName),
+        "ImportCall");
+    CNWRFCField field(Sdk(), &m_errorInfo, ClassId());
+    HRESULT hr = field.Define(desc);
+    if (FAILED(hr)) return hr;
+    const CComBSTR key(parameterName);
+    group->AddParameter(key, field.rfcType);
+    CComPtr<IRfcParameter> parameter;
+    ThrowIfFailed(group->get_Item(CComVariant(key), &parameter));
+    if (!parameter) throw _com_error(E_POINTER);
+    parameter->put_Optional(desc.optional == 1 ? VARIANT_TRUE : VARIANT_FALSE);
+    parameter->put_Description(CComBSTR(SapText(desc.parameterText)));
+    parameter->put_DefaultValue(CComBSTR(SapText(desc.defaultValue)));
+  }
+  Log(TRACE_INFORMATION, boost::format("leaving"), "ImportCall");
+  return S_OK;
+}
+
+HRESULT CNWRfcSession::ImportTypeFromBackend(BSTR name, IRfcType* type) {
+  if (!m_connection) return Report(Text::NotConnected);
+  const std::u16string typeName(BstrView(name));
+  RFC_TYPE_DESC_HANDLE description = Sdk().RfcGetTypeDesc(m_connection, typeName.c_str(), &m_errorInfo);
+  if (!description) return PublishRfcResult(m_errorInfo, u"RfcGetTypeDesc", Text::TypeDoesNotExist);
+  CNWRFCField field(Sdk(), &m_errorInfo, ClassId());
+  field.rfcType = type;
+  return field.Define(typeName, description);
+}
