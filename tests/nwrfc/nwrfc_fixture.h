@@ -1,0 +1,105 @@
+// Shared by the NW back end's tests: veltrane-sim with the modules of
+// data/, NW sessions pointed at it through our libsapnwrfc.so, a connection
+// of the SDK itself to look into containers, and small helpers.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+
+#include "nwrfc/nwrfc_library.h"
+#include "platform/atlbase.h"
+#include "platform/objbase.h"
+#include "testing/sim_process.h"
+#include "veltrane_tlb.h"
+
+namespace nwtest {
+
+// The simulated system for the whole program, started on first need.
+vsim::testing::SimProcess& Sim();
+// "ashost=127.0.0.1 gwserv=<port>".
+std::u16string ConnectString();
+// The directory of our libsapnwrfc.so.
+std::u16string SdkDir();
+// A control request to the simulated system ("fault?front=rfc&fault=close").
+std::string Control(const std::string& what);
+// Requests of the RFC front so far.
+long RfcRequests();
+
+// A new NW session on the simulated system, with our SDK's directory, the
+// connect string and the logon data; not connected.
+CComPtr<IRfcSession> NewSession(const char16_t* user = u"DEMO", const char16_t* password = u"Welcome1");
+// The same, connected.
+CComPtr<IRfcSession> ConnectedSession(const char16_t* user = u"DEMO");
+// The loaded SDK; connects a session first when needed.
+const veltrane::nwrfc::EntryPoints& Sdk();
+
+// A connection of the SDK itself, as DEMO.
+class RawConnection {
+ public:
+  RawConnection();
+  ~RawConnection();
+  RawConnection(const RawConnection&) = delete;
+  RawConnection& operator=(const RawConnection&) = delete;
+  RFC_CONNECTION_HANDLE handle() const { return m_handle; }
+
+ private:
+  RFC_CONNECTION_HANDLE m_handle = nullptr;
+};
+
+// A function container of a module, destroyed with the object.
+class Function {
+ public:
+  Function(const RawConnection& connection, const char16_t* name);
+  ~Function();
+  Function(const Function&) = delete;
+  Function& operator=(const Function&) = delete;
+  RFC_FUNCTION_HANDLE handle() const { return m_handle; }
+  operator DATA_CONTAINER_HANDLE() const { return m_handle; }
+
+ private:
+  RFC_FUNCTION_HANDLE m_handle = nullptr;
+};
+
+// Field access on a container through the SDK, by name.
+std::u16string GetString(DATA_CONTAINER_HANDLE container, const char16_t* name);
+void SetString(DATA_CONTAINER_HANDLE container, const char16_t* name, std::u16string_view value);
+bool IsActive(RFC_FUNCTION_HANDLE function, const char16_t* name);
+RFC_STRUCTURE_HANDLE Structure(DATA_CONTAINER_HANDLE container, const char16_t* name);
+RFC_TABLE_HANDLE Table(DATA_CONTAINER_HANDLE container, const char16_t* name);
+unsigned RowCount(RFC_TABLE_HANDLE table);
+
+// The parameter of a group ("Importing" ...) of a call, by name.
+CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
+CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);
+void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value);
+// The field below a structure parameter.
+CComPtr<IRfcField> Member(IFunctionCall* call, const char16_t* group, const char16_t* structure,
+                          const char16_t* member);
+CComPtr<IRfcRows> Rows(IFunctionCall* call, const char16_t* group, const char16_t* name);
+
+// UTF-8 for messages and comparisons; BSTR and VARIANT texts.
+std::string Narrow(std::u16string_view text);
+std::string Text(BSTR text);
+std::string Text(const VARIANT& value);  // a string value, or "<vt N>"
+
+// The session's ErrorInfo (reading it clears Error).
+struct ErrorText {
+  long group = 0;
+  std::string key, message;
+};
+ErrorText ErrorOf(ISession* session);
+bool ErrorFlag(ISession* session);
+bool Connected(ISession* session);
+// The description of the thread's error record.
+std::string ErrorDescription();
+
+// A test with COM on the thread and a fresh trace state.
+class NWTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+};
+
+}  // namespace nwtest
