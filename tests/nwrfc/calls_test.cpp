@@ -1,0 +1,293 @@
+// NWRfcSession's calls against the simulated system: the class itself, the
+// failures of the system's side in ErrorInfo, asynchronous calls, the ticket.
+#include <chrono>
+#include <thread>
+
+#include "event_sink.h"
+#include "loopback.h"
+#include "nwrfc_fixture.h"
+#include "platform/unicode.h"
+#include "runtime/trace.h"
+
+namespace nwtest {
+namespace {
+
+constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);
+constexpr HRESULT kInvalidDateTime = static_cast<HRESULT>(0x80040215);
+constexpr HRESULT kFunctionNotFound = static_cast<HRESULT>(0x8004021C);
+constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
+constexpr HRESULT kTicketModuleRequired = static_cast<HRESULT>(0x80040221);
+
+class Calls : public NWTest {
+ protected:
+  void SetUp() override {
+    NWTest::SetUp();
+    m_session = ConnectedSession();
+  }
+  void TearDown() override {
+    if (m_sink) {
+      m_point->Unadvise(m_cookie);
+      m_point.Release();
+      m_sink->Release();
+    }
+    m_session.Release();
+    NWTest::TearDown();
+  }
+
+  CComPtr<IFunctionCall> Import(const char16_t* name) {
+    CComPtr<IFunctionCall> call;
+    EXPECT_EQ(m_session->ImportCall(CComBSTR(name), VARIANT_FALSE, &call), S_OK) << ErrorDescription();
+    return call;
+  }
+  CComPtr<IFunctionCall> Raise(std::initializer_list<std::pair<const char16_t*, const char16_t*>> values) {
+    CComPtr<IFunctionCall> call = Import(u"Z_VSIM_RAISE");
+    for (const auto& [name, value] : values) SetValue(call, u"Importing", name, CComVariant(value));
+    return call;
+  }
+  void Advise() {
+    m_sink = new test_support::EventSink(m_session);
+    CComQIPtr<IConnectionPointContainer> container(m_session);
+    ASSERT_EQ(container->FindConnectionPoint(DIID__SessionEvents, &m_point), S_OK);
+    ASSERT_EQ(m_point->Advise(m_sink, &m_cookie), S_OK);
+  }
+  bool Active() {
+    VARIANT_BOOL active = VARIANT_FALSE;
+    m_session->get_CallActive(&active);
+    return active == VARIANT_TRUE;
+  }
+
+  CComPtr<IRfcSession> m_session;
+  test_support::EventSink* m_sink = nullptr;
+  CComPtr<IConnectionPoint> m_point;
+  DWORD m_cookie = 0;
+};
+
+// --------------------------------------------------------------- the class
+
+TEST_F(Calls, TheClassIsCreatedByItsClassIdAndItsProgIds) {
+  CLSID clsid{};
+  ASSERT_EQ(CLSIDFromProgID(u"Veltrane.NWRfcSession", &clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_NWRfcSession);
+  ASSERT_EQ(CLSIDFromProgID(u"Veltrane.NWRfcSession.1", &clsid), S_OK);
+  EXPECT_EQ(clsid, CLSID_NWRfcSession);
+  CComPtr<ISession> session;
+  ASSERT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_ISession, reinterpret_cast<void**>(&session)),
+            S_OK);
+  CComBSTR type;
+  session->get_SessionType(&type);
+  EXPECT_EQ(Text(type), "NWRFC");
+  CComQIPtr<IRfcSession> rfc(session);
+  ASSERT_TRUE(rfc);
+  CComPtr<IRfcSystemData> a, b;
+  rfc->get_RfcSystemData(&a);
+  rfc->get_RfcSystemData(&b);
+  EXPECT_EQ(a.p, b.p) << "one object for the session's life";
+}
+
+TEST_F(Calls, ItsOwnMembersAreReachedLateBound) {
+  DISPID id = 0;
+  LPOLESTR names[] = {const_cast<LPOLESTR>(u"GetSSO2Ticket")};
+  ASSERT_EQ(m_session->GetIDsOfNames(IID_NULL, names, 1, 0, &id), S_OK);
+  EXPECT_EQ(id, 0xC8);
+  DISPPARAMS none{};
+  CComVariant result;
+  EXCEPINFO info{};
+  EXPECT_EQ(m_session->Invoke(id, IID_NULL, 0, DISPATCH_METHOD, &none, &result, &info, nullptr), DISP_E_EXCEPTION)
+      << "no ticket module set";
+  EXPECT_EQ(info.scode, kTicketModuleRequired);
+  SysFreeString(info.bstrSource);
+  SysFreeString(info.bstrDescription);
+  SysFreeString(info.bstrHelpFile);
+  names[0] = const_cast<LPOLESTR>(u"RfcSystemData");
+  ASSERT_EQ(m_session->GetIDsOfNames(IID_NULL, names, 1, 0, &id), S_OK);
+  EXPECT_EQ(id, 0x64);
+}
+
+// ------------------------------------------------- the system's failures
+
+TEST_F(Calls, AnAbapExceptionSucceedsWithItsKeyAsMessage) {
+  CComPtr<IFunctionCall> call = Raise({{u"EXCEPTION", u"NOT_FOUND"},
+                                       {u"MESSAGE_ID", u"ZV"},
+                                       {u"MESSAGE_NUMBER", u"001"},
+                                       {u"MESSAGE_TEXT", u"Nothing for &1"},
+                                       {u"MESSAGE_V1", u"X"}});
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  EXPECT_TRUE(ErrorFlag(m_session));
+  const ErrorText e = ErrorOf(m_session);
+  EXPECT_EQ(e.group, RFCERROR_APPLICATION_EXCEPTION);
+  EXPECT_EQ(e.key, "NOT_FOUND");
+  EXPECT_EQ(e.message, "NOT_FOUND");
+  EXPECT_TRUE(Connected(m_session));
+  ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_TRUE), S_OK);
+  EXPECT_FALSE(ErrorFlag(m_session)) << "the connection stays usable";
+}
+
+TEST_F(Calls, AnAbapMessageIsAProgramFailureAndEndsTheConnection) {
+  CComPtr<IFunctionCall> ping = Import(u"RFC_PING");
+  CComPtr<IFunctionCall> call =
+      Raise({{u"MESSAGE_ID", u"ZV"}, {u"MESSAGE_NUMBER", u"002"}, {u"MESSAGE_TEXT", u"Stop here"}});
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  const ErrorText e = ErrorOf(m_session);
+  EXPECT_EQ(e.group, RFCERROR_PROGRAM);
+  EXPECT_EQ(e.message, "Stop here");
+  // The session notices the lost connection at its next SDK call.
+  EXPECT_TRUE(Connected(m_session));
+  ASSERT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+  EXPECT_TRUE(ErrorFlag(m_session));
+  EXPECT_EQ(ErrorOf(m_session).key, "RFC_INVALID_HANDLE");
+}
+
+TEST_F(Calls, ARuntimeErrorIsAProgramFailure) {
+  ASSERT_EQ(m_session->CallFunction(Raise({{u"RUNTIME_ERROR", u"COMPUTE_INT_ZERODIVIDE"}}), VARIANT_TRUE), S_OK);
+  const ErrorText e = ErrorOf(m_session);
+  EXPECT_EQ(e.group, RFCERROR_PROGRAM);
+  EXPECT_EQ(e.key, "COMPUTE_INT_ZERODIVIDE");
+}
+
+TEST_F(Calls, ADroppedConnectionIsACommunicationFailure) {
+  Control("fault?front=rfc&fault=close&user=DEMO&count=1");
+  ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_TRUE), S_OK);
+  EXPECT_TRUE(ErrorFlag(m_session));
+  EXPECT_EQ(ErrorOf(m_session).group, RFCERROR_COMMUNICATION);
+  Control("reset");
+}
+
+TEST_F(Calls, AnUnknownModuleIsTheSystemsAnswerWithASuccessResult) {
+  CComPtr<IFunctionCall> call;
+  m_session->CreateCall(&call);
+  call->put_Function(CComBSTR(u"Z_NO_SUCH_MODULE"));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  const ErrorText e = ErrorOf(m_session);
+  EXPECT_EQ(e.key, "FU_NOT_FOUND");
+  EXPECT_FALSE(Active());
+}
+
+TEST_F(Calls, EveryResultIsPublishedToTheTrace) {
+  soaptest::TempFile trace("publish.trc");
+  TraceOpen(u"Veltrane", Utf8ToWide(trace.path()), true);
+  SetTraceLevel(TRACE_INFORMATION);
+  ASSERT_EQ(m_session->CallFunction(Raise({{u"EXCEPTION", u"FAILED"}}), VARIANT_TRUE), S_OK);
+  ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_TRUE), S_OK);
+  const std::string text = trace.read();
+  for (const char* line : {"RfcInvoke(Z_VSIM_RAISE): ABAP_EXCEPTION FAILED: RFC Error RFC_ABAP_EXCEPTION: FAILED",
+                           "RfcInvoke(RFC_PING): RFC_OK", "FillIncomingArgs: RFC_OK", "FillOutgoingArgs: RFC_OK"})
+    EXPECT_NE(text.find(line), std::string::npos) << line << "\n" << text;
+}
+
+// A value the converter cannot read fails a synchronous call with its
+// result, and an asynchronous one shows it in ErrorInfo at CallFinished.
+TEST_F(Calls, AResultThatDoesNotConvertFailsTheCall) {
+  auto callReadingADate = [&] {
+    CComPtr<IFunctionCall> call;
+    m_session->CreateCall(&call);
+    call->put_Function(CComBSTR(u"Z_VSIM_TYPES"));
+    CComPtr<IRfcParameters> importing, exporting;
+    call->get_Importing(&importing);
+    call->get_Exporting(&exporting);
+    importing->AddScalar(CComBSTR(u"IV_CHAR"), TYPE_CHAR, 10, 0, CComVariant(u"20241399"));
+    exporting->AddScalar(CComBSTR(u"EV_CHAR"), TYPE_DATE, 8, 0, CComVariant());
+    return call;
+  };
+  EXPECT_EQ(m_session->CallFunction(callReadingADate(), VARIANT_TRUE), kInvalidDateTime);
+  EXPECT_EQ(ErrorDescription(), "invalid date/time");
+  EXPECT_FALSE(Active());
+
+  Advise();
+  ASSERT_EQ(m_session->CallFunction(callReadingADate(), VARIANT_FALSE), S_OK);
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_FALSE(Active());
+  EXPECT_TRUE(ErrorFlag(m_session));
+  const ErrorText e = ErrorOf(m_session);
+  EXPECT_EQ(e.group, RFCERROR_INTERNAL);
+  EXPECT_EQ(e.message, "invalid date/time");
+}
+
+TEST_F(Calls, AValueThatDoesNotConvertFailsBeforeTheCall) {
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_TYPES");
+  SetValue(call, u"Importing", u"IV_INT1", CComVariant(300L));
+  const long before = RfcRequests();
+  EXPECT_EQ(m_session->CallFunction(call, VARIANT_TRUE), DISP_E_OVERFLOW);
+  EXPECT_EQ(RfcRequests(), before);
+  EXPECT_FALSE(Active());
+  CComPtr<IFunctionCall> date = Import(u"Z_VSIM_TYPES");
+  SetValue(date, u"Importing", u"IV_DATE", CComVariant(u"no date"));
+  EXPECT_EQ(m_session->CallFunction(date, VARIANT_TRUE), static_cast<HRESULT>(0x80040207))
+      << "a date that does not convert raises inside; the boundary reports it";
+  EXPECT_FALSE(Active());
+}
+
+// ----------------------------------------------------- asynchronous calls
+
+TEST_F(Calls, AnAsynchronousCallRunsOnItsOwnThreadAndApartment) {
+  Advise();
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_TYPES");
+  SetValue(call, u"Importing", u"IV_STRING", CComVariant(u"async"));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_NE(m_sink->Thread(), std::this_thread::get_id());
+  EXPECT_EQ(Text(Value(call, u"Exporting", u"EV_STRING")), "async");
+  EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Calls, AnAsynchronousAbapExceptionIsInErrorInfoAtCallFinished) {
+  Advise();
+  ASSERT_EQ(m_session->CallFunction(Raise({{u"EXCEPTION", u"NO_AUTHORITY"}}), VARIANT_FALSE), S_OK);
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_TRUE(ErrorFlag(m_session));
+  EXPECT_EQ(ErrorOf(m_session).key, "NO_AUTHORITY");
+}
+
+TEST_F(Calls, DisconnectWaitsForTheRunningCall) {
+  Advise();
+  CComPtr<IFunctionCall> wait = Import(u"Z_VSIM_WAIT");
+  SetValue(wait, u"Importing", u"MILLISECONDS", CComVariant(300L));
+  ASSERT_EQ(m_session->CallFunction(wait, VARIANT_FALSE), S_OK);
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_FALSE(Connected(m_session));
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_FALSE(ErrorFlag(m_session)) << "the call ended before the connection did";
+  CComVariant waited = Value(wait, u"Exporting", u"WAITED");
+  ASSERT_EQ(waited.ChangeType(VT_I4), S_OK);
+  EXPECT_GE(waited.lVal, 300);
+}
+
+// ---------------------------------------------------------------- ticket
+
+TEST_F(Calls, WithoutTheOptionThereIsNoTicketAndNoCall) {
+  const long before = RfcRequests();
+  CComBSTR ticket;
+  EXPECT_EQ(m_session->GetSSO2Ticket(&ticket), kTicketModuleRequired);
+  EXPECT_EQ(ErrorDescription(),
+            "Option \"sso2.create_ticket_module\" is required for NWRFC.\nSee docs/nwrfc.md in the Veltrane "
+            "documentation.");
+  EXPECT_EQ(RfcRequests(), before);
+}
+
+TEST_F(Calls, TheTicketComesFromTheModuleTheOptionNames) {
+  m_session->put_Option(CComBSTR(u"sso2.create_ticket_module"), CComBSTR(u"Z_VSIM_SSO2_TICKET"));
+  CComBSTR ticket;
+  ASSERT_EQ(m_session->GetSSO2Ticket(&ticket), S_OK) << ErrorDescription();
+  EXPECT_GT(ticket.Length(), 20u);
+  m_session->put_Option(CComBSTR(u"sso2.create_ticket_module"), CComBSTR(u"Z_NO_TICKETS_HERE"));
+  ticket.Empty();
+  EXPECT_EQ(m_session->GetSSO2Ticket(&ticket), kFunctionNotFound);
+  CComPtr<IRfcSession> unconnected = NewSession();
+  EXPECT_EQ(unconnected->GetSSO2Ticket(&ticket), kNotConnected);
+}
+
+TEST_F(Calls, AFailedTicketCallIs543) {
+  m_session->put_Option(CComBSTR(u"sso2.create_ticket_module"), CComBSTR(u"Z_NW_NO_TICKET"));
+  CComBSTR ticket;
+  EXPECT_EQ(m_session->GetSSO2Ticket(&ticket), kRfcError);
+  EXPECT_EQ(ErrorOf(m_session).key, "NO_TICKET");
+}
+
+TEST_F(Calls, AModuleWithoutATicketParameterGivesNone) {
+  m_session->put_Option(CComBSTR(u"sso2.create_ticket_module"), CComBSTR(u"RFC_PING"));
+  CComBSTR ticket;
+  EXPECT_TRUE(FAILED(m_session->GetSSO2Ticket(&ticket)));
+  EXPECT_EQ(ticket.m_str, nullptr);
+}
+
+}  // namespace
+}  // namespace nwtest
