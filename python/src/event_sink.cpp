@@ -154,11 +154,7 @@ class EventSink : public DispatchBase<EventSink> {
     INT type = 0, qualifier = 0;
     m_singleThreaded = CoGetApartmentType(&type, &qualifier) == S_OK && type != APTTYPE_MTA;
     m_home = std::this_thread::get_id();
-    if (m_singleThreaded) {
-      CComPtr<IGlobalInterfaceTable> table;
-      Check(CoGetGlobalInterfaceTable(&table), "reaching the global interface table");
-      Check(table->RegisterInterfaceInGlobal(m_handler, IID_IDispatch, &m_cookie), "registering an event handler");
-    }
+    if (m_singleThreaded) m_remote = RemoteHandler(m_handler);
   }
   bool answers(REFIID riid) const { return riid == m_events; }
 
@@ -174,12 +170,7 @@ class EventSink : public DispatchBase<EventSink> {
   }
 
  private:
-  ~EventSink() override {
-    if (m_cookie) {
-      CComPtr<IGlobalInterfaceTable> table;
-      if (SUCCEEDED(CoGetGlobalInterfaceTable(&table))) table->RevokeInterfaceFromGlobal(m_cookie);
-    }
-  }
+  ~EventSink() override = default;
 
   HRESULT InvokeInMultithreadedApartment(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
                                          VARIANT* result, EXCEPINFO* info, UINT* argErr) {
@@ -189,6 +180,33 @@ class EventSink : public DispatchBase<EventSink> {
     const HRESULT hr = m_handler->Invoke(id, riid, lcid, flags, params, result, info, argErr);
     if (SUCCEEDED(joined)) CoUninitialize();
     return hr;
+  }
+
+  // The handler as other apartments reach it: a proxy from the global interface
+  // table, taken by a thread of the multithreaded apartment while this thread
+  // pumps to answer it. Any thread may call through it; each call runs here.
+  static CComPtr<IDispatch> RemoteHandler(IDispatch* handler) {
+    CComPtr<IGlobalInterfaceTable> table;
+    Check(CoGetGlobalInterfaceTable(&table), "reaching the global interface table");
+    DWORD cookie = 0;
+    Check(table->RegisterInterfaceInGlobal(handler, IID_IDispatch, &cookie), "registering an event handler");
+    CComPtr<IDispatch> remote;
+    std::atomic<bool> done{false};
+    HRESULT hr = S_OK;
+    {
+      py::gil_scoped_release released;
+      std::thread taker([&] {
+        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+        hr = table->GetInterfaceFromGlobal(cookie, IID_IDispatch, reinterpret_cast<void**>(&remote));
+        CoUninitialize();
+        done = true;
+      });
+      while (!done) CoPumpMessages(10);
+      taker.join();
+    }
+    table->RevokeInterfaceFromGlobal(cookie);
+    Check(hr, "reaching an event handler from other threads");
+    return remote;
   }
 
   // Copies the arguments and lets a thread of its own wait until the
@@ -207,25 +225,15 @@ class EventSink : public DispatchBase<EventSink> {
       }
       ++handovers().running;
     }
-    AddRef();
-    std::thread([this, id, args] {
-      CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-      {
-        CComPtr<IGlobalInterfaceTable> table;
-        CComPtr<IDispatch> handler;
-        if (SUCCEEDED(CoGetGlobalInterfaceTable(&table)) &&
-            SUCCEEDED(table->GetInterfaceFromGlobal(m_cookie, IID_IDispatch, reinterpret_cast<void**>(&handler)))) {
-          DISPPARAMS forwarded{args->data(), nullptr, static_cast<UINT>(args->size()), 0};
-          EXCEPINFO info{};
-          handler->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &forwarded, nullptr, &info, nullptr);
-          SysFreeString(info.bstrSource);
-          SysFreeString(info.bstrDescription);
-          SysFreeString(info.bstrHelpFile);
-        }
-        for (auto& v : *args) VariantClear(&v);
-      }
-      Release();
-      CoUninitialize();
+    CComPtr<IDispatch> remote = m_remote;
+    std::thread([remote, id, args] {
+      DISPPARAMS forwarded{args->data(), nullptr, static_cast<UINT>(args->size()), 0};
+      EXCEPINFO info{};
+      remote->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &forwarded, nullptr, &info, nullptr);
+      SysFreeString(info.bstrSource);
+      SysFreeString(info.bstrDescription);
+      SysFreeString(info.bstrHelpFile);
+      for (auto& v : *args) VariantClear(&v);
       std::lock_guard<std::mutex> lock(handovers().mutex);
       --handovers().running;
       handovers().idle.notify_all();
@@ -237,7 +245,7 @@ class EventSink : public DispatchBase<EventSink> {
   CComPtr<PythonHandler> m_handler;
   bool m_singleThreaded = false;
   std::thread::id m_home;
-  DWORD m_cookie = 0;
+  CComPtr<IDispatch> m_remote;  // single-threaded apartment: the handler for other threads
 };
 
 std::string TypeNameOf(IDispatch* source) {

@@ -16,12 +16,13 @@ from ._errors import (ABAPApplicationError, ABAPRuntimeError, CommunicationError
 from ._veltrane import Dispatch
 
 # Results of the library that say "the class is not there".
-_CLASS_MISSING = {0x80040111, 0x800401F3}  # CLASS_E_CLASSNOTAVAILABLE, CO_E_CLASSSTRING
+_CLASS_MISSING = {0x80040111, 0x80040154, 0x800401F3}  # CLASS_E_CLASSNOTAVAILABLE, REGDB_E_CLASSNOTREG, CO_E_CLASSSTRING
 
 
 def error_from(info, backend):
     """The exception for an ErrorInfo (RfcError) that a session or table reader filled."""
-    group, key, message, module = info.ERRORGROUP, info.ErrorGroupTxt, info.Message, info.ModuleName
+    group, key, message, module = backend.error_fields(info.ERRORGROUP, info.ErrorGroupTxt, info.Message)
+    module = module or info.ModuleName
     return backend.error_class(group, key, message)(message, key=key or None, group=group, module=module or None)
 
 
@@ -49,6 +50,10 @@ class Backend:
                 raise UnsupportedBackendError(
                     f"back end '{self.name}': this Veltrane library does not offer {self.progid} yet") from e
             raise
+
+    def error_fields(self, group, key, message):
+        """(group, key, message, module) of a recorded failure."""
+        return group, key, message, None
 
     def error_class(self, group, key, message):
         g = constants
@@ -115,6 +120,12 @@ class SoapBackend(Backend):
         logon.Password = passwd
         logon.Language = str(params.get("lang") or _env("VELTRANE_LANG", "EN")).upper()
         return session
+
+    def error_fields(self, group, key, message):
+        # A fault of the system without an ABAP exception says "TYPE: message".
+        if group == constants.RFCERROR_COMMUNICATION and not message and ": " in key:
+            key, _, message = key.partition(": ")
+        return group, key, message, None
 
     def error_class(self, group, key, message):
         g = constants
