@@ -315,7 +315,8 @@ bool VariantTimeFromPython(py::handle value, DATE* out) {
   } else {
     return false;
   }
-  if (!SystemTimeToVariantTime(&st, out))
+  // The platform reads years below 100 as two-digit years (50 as 1950): refused here.
+  if (st.wYear < 100 || !SystemTimeToVariantTime(&st, out))
     throw py::value_error("the date " + py::str(value).cast<std::string>() + " has no VT_DATE form (years 100 to 9999)");
   return true;
 }

@@ -188,10 +188,15 @@ class Client:
 
     def _import(self, name):
         session = self._require()
+        if session.Error:
+            session.ErrorInfo  # a failure nobody read: reading clears the flag
         try:
-            return session.ImportCall(name)
+            call = session.ImportCall(name)
         except ComError as e:
             raise self._failure(e) from e
+        # An import that the system refuses (an unknown module) is recorded, not failed.
+        self._raise_recorded()
+        return call
 
     def _run(self, call):
         try:
