@@ -59,8 +59,9 @@ CComPtr<IDispatch> ItemAt(IDispatch* collection, long position) {
   return CComPtr<IDispatch>(result.v.pdispVal);
 }
 
-// All elements of a collection, through _NewEnum.
-std::vector<CComPtr<IDispatch>> Elements(IDispatch* collection) {
+// Calls `each` with every element of a collection, through _NewEnum.
+template <class Each>
+void ForEachElement(IDispatch* collection, Each each) {
   Variant result;
   InvokeRaw(collection, DISPID_NEWENUM, DISPATCH_METHOD | DISPATCH_PROPERTYGET, nullptr, 0, &result.v, "_NewEnum",
             false);
@@ -68,16 +69,22 @@ std::vector<CComPtr<IDispatch>> Elements(IDispatch* collection) {
   CComPtr<IEnumVARIANT> items;
   Check(source ? source->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(&items)) : E_NOINTERFACE,
         "enumerating a collection");
-  std::vector<CComPtr<IDispatch>> out;
-  VARIANT batch[64];
+  constexpr ULONG kBatch = 64;
+  VARIANT batch[kBatch];
   for (;;) {
     ULONG fetched = 0;
-    Check(items->Next(64, batch, &fetched), "enumerating a collection");
-    for (ULONG i = 0; i < fetched; ++i) {
-      out.emplace_back(batch[i].vt == VT_DISPATCH ? batch[i].pdispVal : nullptr);
-      VariantClear(&batch[i]);
+    Check(items->Next(kBatch, batch, &fetched), "enumerating a collection");
+    ULONG i = 0;
+    try {
+      for (; i < fetched; ++i) {
+        each(batch[i].vt == VT_DISPATCH ? batch[i].pdispVal : nullptr);
+        VariantClear(&batch[i]);
+      }
+    } catch (...) {
+      for (; i < fetched; ++i) VariantClear(&batch[i]);
+      throw;
     }
-    if (fetched < 64) return out;
+    if (fetched < kBatch) return;
   }
 }
 
@@ -381,16 +388,17 @@ std::shared_ptr<Schema> SchemaOf(IDispatch* type, int depth) {
     case RFCTYPEKIND_STRUCT:
     case RFCTYPEKIND_COMPLEX_STRUCT: {
       schema->kind = Schema::Kind::Structure;
-      for (const auto& member : Elements(GetObject(type, "StructFields"))) {
-        if (!member) continue;
+      ForEachElement(GetObject(type, "StructFields"), [&](IDispatch* member) {
+        if (!member) return;
         Variant name;
         Get(member, "name", &name.v);
-        const std::string text = name.v.vt == VT_BSTR ? vcli::toUtf8(std::u16string_view(name.v.bstrVal, SysStringLen(name.v.bstrVal))) : "";
+        const std::string text =
+            name.v.vt == VT_BSTR ? vcli::toUtf8(std::u16string_view(name.v.bstrVal, SysStringLen(name.v.bstrVal))) : "";
         schema->positions[vcli::upperAscii(text)] = schema->names.size();
         schema->names.push_back(text);
         schema->keys.push_back(py::str(text));
         schema->members.push_back(SchemaOf(member, depth + 1));
-      }
+      });
       break;
     }
     case RFCTYPEKIND_TABLE:
@@ -406,15 +414,19 @@ py::object Read(const Schema& schema, IDispatch* target, bool rstrip);
 
 py::dict ReadFields(const Schema& schema, IDispatch* fields, bool rstrip) {
   py::dict row;
-  const auto elements = Elements(fields);
-  const size_t n = std::min(elements.size(), schema.members.size());
-  for (size_t i = 0; i < n; ++i) row[schema.keys[i]] = Read(*schema.members[i], elements[i], rstrip);
+  size_t i = 0;
+  ForEachElement(fields, [&](IDispatch* field) {
+    if (i < schema.members.size() && field) row[schema.keys[i]] = Read(*schema.members[i], field, rstrip);
+    ++i;
+  });
   return row;
 }
 
 py::list ReadRows(const Schema& row, IDispatch* rows, bool rstrip) {
   py::list out;
-  for (const auto& fields : Elements(rows)) out.append(ReadFields(row, fields, rstrip));
+  ForEachElement(rows, [&](IDispatch* fields) {
+    if (fields) out.append(ReadFields(row, fields, rstrip));
+  });
   return out;
 }
 

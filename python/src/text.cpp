@@ -24,6 +24,13 @@ std::u16string ToUtf16(py::handle text) {
 
 py::str FromUtf16(const OLECHAR* text, size_t length) {
   if (length == 0) return py::str("");
+  bool surrogates = false;
+  for (size_t i = 0; i < length && !surrogates; ++i) surrogates = text[i] >= 0xD800 && text[i] <= 0xDFFF;
+  if (!surrogates) {  // the common case: one UTF-16 unit per character
+    PyObject* s = PyUnicode_FromKindAndData(PyUnicode_2BYTE_KIND, text, static_cast<Py_ssize_t>(length));
+    if (!s) throw py::error_already_set();
+    return py::reinterpret_steal<py::str>(s);
+  }
   int byteOrder = -1;  // little endian, no byte order mark expected
   PyObject* s = PyUnicode_DecodeUTF16(reinterpret_cast<const char*>(text), static_cast<Py_ssize_t>(length * 2),
                                       "surrogatepass", &byteOrder);
