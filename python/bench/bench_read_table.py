@@ -8,12 +8,12 @@ usage: bench_read_table.py --peer PEER.py [--rows N] [--rounds N] [--benchmark_m
 Needs VELTRANE_SIM (the program) and the package on PYTHONPATH."""
 
 import argparse
+import ctypes
 import os
-import resource
+import signal
 import statistics
 import subprocess
 import sys
-import time
 
 SIDES = {
     "veltrane": """
@@ -64,7 +64,8 @@ def main():
     rounds = options.rounds or max(3, int(options.benchmark_min_time * 10))
 
     sim = subprocess.Popen([os.environ.get("VELTRANE_SIM", "veltrane-sim"), "--soap-port", "0", "--log-level", "error",
-                            "--flight-rows", str(options.rows)], stdout=subprocess.PIPE, text=True)
+                            "--flight-rows", str(options.rows)], stdout=subprocess.PIPE, text=True,
+                           preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGTERM))  # ends with this process
     try:
         url = sim.stdout.readline().split("soap=")[1].split()[0]
         results = {side: [] for side in SIDES}

@@ -65,7 +65,9 @@ void ForEachElement(IDispatch* collection, Each each) {
   Variant result;
   InvokeRaw(collection, DISPID_NEWENUM, DISPATCH_METHOD | DISPATCH_PROPERTYGET, nullptr, 0, &result.v, "_NewEnum",
             false);
-  IUnknown* source = result.v.vt == VT_UNKNOWN ? result.v.punkVal : result.v.vt == VT_DISPATCH ? result.v.pdispVal : nullptr;
+  IUnknown* source = result.v.vt == VT_UNKNOWN    ? result.v.punkVal
+                     : result.v.vt == VT_DISPATCH ? result.v.pdispVal
+                                                  : nullptr;
   CComPtr<IEnumVARIANT> items;
   Check(source ? source->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(&items)) : E_NOINTERFACE,
         "enumerating a collection");
@@ -105,7 +107,9 @@ std::string TypeOf(py::handle value) { return Py_TYPE(value.ptr())->tp_name; }
                        py::repr(value).cast<std::string>());
 }
 
-[[noreturn]] void Invalid(const std::string& path, const std::string& what) { throw py::value_error(path + ": " + what); }
+[[noreturn]] void Invalid(const std::string& path, const std::string& what) {
+  throw py::value_error(path + ": " + what);
+}
 
 std::string Text(py::handle value) { return value.cast<std::string>(); }
 
@@ -128,7 +132,8 @@ py::object ReadDate(const VARIANT& v) {
   }
   if (v.vt == VT_BSTR) {
     std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
-    if (text.size() == 10 && text[4] == '-' && text[7] == '-') text = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
+    if (text.size() == 10 && text[4] == '-' && text[7] == '-')
+      text = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
     if (text.empty() || text == "00000000") return py::none();
     if (AllDigits(text) && text.size() == 8) {
       py::object d = DateOf(std::stoi(text.substr(0, 4)), std::stoi(text.substr(4, 2)), std::stoi(text.substr(6, 2)));
@@ -146,7 +151,8 @@ py::object ReadTime(const VARIANT& v) {
   }
   if (v.vt == VT_BSTR) {
     std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
-    if (text.size() == 8 && text[2] == ':' && text[5] == ':') text = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
+    if (text.size() == 8 && text[2] == ':' && text[5] == ':')
+      text = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
     if (text.size() == 6 && AllDigits(text)) {
       const int h = std::stoi(text.substr(0, 2)), m = std::stoi(text.substr(2, 2)), s = std::stoi(text.substr(4, 2));
       if (h < 24 && m < 60 && s < 60) return py::reinterpret_steal<py::object>(PyTime_FromTime(h, m, s, 0));
@@ -256,7 +262,8 @@ void WriteDate(py::handle value, const std::string& path, VARIANT* out) {
                    out);
   if (!PyUnicode_Check(value.ptr())) Refuse(path, "datetime.date or a text 'YYYYMMDD' / 'YYYY-MM-DD'", value);
   std::string text = Trimmed(Text(value));
-  if (text.size() == 10 && text[4] == '-' && text[7] == '-') text = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
+  if (text.size() == 10 && text[4] == '-' && text[7] == '-')
+    text = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
   if (text.empty() || text == "00000000") return PutText(text, out);
   if (text.size() != 8 || !AllDigits(text) ||
       DateOf(std::stoi(text.substr(0, 4)), std::stoi(text.substr(4, 2)), std::stoi(text.substr(6, 2))).is_none())
@@ -277,7 +284,8 @@ void WriteTime(py::handle value, const std::string& path, VARIANT* out) {
                    out);
   if (!PyUnicode_Check(o)) Refuse(path, "datetime.time or a text 'HHMMSS' / 'HH:MM:SS'", value);
   std::string text = Trimmed(Text(value));
-  if (text.size() == 8 && text[2] == ':' && text[5] == ':') text = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
+  if (text.size() == 8 && text[2] == ':' && text[5] == ':')
+    text = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
   if (text.empty()) return PutText(text, out);
   if (text.size() != 6 || !AllDigits(text) || std::stoi(text.substr(0, 2)) > 23 || std::stoi(text.substr(2, 2)) > 59 ||
       std::stoi(text.substr(4, 2)) > 59)
@@ -302,7 +310,8 @@ void WriteDecimal(py::handle value, const std::string& path, VARIANT* out) {
     if (!e.matches(PyExc_ArithmeticError) && !e.matches(PyExc_ValueError)) throw;
     Invalid(path, "'" + py::str(value).cast<std::string>() + "' is not a decimal number");
   }
-  if (!number.attr("is_finite")().cast<bool>()) Invalid(path, py::str(value).cast<std::string>() + " is not a finite number");
+  if (!number.attr("is_finite")().cast<bool>())
+    Invalid(path, py::str(value).cast<std::string>() + " is not a finite number");
   PutText(py::module_::import("builtins").attr("format")(number, "f").cast<std::string>(), out);
 }
 

@@ -66,7 +66,8 @@ unsigned long Pump(std::optional<double> timeout) {
   constexpr DWORD kSliceMs = 100;  // how often Ctrl+C is looked for
   const bool unlimited = !timeout.has_value();
   const double seconds = unlimited ? 0.0 : std::max(0.0, *timeout);
-  const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+  const auto deadline =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
   // Nothing is ever queued for the multithreaded apartment: its calls run
   // directly. A pump there only waits.
   INT type = 0, qualifier = 0;

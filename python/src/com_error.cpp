@@ -6,7 +6,9 @@ namespace vpy {
 
 namespace {
 
-py::object Text(BSTR text) { return text && SysStringLen(text) > 0 ? py::object(FromBstr(text)) : py::object(py::none()); }
+py::object Text(BSTR text) {
+  return text && SysStringLen(text) > 0 ? py::object(FromBstr(text)) : py::object(py::none());
+}
 
 [[noreturn]] void Raise(py::object error) {
   PyErr_SetObject(ComErrorClass().ptr(), error.ptr());

@@ -133,8 +133,8 @@ void SetAttribute(py::object self, const py::str& nameObject, py::object value) 
       if (m && !m->put && !m->putref)
         throw py::attribute_error("'" + m->name + "' of '" + object.typeName() + "' cannot be set");
       const bool byReference = m && m->putref && (!m->put || DispatchOf(value));
-      InvokeMember(object.get(), id, byReference ? DISPATCH_PROPERTYPUTREF : DISPATCH_PROPERTYPUT, m ? m->name : name, m,
-                   NoArgs(), NoKeywords(), value);
+      InvokeMember(object.get(), id, byReference ? DISPATCH_PROPERTYPUTREF : DISPATCH_PROPERTYPUT, m ? m->name : name,
+                   m, NoArgs(), NoKeywords(), value);
       return;
     }
   }
@@ -161,7 +161,8 @@ py::object Iterate(py::object self) {
   }
   CComPtr<IEnumVARIANT> items;
   IUnknown* source = result.vt == VT_UNKNOWN ? result.punkVal : result.vt == VT_DISPATCH ? result.pdispVal : nullptr;
-  const HRESULT hr = source ? source->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(&items)) : E_NOINTERFACE;
+  const HRESULT hr =
+      source ? source->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(&items)) : E_NOINTERFACE;
   VariantClear(&result);
   Check(hr, "iterating over " + object.typeName());
   return py::cast(std::make_unique<Enumerator>(std::move(items)));
@@ -205,7 +206,9 @@ DISPID DispatchObject::idOf(const std::string& name) {
   return id;
 }
 
-py::object WrapDispatch(CComPtr<IDispatch> dispatch) { return py::cast(std::make_unique<DispatchObject>(std::move(dispatch))); }
+py::object WrapDispatch(CComPtr<IDispatch> dispatch) {
+  return py::cast(std::make_unique<DispatchObject>(std::move(dispatch)));
+}
 
 IDispatch* DispatchOf(py::handle value) {
   if (!py::isinstance<DispatchObject>(value)) return nullptr;
@@ -230,8 +233,8 @@ CComPtr<IDispatch> CreateObject(const std::string& progIdOrClsid) {
   EnsureApartment();
   const std::u16string name = vcli::toUtf16(progIdOrClsid);
   CLSID clsid{};
-  HRESULT hr = !name.empty() && name[0] == u'{' ? CLSIDFromString(name.c_str(), &clsid)
-                                                : CLSIDFromProgID(name.c_str(), &clsid);
+  HRESULT hr =
+      !name.empty() && name[0] == u'{' ? CLSIDFromString(name.c_str(), &clsid) : CLSIDFromProgID(name.c_str(), &clsid);
   Check(hr, "no class '" + progIdOrClsid + "'");
   CComPtr<IDispatch> dispatch;
   {
@@ -252,8 +255,7 @@ void RegisterDispatch(py::module_& m) {
                           "to read (obj.Option['trace.file']) and write (obj.Option['trace.file'] = ...).")
       .def("__call__",
            [](BoundMember& b, py::args args, py::kwargs kwargs) {
-             const WORD flags =
-                 b.member && b.member->method ? DISPATCH_METHOD : DISPATCH_METHOD | DISPATCH_PROPERTYGET;
+             const WORD flags = b.member && b.member->method ? DISPATCH_METHOD : DISPATCH_METHOD | DISPATCH_PROPERTYGET;
              return InvokeMember(DispatchOf(b.owner), b.id, flags, b.name, b.member, args, kwargs);
            })
       .def("__getitem__",
@@ -267,9 +269,8 @@ void RegisterDispatch(py::module_& m) {
              InvokeMember(DispatchOf(b.owner), b.id, byReference ? DISPATCH_PROPERTYPUTREF : DISPATCH_PROPERTYPUT,
                           b.name, b.member, ArgsOfKey(key), NoKeywords(), value);
            })
-      .def("__repr__", [](BoundMember& b) {
-        return "<veltrane.BoundMember " + Self(b.owner).typeName() + "." + b.name + ">";
-      });
+      .def("__repr__",
+           [](BoundMember& b) { return "<veltrane.BoundMember " + Self(b.owner).typeName() + "." + b.name + ">"; });
 
   py::class_<DispatchObject>(m, "Dispatch",
                              "An object of Veltrane, reached late-bound through IDispatch.\n\n"
@@ -278,7 +279,8 @@ void RegisterDispatch(py::module_& m) {
                              "methods and properties with arguments are called or indexed, obj(...) and obj[...]\n"
                              "reach the default member, iteration goes through _NewEnum, and len() reads Count.")
       .def(py::init([](py::handle source) -> std::unique_ptr<DispatchObject> {
-             if (PyUnicode_Check(source.ptr())) return std::make_unique<DispatchObject>(CreateObject(source.cast<std::string>()));
+             if (PyUnicode_Check(source.ptr()))
+               return std::make_unique<DispatchObject>(CreateObject(source.cast<std::string>()));
              if (IDispatch* dispatch = DispatchOf(source))
                return std::make_unique<DispatchObject>(CComPtr<IDispatch>(dispatch));
              if (py::isinstance<UnknownObject>(source)) {
@@ -334,10 +336,11 @@ void RegisterDispatch(py::module_& m) {
                  .cast<size_t>();
            })
       .def("__bool__", [](py::object) { return true; })
-      .def("__eq__", [](py::object self, py::handle other) {
-        IDispatch* b = DispatchOf(other);
-        return b != nullptr && SameObject(Self(self).get(), b);
-      })
+      .def("__eq__",
+           [](py::object self, py::handle other) {
+             IDispatch* b = DispatchOf(other);
+             return b != nullptr && SameObject(Self(self).get(), b);
+           })
       .def("__hash__", [](py::object self) { return IdentityHash(Self(self).get()); })
       .def("__repr__", [](py::object self) {
         char address[32];

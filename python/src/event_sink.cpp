@@ -92,8 +92,8 @@ class PythonHandler : public DispatchBase<PythonHandler> {
     return ids[0] == DISPID_UNKNOWN || count > 1 ? DISP_E_UNKNOWNNAME : S_OK;
   }
 
-  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result,
-                                   EXCEPINFO* info, UINT*) override {
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT* result, EXCEPINFO* info,
+                                   UINT*) override {
     auto event = m_events.find(id);
     if (event == m_events.end()) return DISP_E_MEMBERNOTFOUND;
     if (!PythonRuns()) return S_OK;
@@ -165,7 +165,8 @@ class EventSink : public DispatchBase<EventSink> {
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
                                    EXCEPINFO* info, UINT* argErr) override {
     if (!m_singleThreaded) return InvokeInMultithreadedApartment(id, riid, lcid, flags, params, result, info, argErr);
-    if (std::this_thread::get_id() == m_home) return m_handler->Invoke(id, riid, lcid, flags, params, result, info, argErr);
+    if (std::this_thread::get_id() == m_home)
+      return m_handler->Invoke(id, riid, lcid, flags, params, result, info, argErr);
     return HandOver(id, params);
   }
 

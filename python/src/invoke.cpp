@@ -43,8 +43,8 @@ class ArgumentBlock {
         VariantClear(&start);
         throw;
       }
-      HRESULT hr = base == VT_VARIANT ? VariantCopy(holder.get(), &start)
-                                      : VariantChangeType(holder.get(), &start, 0, base);
+      HRESULT hr =
+          base == VT_VARIANT ? VariantCopy(holder.get(), &start) : VariantChangeType(holder.get(), &start, 0, base);
       VariantClear(&start);
       Check(hr, "preparing a by-reference argument");
     } else if (base != VT_VARIANT) {

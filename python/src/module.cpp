@@ -81,10 +81,8 @@ PYBIND11_MODULE(_veltrane, m) {
 
   // The table-reading plan of the veltrane command.
   m.def(
-      "selection_lines",
-      [](const std::vector<std::string>& conditions) { return vcli::selectionLines(conditions); },
-      py::arg("conditions"),
-      "Conditions joined with AND and broken into lines of the width RFC_READ_TABLE takes.");
+      "selection_lines", [](const std::vector<std::string>& conditions) { return vcli::selectionLines(conditions); },
+      py::arg("conditions"), "Conditions joined with AND and broken into lines of the width RFC_READ_TABLE takes.");
   m.def(
       "field_list", [](const std::vector<std::string>& options) { return vcli::fieldList(options); },
       py::arg("options"), "'A,B , c' and repeated entries into upper-case field names.");

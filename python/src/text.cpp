@@ -3,7 +3,8 @@
 namespace vpy {
 
 std::u16string ToUtf16(py::handle text) {
-  if (!PyUnicode_Check(text.ptr())) throw py::type_error("expected str, not " + std::string(Py_TYPE(text.ptr())->tp_name));
+  if (!PyUnicode_Check(text.ptr()))
+    throw py::type_error("expected str, not " + std::string(Py_TYPE(text.ptr())->tp_name));
   PyObject* s = text.ptr();
   const Py_ssize_t length = PyUnicode_GET_LENGTH(s);
   const int kind = PyUnicode_KIND(s);

@@ -17,11 +17,11 @@ struct Member {
   bool get = false;
   bool put = false;
   bool putref = false;
-  bool hidden = false;         // hidden or restricted: left out of dir()
-  short getRequired = 0;       // arguments the get cannot do without
-  short methodParams = 0;      // parameters of the method, its [retval] excluded
+  bool hidden = false;          // hidden or restricted: left out of dir()
+  short getRequired = 0;        // arguments the get cannot do without
+  short methodParams = 0;       // parameters of the method, its [retval] excluded
   std::vector<bool> methodOut;  // per parameter: [out], to be returned
-  bool methodReturns = false;  // the method has a [retval]
+  bool methodReturns = false;   // the method has a [retval]
 };
 
 struct TypeMembers {

@@ -257,8 +257,9 @@ py::object FromSafeArray(SAFEARRAY* array, VARTYPE element) {
     if (element == VT_VARIANT) {
       Check(SafeArrayGetElement(array, index.data(), &item.v), "reading an array");
     } else {
-      Check(SafeArrayGetElement(array, index.data(), element == VT_DECIMAL ? static_cast<void*>(&item.v.decVal)
-                                                                           : static_cast<void*>(&item.v.llVal)),
+      Check(SafeArrayGetElement(
+                array, index.data(),
+                element == VT_DECIMAL ? static_cast<void*>(&item.v.decVal) : static_cast<void*>(&item.v.llVal)),
             "reading an array");
       item.v.vt = element;
     }
@@ -317,7 +318,8 @@ bool VariantTimeFromPython(py::handle value, DATE* out) {
   }
   // The platform reads years below 100 as two-digit years (50 as 1950): refused here.
   if (st.wYear < 100 || !SystemTimeToVariantTime(&st, out))
-    throw py::value_error("the date " + py::str(value).cast<std::string>() + " has no VT_DATE form (years 100 to 9999)");
+    throw py::value_error("the date " + py::str(value).cast<std::string>() +
+                          " has no VT_DATE form (years 100 to 9999)");
   return true;
 }
 
@@ -440,7 +442,9 @@ void RegisterVariantTypes(py::module_& m) {
                               "A value with an explicit VARIANT type, such as Variant(VT_I2, 5) or\n"
                               "Variant(VT_BYREF | VT_BSTR, '') for an [out] argument, whose .value\n"
                               "holds what the call wrote back.")
-      .def(py::init([](int vt, py::object value) { return ExplicitVariant{static_cast<VARTYPE>(vt), std::move(value)}; }),
+      .def(py::init([](int vt, py::object value) {
+             return ExplicitVariant{static_cast<VARTYPE>(vt), std::move(value)};
+           }),
            py::arg("vt"), py::arg("value") = py::none())
       .def_property_readonly("vt", [](const ExplicitVariant& v) { return static_cast<int>(v.vt); })
       .def_readwrite("value", &ExplicitVariant::value)
@@ -450,19 +454,25 @@ void RegisterVariantTypes(py::module_& m) {
 
   py::class_<UnknownObject>(m, "Unknown", "An object of the library that offers no IDispatch.")
       .def("__repr__", [](const UnknownObject&) { return "<veltrane.Unknown>"; })
-      .def("__eq__", [](const UnknownObject& a, py::handle b) {
-        return py::isinstance<UnknownObject>(b) && SameObject(a.unknown, b.cast<const UnknownObject&>().unknown);
-      })
+      .def("__eq__",
+           [](const UnknownObject& a, py::handle b) {
+             return py::isinstance<UnknownObject>(b) && SameObject(a.unknown, b.cast<const UnknownObject&>().unknown);
+           })
       .def("__hash__", [](const UnknownObject& a) { return IdentityHash(a.unknown); });
 
-  const std::pair<const char*, int> types[] = {
-      {"VT_EMPTY", VT_EMPTY}, {"VT_NULL", VT_NULL},         {"VT_I2", VT_I2},         {"VT_I4", VT_I4},
-      {"VT_R4", VT_R4},       {"VT_R8", VT_R8},             {"VT_CY", VT_CY},         {"VT_DATE", VT_DATE},
-      {"VT_BSTR", VT_BSTR},   {"VT_DISPATCH", VT_DISPATCH}, {"VT_ERROR", VT_ERROR},   {"VT_BOOL", VT_BOOL},
-      {"VT_VARIANT", VT_VARIANT}, {"VT_UNKNOWN", VT_UNKNOWN}, {"VT_DECIMAL", VT_DECIMAL}, {"VT_I1", VT_I1},
-      {"VT_UI1", VT_UI1},     {"VT_UI2", VT_UI2},           {"VT_UI4", VT_UI4},       {"VT_I8", VT_I8},
-      {"VT_UI8", VT_UI8},     {"VT_INT", VT_INT},           {"VT_UINT", VT_UINT},     {"VT_ARRAY", VT_ARRAY},
-      {"VT_BYREF", VT_BYREF}};
+  const std::pair<const char*, int> types[] = {{"VT_EMPTY", VT_EMPTY},     {"VT_NULL", VT_NULL},
+                                               {"VT_I2", VT_I2},           {"VT_I4", VT_I4},
+                                               {"VT_R4", VT_R4},           {"VT_R8", VT_R8},
+                                               {"VT_CY", VT_CY},           {"VT_DATE", VT_DATE},
+                                               {"VT_BSTR", VT_BSTR},       {"VT_DISPATCH", VT_DISPATCH},
+                                               {"VT_ERROR", VT_ERROR},     {"VT_BOOL", VT_BOOL},
+                                               {"VT_VARIANT", VT_VARIANT}, {"VT_UNKNOWN", VT_UNKNOWN},
+                                               {"VT_DECIMAL", VT_DECIMAL}, {"VT_I1", VT_I1},
+                                               {"VT_UI1", VT_UI1},         {"VT_UI2", VT_UI2},
+                                               {"VT_UI4", VT_UI4},         {"VT_I8", VT_I8},
+                                               {"VT_UI8", VT_UI8},         {"VT_INT", VT_INT},
+                                               {"VT_UINT", VT_UINT},       {"VT_ARRAY", VT_ARRAY},
+                                               {"VT_BYREF", VT_BYREF}};
   for (const auto& [name, value] : types) m.attr(name) = value;
 }
 

@@ -18,10 +18,8 @@ from ._constants import constants
 from ._errors import (ABAPApplicationError, ABAPRuntimeError, ComError, CommunicationError, Error,
                       ExternalRuntimeError, LogonError, UnsupportedBackendError)
 from ._events import DispatchWithEvents, WithEvents
-from ._veltrane import (VT_ARRAY, VT_BOOL, VT_BSTR, VT_BYREF, VT_CY, VT_DATE, VT_DECIMAL, VT_DISPATCH, VT_EMPTY,
-                        VT_ERROR, VT_I1, VT_I2, VT_I4, VT_I8, VT_INT, VT_NULL, VT_R4, VT_R8, VT_UI1, VT_UI2, VT_UI4,
-                        VT_UI8, VT_UINT, VT_UNKNOWN, VT_VARIANT, BoundMember, Dispatch, EventConnection, Missing,
-                        Unknown, Variant, apartment, initialize, pump)
+from ._veltrane import (BoundMember, Dispatch, EventConnection, Missing, Unknown, Variant, apartment, initialize,
+                        pump)
 from .client import (Client, FieldDescription, FunctionDescription, ParameterDescription, TypeDescription,
                      connect)
 from ._tables import TableRead
@@ -33,6 +31,11 @@ __all__ = [
     "Unknown", "UnsupportedBackendError", "Variant", "WithEvents", "apartment", "connect", "constants",
     "initialize", "pump",
 ]
+
+# The VARIANT types, for Variant(vt, value): VT_I2, VT_BSTR, VT_ARRAY, VT_BYREF, ...
+_variant_types = {name: getattr(_veltrane, name) for name in dir(_veltrane) if name.startswith("VT_")}
+globals().update(_variant_types)
+__all__ += sorted(_variant_types)
 
 # Hand-overs of events to the main thread end before the interpreter does.
 atexit.register(_veltrane._shutdown)

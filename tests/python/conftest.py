@@ -2,6 +2,7 @@
 (the program named by VELTRANE_SIM, as the C++ tests start it), and sessions
 and clients connected to it."""
 
+import ctypes
 import os
 import signal
 import subprocess
@@ -35,11 +36,17 @@ class Sim:
         return self.process.returncode
 
 
+def _end_with_parent():
+    """In the child before exec: SIGTERM when the test process ends, however it ends."""
+    ctypes.CDLL(None, use_errno=True).prctl(1, signal.SIGTERM)  # PR_SET_PDEATHSIG
+
+
 def start_sim(*args):
     """Starts veltrane-sim with --soap-port 0 and waits for its ready line."""
     program = os.environ.get("VELTRANE_SIM", "veltrane-sim")
     process = subprocess.Popen([program, "--soap-port", "0", "--log-level", "error", *args],
-                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True)
+                               stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
+                               preexec_fn=_end_with_parent)
     line = process.stdout.readline().strip()
     prefix = "veltrane-sim listening "
     if not line.startswith(prefix):
