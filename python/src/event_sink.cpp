@@ -39,26 +39,11 @@ Handovers& handovers() {
   return *h;
 }
 
-// Reference counting shared by the two IDispatch objects below.
+// An IDispatch without type information of its own: the event interface's,
+// which the firing side has, describes it.
 template <class Derived>
-class DispatchBase : public IDispatch {
+class UntypedDispatch : public CComObjectBase<Derived, IDispatch> {
  public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || static_cast<Derived*>(this)->answers(riid)) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
     if (!count) return E_POINTER;
     *count = 0;
@@ -68,20 +53,23 @@ class DispatchBase : public IDispatch {
     if (info) *info = nullptr;
     return E_NOTIMPL;
   }
-
- protected:
-  virtual ~DispatchBase() = default;
-
- private:
-  std::atomic<ULONG> m_refs{1};
 };
 
 // Calls the Python handler's On<Event> methods. Lives in the apartment that connected it.
-class PythonHandler : public DispatchBase<PythonHandler> {
+class PythonHandler : public UntypedDispatch<PythonHandler> {
  public:
-  PythonHandler(std::unordered_map<DISPID, std::string> events, py::object reference)
-      : m_events(std::move(events)), m_reference(std::move(reference)) {}
-  bool answers(REFIID) const { return false; }
+  void init(std::unordered_map<DISPID, std::string> events, py::object reference) {
+    m_events = std::move(events);
+    m_reference = std::move(reference);
+  }
+  ~PythonHandler() override {
+    if (PythonRuns()) {
+      py::gil_scoped_acquire gil;
+      m_reference.release().dec_ref();
+    } else {
+      m_reference.release();  // the interpreter is gone or going: nothing to give back
+    }
+  }
 
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override {
     if (!names || !ids || count == 0) return E_INVALIDARG;
@@ -133,14 +121,6 @@ class PythonHandler : public DispatchBase<PythonHandler> {
   }
 
  private:
-  ~PythonHandler() override {
-    if (PythonRuns()) {
-      py::gil_scoped_acquire gil;
-      m_reference.release().dec_ref();
-    } else {
-      m_reference.release();  // the interpreter is gone or going: nothing to give back
-    }
-  }
   std::unordered_map<DISPID, std::string> m_events;
   py::object m_reference;  // a weak reference to the handler, or the handler
 };
@@ -148,16 +128,25 @@ class PythonHandler : public DispatchBase<PythonHandler> {
 // What the connection point holds: runs the handler directly on the thread of
 // its apartment (or in the multithreaded apartment), and hands the event over
 // to the connecting thread otherwise.
-class EventSink : public DispatchBase<EventSink> {
+class EventSink : public UntypedDispatch<EventSink> {
  public:
-  EventSink(const IID& events, CComPtr<PythonHandler> handler) : m_events(events), m_handler(std::move(handler)) {
+  void init(const IID& events, CComPtr<PythonHandler> handler) {
+    m_events = events;
+    m_handler = std::move(handler);
     INT type = 0, qualifier = 0;
     m_singleThreaded = CoGetApartmentType(&type, &qualifier) == S_OK && type != APTTYPE_MTA;
     m_home = std::this_thread::get_id();
     if (m_singleThreaded) m_remote = RemoteHandler(m_handler);
   }
-  bool answers(REFIID riid) const { return riid == m_events; }
 
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
+    if (ppv && riid == m_events) {
+      *ppv = static_cast<IDispatch*>(this);
+      AddRef();
+      return S_OK;
+    }
+    return UntypedDispatch::QueryInterface(riid, ppv);
+  }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override {
     return m_handler->GetIDsOfNames(riid, names, count, lcid, ids);
   }
@@ -171,8 +160,6 @@ class EventSink : public DispatchBase<EventSink> {
   }
 
  private:
-  ~EventSink() override = default;
-
   HRESULT InvokeInMultithreadedApartment(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params,
                                          VARIANT* result, EXCEPINFO* info, UINT* argErr) {
     // A thread of the library that is in no apartment joins the multithreaded
@@ -297,9 +284,11 @@ std::unique_ptr<EventConnection> ConnectEvents(IDispatch* source, py::handle han
     CComPtr<ITypeInfo> eventInfo;
     Check(library->GetTypeInfoOfGuid(events, &eventInfo), "reading the type information of an event interface");
     CComPtr<PythonHandler> python;
-    python.Attach(new PythonHandler(EventNames(eventInfo), reference));
+    Check(PythonHandler::CreateInstance(&python.p), "creating an event handler");
+    python->init(EventNames(eventInfo), reference);
     CComPtr<EventSink> sink;
-    sink.Attach(new EventSink(events, python));
+    Check(EventSink::CreateInstance(&sink.p), "creating an event sink");
+    sink->init(events, python);
     DWORD cookie = 0;
     HRESULT hr;
     {

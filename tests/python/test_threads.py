@@ -157,6 +157,7 @@ h = veltrane.WithEvents(s, Handler)
 print(veltrane._veltrane.can_unload())
 del s, call, t, h
 gc.collect()
+veltrane.pump(0)  # releases handed home by the proxies of event handlers
 print(veltrane._veltrane.can_unload())
 """)
     assert out.split() == ["False", "True"]
