@@ -19,14 +19,6 @@ namespace vpy {
 
 namespace {
 
-struct Variant {
-  VARIANT v;
-  Variant() { VariantInit(&v); }
-  ~Variant() { VariantClear(&v); }
-  Variant(const Variant&) = delete;
-  Variant& operator=(const Variant&) = delete;
-};
-
 // Reads a property without arguments.
 void Get(IDispatch* object, const char* name, VARIANT* out) {
   const DISPID id = IdOfName(object, name);
@@ -35,39 +27,36 @@ void Get(IDispatch* object, const char* name, VARIANT* out) {
 }
 
 long GetLong(IDispatch* object, const char* name) {
-  Variant v;
-  Get(object, name, &v.v);
-  Variant i;
-  Check(VariantChangeType(&i.v, &v.v, 0, VT_I4), std::string("reading ") + name);
-  return i.v.lVal;
+  CComVariant v;
+  Get(object, name, &v);
+  CComVariant i;
+  Check(VariantChangeType(&i, &v, 0, VT_I4), std::string("reading ") + name);
+  return i.lVal;
 }
 
 CComPtr<IDispatch> GetObject(IDispatch* object, const char* name) {
-  Variant v;
-  Get(object, name, &v.v);
-  if (v.v.vt != VT_DISPATCH || !v.v.pdispVal) throw py::value_error(std::string(name) + " is not set");
-  return CComPtr<IDispatch>(v.v.pdispVal);
+  CComVariant v;
+  Get(object, name, &v);
+  if (v.vt != VT_DISPATCH || !v.pdispVal) throw py::value_error(std::string(name) + " is not set");
+  return CComPtr<IDispatch>(v.pdispVal);
 }
 
 // The default member with one index argument: Item(i).
 CComPtr<IDispatch> ItemAt(IDispatch* collection, long position) {
-  Variant index, result;
-  index.v.vt = VT_I4;
-  index.v.lVal = position;
-  InvokeRaw(collection, DISPID_VALUE, DISPATCH_PROPERTYGET, &index.v, 1, &result.v, "Item", false);
-  if (result.v.vt != VT_DISPATCH || !result.v.pdispVal) throw py::value_error("an item is not an object");
-  return CComPtr<IDispatch>(result.v.pdispVal);
+  CComVariant index, result;
+  index.vt = VT_I4;
+  index.lVal = position;
+  InvokeRaw(collection, DISPID_VALUE, DISPATCH_PROPERTYGET, &index, 1, &result, "Item", false);
+  if (result.vt != VT_DISPATCH || !result.pdispVal) throw py::value_error("an item is not an object");
+  return CComPtr<IDispatch>(result.pdispVal);
 }
 
 // Calls `each` with every element of a collection, through _NewEnum.
 template <class Each>
 void ForEachElement(IDispatch* collection, Each each) {
-  Variant result;
-  InvokeRaw(collection, DISPID_NEWENUM, DISPATCH_METHOD | DISPATCH_PROPERTYGET, nullptr, 0, &result.v, "_NewEnum",
-            false);
-  IUnknown* source = result.v.vt == VT_UNKNOWN    ? result.v.punkVal
-                     : result.v.vt == VT_DISPATCH ? result.v.pdispVal
-                                                  : nullptr;
+  CComVariant result;
+  InvokeRaw(collection, DISPID_NEWENUM, DISPATCH_METHOD | DISPATCH_PROPERTYGET, nullptr, 0, &result, "_NewEnum", false);
+  IUnknown* source = result.vt == VT_UNKNOWN ? result.punkVal : result.vt == VT_DISPATCH ? result.pdispVal : nullptr;
   CComPtr<IEnumVARIANT> items;
   Check(source ? source->QueryInterface(IID_IEnumVARIANT, reinterpret_cast<void**>(&items)) : E_NOINTERFACE,
         "enumerating a collection");
@@ -399,10 +388,10 @@ std::shared_ptr<Schema> SchemaOf(IDispatch* type, int depth) {
       schema->kind = Schema::Kind::Structure;
       ForEachElement(GetObject(type, "StructFields"), [&](IDispatch* member) {
         if (!member) return;
-        Variant name;
-        Get(member, "name", &name.v);
+        CComVariant name;
+        Get(member, "name", &name);
         const std::string text =
-            name.v.vt == VT_BSTR ? vcli::toUtf8(std::u16string_view(name.v.bstrVal, SysStringLen(name.v.bstrVal))) : "";
+            name.vt == VT_BSTR ? vcli::toUtf8(std::u16string_view(name.bstrVal, SysStringLen(name.bstrVal))) : "";
         schema->positions[vcli::upperAscii(text)] = schema->names.size();
         schema->names.push_back(text);
         schema->keys.push_back(py::str(text));
@@ -443,9 +432,9 @@ py::list ReadRows(const Schema& row, IDispatch* rows, bool rstrip) {
 py::object Read(const Schema& schema, IDispatch* target, bool rstrip) {
   switch (schema.kind) {
     case Schema::Kind::Scalar: {
-      Variant value;
-      InvokeRaw(target, DISPID_VALUE, DISPATCH_PROPERTYGET, nullptr, 0, &value.v, "value", false);
-      return ReadScalar(value.v, schema.abapType, rstrip);
+      CComVariant value;
+      InvokeRaw(target, DISPID_VALUE, DISPATCH_PROPERTYGET, nullptr, 0, &value, "value", false);
+      return ReadScalar(value, schema.abapType, rstrip);
     }
     case Schema::Kind::Structure: return ReadFields(schema, GetObject(target, "Fields"), rstrip);
     case Schema::Kind::Table: return ReadRows(*schema.row, GetObject(target, "Rows"), rstrip);
@@ -474,24 +463,24 @@ void WriteFields(const Schema& schema, IDispatch* fields, py::handle value, cons
 void WriteRows(const Schema& row, IDispatch* rows, py::handle value, const std::string& path) {
   if (PyUnicode_Check(value.ptr()) || PyDict_Check(value.ptr()) || !py::isinstance<py::iterable>(value))
     Refuse(path, "a list of rows (dicts)", value);
-  Variant none;
-  InvokeRaw(rows, IdOfName(rows, "RemoveAll"), DISPATCH_METHOD, nullptr, 0, &none.v, "RemoveAll", false);
+  CComVariant none;
+  InvokeRaw(rows, IdOfName(rows, "RemoveAll"), DISPATCH_METHOD, nullptr, 0, &none, "RemoveAll", false);
   const DISPID addRow = IdOfName(rows, "AddRow");
   size_t n = 0;
   for (py::handle item : py::reinterpret_borrow<py::iterable>(value)) {
-    Variant added;
-    InvokeRaw(rows, addRow, DISPATCH_METHOD, nullptr, 0, &added.v, "AddRow", false);
-    if (added.v.vt != VT_DISPATCH || !added.v.pdispVal) throw py::value_error(path + ": AddRow gave no row");
-    WriteFields(row, added.v.pdispVal, item, path + "[" + std::to_string(n++) + "]");
+    CComVariant added;
+    InvokeRaw(rows, addRow, DISPATCH_METHOD, nullptr, 0, &added, "AddRow", false);
+    if (added.vt != VT_DISPATCH || !added.pdispVal) throw py::value_error(path + ": AddRow gave no row");
+    WriteFields(row, added.pdispVal, item, path + "[" + std::to_string(n++) + "]");
   }
 }
 
 void Write(const Schema& schema, IDispatch* target, py::handle value, const std::string& path) {
   switch (schema.kind) {
     case Schema::Kind::Scalar: {
-      Variant converted;
-      WriteScalar(value, schema.abapType, path, &converted.v);
-      InvokeRaw(target, DISPID_VALUE, DISPATCH_PROPERTYPUT, &converted.v, 1, nullptr, path, false);
+      CComVariant converted;
+      WriteScalar(value, schema.abapType, path, &converted);
+      InvokeRaw(target, DISPID_VALUE, DISPATCH_PROPERTYPUT, &converted, 1, nullptr, path, false);
       return;
     }
     case Schema::Kind::Structure:

@@ -23,15 +23,6 @@ py::handle DecimalClass() {
   return cls;
 }
 
-// Owns a VARIANT for the length of a scope.
-struct ScopedVariant {
-  VARIANT v;
-  ScopedVariant() { VariantInit(&v); }
-  ~ScopedVariant() { VariantClear(&v); }
-  ScopedVariant(const ScopedVariant&) = delete;
-  ScopedVariant& operator=(const ScopedVariant&) = delete;
-};
-
 // Destroys a SAFEARRAY unless released.
 struct ArrayGuard {
   SAFEARRAY* array;
@@ -172,10 +163,10 @@ void SequenceToVariant(py::handle value, VARIANT* out) {
   ArrayGuard array{SafeArrayCreateVector(VT_VARIANT, 0, static_cast<ULONG>(n))};
   if (!array.array) throw std::bad_alloc();
   for (size_t i = 0; i < n; ++i) {
-    ScopedVariant item;
-    ToVariant(items[i], &item.v);
+    CComVariant item;
+    ToVariant(items[i], &item);
     LONG index = static_cast<LONG>(i);
-    Check(SafeArrayPutElement(array.array, &index, &item.v), "filling an array");
+    Check(SafeArrayPutElement(array.array, &index, &item), "filling an array");
   }
   out->vt = VT_ARRAY | VT_VARIANT;
   out->parray = array.release();
@@ -207,12 +198,12 @@ void ExplicitToVariant(const ExplicitVariant& ev, VARIANT* out) {
     ArrayGuard array{SafeArrayCreateVector(element, 0, static_cast<ULONG>(n))};
     if (!array.array) throw py::value_error("no array of VARIANT type " + std::to_string(element));
     for (size_t i = 0; i < n; ++i) {
-      ScopedVariant item, changed;
-      ToVariant(items[i], &item.v);
-      VARIANT* source = &item.v;
+      CComVariant item, changed;
+      ToVariant(items[i], &item);
+      VARIANT* source = &item;
       if (element != VT_VARIANT) {
-        Check(VariantChangeType(&changed.v, &item.v, 0, element), "converting array element " + std::to_string(i));
-        source = &changed.v;
+        Check(VariantChangeType(&changed, &item, 0, element), "converting array element " + std::to_string(i));
+        source = &changed;
       }
       LONG index = static_cast<LONG>(i);
       Check(SafeArrayPutElement(array.array, &index, ElementOf(*source, element)), "filling an array");
@@ -229,9 +220,9 @@ void ExplicitToVariant(const ExplicitVariant& ev, VARIANT* out) {
       out->scode = static_cast<SCODE>(ev.value.cast<long long>());
       return;
     default: {
-      ScopedVariant source;
-      ToVariant(ev.value, &source.v);
-      Check(VariantChangeType(out, &source.v, 0, vt), "converting to VARIANT type " + std::to_string(vt));
+      CComVariant source;
+      ToVariant(ev.value, &source);
+      Check(VariantChangeType(out, &source, 0, vt), "converting to VARIANT type " + std::to_string(vt));
     }
   }
 }
@@ -253,17 +244,17 @@ py::object FromSafeArray(SAFEARRAY* array, VARTYPE element) {
     return bytes;
   }
   auto elementAt = [&]() -> py::object {
-    ScopedVariant item;
+    CComVariant item;
     if (element == VT_VARIANT) {
-      Check(SafeArrayGetElement(array, index.data(), &item.v), "reading an array");
+      Check(SafeArrayGetElement(array, index.data(), &item), "reading an array");
     } else {
       Check(SafeArrayGetElement(
                 array, index.data(),
-                element == VT_DECIMAL ? static_cast<void*>(&item.v.decVal) : static_cast<void*>(&item.v.llVal)),
+                element == VT_DECIMAL ? static_cast<void*>(&item.decVal) : static_cast<void*>(&item.llVal)),
             "reading an array");
-      item.v.vt = element;
+      item.vt = element;
     }
-    return FromVariant(item.v);
+    return FromVariant(item);
   };
   std::function<py::object(UINT)> level = [&](UINT d) -> py::object {
     const LONG n = upper[d] >= lower[d] ? upper[d] - lower[d] + 1 : 0;
@@ -375,9 +366,9 @@ void ToVariant(py::handle value, VARIANT* out) {
 
 py::object FromVariant(const VARIANT& value) {
   if (value.vt & VT_BYREF) {
-    ScopedVariant copy;
-    Check(VariantCopyInd(&copy.v, &value), "reading a value by reference");
-    return FromVariant(copy.v);
+    CComVariant copy;
+    Check(VariantCopyInd(&copy, &value), "reading a value by reference");
+    return FromVariant(copy);
   }
   if (value.vt & VT_ARRAY) return FromSafeArray(value.parray, value.vt & VT_TYPEMASK);
   switch (value.vt) {

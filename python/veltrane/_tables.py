@@ -7,20 +7,11 @@ from ._backends import error_from
 from ._veltrane import field_list, schema_of, selection_lines, split_fields
 
 
-def _names(fields):
-    if fields is None:
+def _listed(value):
+    """None, one text, or several texts as a list."""
+    if value is None:
         return []
-    if isinstance(fields, str):
-        fields = [fields]
-    return field_list(list(fields))
-
-
-def _conditions(where):
-    if where is None:
-        return []
-    if isinstance(where, str):
-        where = [where]
-    return selection_lines(list(where))
+    return [value] if isinstance(value, str) else list(value)
 
 
 class TableRead:
@@ -33,8 +24,8 @@ class TableRead:
             raise ValueError("max_rows, skip and page_size must not be negative")
         self._client = client
         self.table = table.upper()
-        self._wanted = _names(fields)
-        self._query = _conditions(where)
+        self._wanted = field_list(_listed(fields))
+        self._query = selection_lines(_listed(where))
         self._max_rows, self._skip, self._page_size, self._raw = max_rows, skip, page_size, raw
         self._layout = None
 

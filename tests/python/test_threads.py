@@ -60,51 +60,37 @@ def test_pump_without_work_returns_zero():
     assert in_thread(lambda: veltrane.pump(0)) == 0
 
 
-def test_the_gil_is_released_while_a_call_blocks(session):
-    """Another Python thread runs while this one waits for the system."""
-    call = session.ImportCall("Z_VSIM_WAIT")
-    call.Importing["MILLISECONDS"].value = 1500
-    in_call = threading.Event()
+def runs_during(action):
+    """Whether another Python thread ran while `action` was under way."""
+    under_way = threading.Event()
     seen = threading.Event()
     stop = threading.Event()
 
     def watcher():
         while not stop.is_set():
-            if in_call.is_set():
+            if under_way.is_set():
                 seen.set()
                 return
             stop.wait(0.001)
 
     t = threading.Thread(target=watcher)
     t.start()
-    in_call.set()
-    session.CallFunction(call)
-    in_call.clear()
+    under_way.set()
+    action()
+    under_way.clear()
     stop.set()
     t.join()
-    assert seen.is_set()
+    return seen.is_set()
+
+
+def test_the_gil_is_released_while_a_call_blocks(session):
+    call = session.ImportCall("Z_VSIM_WAIT")
+    call.Importing["MILLISECONDS"].value = 1500
+    assert runs_during(lambda: session.CallFunction(call))
 
 
 def test_the_gil_is_released_while_pumping():
-    pumping = threading.Event()
-    seen = threading.Event()
-    stop = threading.Event()
-
-    def watcher():
-        while not stop.is_set():
-            if pumping.is_set():
-                seen.set()
-                return
-            stop.wait(0.001)
-
-    t = threading.Thread(target=watcher)
-    t.start()
-    pumping.set()
-    veltrane.pump(1.0)
-    pumping.clear()
-    stop.set()
-    t.join()
-    assert seen.is_set()
+    assert runs_during(lambda: veltrane.pump(1.0))
 
 
 def test_sessions_in_several_threads_at_once(sim):
