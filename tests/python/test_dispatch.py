@@ -194,3 +194,23 @@ def test_constants_come_from_the_type_library():
     assert c.RFCTYPEKIND_TABLE == 3
     assert c.name_of("ABAPTYPE", 8) == "TYPE_INT"
     assert set(c.enums) >= {"ABAPTYPE", "ERRORGROUP", "RFCTYPEKIND"}
+
+
+def test_an_interface_without_dispatch_is_an_unknown(session):
+    params = session.ImportCall("STFC_CONNECTION").Importing
+    enumerator = params._NewEnum
+    assert isinstance(enumerator, veltrane.Unknown)
+    assert enumerator == enumerator and repr(enumerator) == "<veltrane.Unknown>"
+    with pytest.raises(veltrane.ComError) as raised:
+        veltrane.Dispatch(enumerator)
+    assert raised.value.hresult == 0x80004002  # E_NOINTERFACE
+    holder = session.CreateType()
+    holder.Tag = enumerator  # passes back as VT_UNKNOWN
+    assert holder.Tag == enumerator
+
+
+def test_a_put_to_a_default_member_without_one_fails(session):
+    params = session.ImportCall("STFC_CONNECTION").Importing
+    with pytest.raises(veltrane.ComError) as raised:
+        params["REQUTEXT"] = "x"
+    assert raised.value.hresult == 0x80020003  # DISP_E_MEMBERNOTFOUND
