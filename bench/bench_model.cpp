@@ -7,7 +7,7 @@
 
 #include "model/model.h"
 #include "platform/atlbase.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

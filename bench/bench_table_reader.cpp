@@ -9,8 +9,8 @@
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "platform/typelib.h"
-#include "runtime/unicode.h"
-#include "sim/testing/sim_process.h"
+#include "platform/unicode.h"
+#include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {

@@ -4,7 +4,7 @@
 
 #include "failure.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 bool ParsedArgs::has(std::string_view name) const { return values_.find(name) != values_.end(); }
 
@@ -95,4 +95,4 @@ ParsedArgs parseArgs(const std::vector<std::string>& args, const std::vector<Opt
   return parsed;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

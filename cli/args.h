@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace vcli {
+namespace veltrane::cli {
 
 struct OptionDef {
   std::string name;       // without the dashes
@@ -47,4 +47,4 @@ ParsedArgs parseArgs(const std::vector<std::string>& args, const std::vector<Opt
 // Parses a whole number; nothing for anything else (signs allowed, no blanks).
 std::optional<std::int64_t> parseInteger(std::string_view text);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

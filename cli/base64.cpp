@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -76,4 +76,4 @@ std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text) {
   return out;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -7,11 +7,11 @@
 #include <string_view>
 #include <vector>
 
-namespace vcli {
+namespace veltrane::cli {
 
 std::string base64Encode(const std::uint8_t* data, size_t size);
 // White space is skipped; any other character outside the alphabet, a bad
 // length or misplaced padding gives nothing.
 std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -9,7 +9,7 @@
 #include "output.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -257,4 +257,4 @@ Command callCommand() {
           runCall};
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -6,7 +6,7 @@
 #include "failure.h"
 #include "output.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -66,4 +66,4 @@ Command checkUnicodeCommand() {
           runCheckUnicode};
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

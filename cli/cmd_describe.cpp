@@ -6,7 +6,7 @@
 #include "failure.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -37,4 +37,4 @@ Command describeCommand() {
           runDescribe};
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

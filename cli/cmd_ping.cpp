@@ -7,7 +7,7 @@
 #include "output.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -49,4 +49,4 @@ Command pingCommand() {
           runPing};
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

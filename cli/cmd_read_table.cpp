@@ -14,7 +14,7 @@
 #include "table_plan.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -303,4 +303,4 @@ Command readTableCommand() {
           runReadTable};
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

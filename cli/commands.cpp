@@ -3,7 +3,7 @@
 #include "connection.h"
 #include "output.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
@@ -21,4 +21,4 @@ std::vector<OptionDef> optionsOf(const Command& command) {
   return options;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

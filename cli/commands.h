@@ -6,7 +6,7 @@
 
 #include "args.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 struct Command {
   std::string name;
@@ -30,4 +30,4 @@ const std::vector<Command>& allCommands();
 // All options a command accepts, in the order --help lists them.
 std::vector<OptionDef> optionsOf(const Command& command);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -9,29 +9,34 @@
 
 #include "args.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
+// The options of every back end, and those of each back end (backends.h).
 struct ConnectionSettings {
   std::string backend = "soap";
   std::string host = "127.0.0.1";
-  long port = 8000;
-  std::string endpoint = "sap/bc/soap/rfc";
   std::string client = "001";
   std::string user;
   std::string language = "EN";
-  bool stateful = false;
   std::string traceFile;
+
+  // SOAP
+  long port = 8000;
+  std::string endpoint = "sap/bc/soap/rfc";
+  bool stateful = false;
   std::string proxyHost;
   long proxyPort = 0;
   std::string proxyUser;
 
-  // "http://HOST:PORT/ENDPOINT"
+  // Where the session goes, as the back end says: "http://HOST:PORT/ENDPOINT".
   std::string address() const;
 };
 
+// The options of every back end, then each back end's own.
 std::vector<OptionDef> connectionOptions();
-// Reads the options, falling back to VELTRANE_HOST, VELTRANE_PORT,
-// VELTRANE_CLIENT, VELTRANE_USER, VELTRANE_LANG. Bad values are UsageErrors.
+// Reads the options, falling back to VELTRANE_HOST, VELTRANE_CLIENT,
+// VELTRANE_USER, VELTRANE_LANG (and the back end's own variables, such as
+// VELTRANE_PORT). Bad values are UsageErrors.
 ConnectionSettings connectionSettings(const ParsedArgs& args);
 
 class Connection {
@@ -55,8 +60,7 @@ class Connection {
 
  private:
   ConnectionSettings settings_;
-  CComPtr<ISoapSession> soap_;
   CComPtr<ISession> session_;
 };
 
-}  // namespace vcli
+}  // namespace veltrane::cli

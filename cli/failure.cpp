@@ -5,7 +5,7 @@
 
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 RfcFailure::RfcFailure(std::string context, long group, std::string key, std::string message, std::string module)
     : std::runtime_error(context + " failed: " + key + ": " + message),
@@ -22,20 +22,8 @@ ComFailure::ComFailure(std::string context, HRESULT hr, std::string description)
       description_(std::move(description)) {}
 
 std::string errorGroupName(long group) {
-  switch (group) {
-    case RFCERROR_NO_ERROR: return "RFCERROR_NO_ERROR";
-    case RFCERROR_PROGRAM: return "RFCERROR_PROGRAM";
-    case RFCERROR_COMMUNICATION: return "RFCERROR_COMMUNICATION";
-    case RFCERROR_LOGON_FAILURE: return "RFCERROR_LOGON_FAILURE";
-    case RFCERROR_SYSTEM_FAILURE: return "RFCERROR_SYSTEM_FAILURE";
-    case RFCERROR_APPLICATION_EXCEPTION: return "RFCERROR_APPLICATION_EXCEPTION";
-    case RFCERROR_RESOURCE: return "RFCERROR_RESOURCE";
-    case RFCERROR_PROTOCOL: return "RFCERROR_PROTOCOL";
-    case RFCERROR_INTERNAL: return "RFCERROR_INTERNAL";
-    case RFCERROR_CANCELLED: return "RFCERROR_CANCELLED";
-    case RFCERROR_BUSY: return "RFCERROR_BUSY";
-    default: return "unknown group";
-  }
+  const char* name = ErrorGroupName(group);
+  return name ? name : "unknown group";
 }
 
 namespace {
@@ -125,7 +113,7 @@ int reportFailure(const std::exception& e) {
   if (const auto* com = dynamic_cast<const ComFailure*>(&e)) {
     std::cerr << "veltrane: " << com->context() << " failed: " << com->description() << " (" << hex(com->result())
               << ")\n";
-    if (com->result() == static_cast<HRESULT>(0x80040207))
+    if (com->result() == TextResult(Text::Unexpected))
       std::cerr << "  (repeat with --trace FILE to see the cause in the trace)\n";
     return kExitFailure;
   }
@@ -137,4 +125,4 @@ int reportFailure(const std::exception& e) {
   return kExitFailure;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

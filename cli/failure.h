@@ -8,7 +8,7 @@
 
 #include <veltrane.h>
 
-namespace vcli {
+namespace veltrane::cli {
 
 enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
 
@@ -65,4 +65,4 @@ void checkReader(HRESULT hr, ITableReader* reader, const std::string& context);
 // Writes the failure to standard error and returns the exit status.
 int reportFailure(const std::exception& e);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -10,11 +10,7 @@
 #include "failure.h"
 #include "password.h"
 
-#ifndef VELTRANE_CLI_VERSION
-#define VELTRANE_CLI_VERSION "unknown"
-#endif
-
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -87,7 +83,7 @@ int run(const std::vector<std::string>& args) {
         return kExitOk;
       }
       if (a == "--version") {
-        std::cout << "veltrane " << VELTRANE_CLI_VERSION << "\n";
+        std::cout << "veltrane " << VELTRANE_VERSION << "\n";
         return kExitOk;
       }
     }
@@ -129,19 +125,19 @@ int run(const std::vector<std::string>& args) {
 
 }  // namespace
 
-}  // namespace vcli
+}  // namespace veltrane::cli
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
   if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {
     std::cerr << "veltrane: the COM runtime did not start\n";
-    return vcli::kExitFailure;
+    return veltrane::cli::kExitFailure;
   }
   int status;
   try {
-    status = vcli::run(args);
+    status = veltrane::cli::run(args);
   } catch (const std::exception& e) {
-    status = vcli::reportFailure(e);
+    status = veltrane::cli::reportFailure(e);
   }
   std::cout.flush();
   CoUninitialize();

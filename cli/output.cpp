@@ -5,7 +5,7 @@
 #include "failure.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 OptionDef formatOption() { return {"format", "json|table", "output as JSON (default) or as an aligned table"}; }
 
@@ -73,4 +73,4 @@ void printTable(std::ostream& out, const TextTable& table) {
   for (const auto& row : table.rows) line(row);
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -8,7 +8,7 @@
 #include "args.h"
 #include "values.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 enum class Format { Json, Table };
 
@@ -31,4 +31,4 @@ void printTable(std::ostream& out, const TextTable& table);
 // compact JSON; line breaks and tabs shown as \n, \r, \t.
 std::string cellText(const Json& value);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -9,7 +9,7 @@
 
 #include "failure.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -68,4 +68,4 @@ std::string obtainPassword(const std::string& prompt) {
   return password;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

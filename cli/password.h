@@ -3,7 +3,7 @@
 
 #include <string>
 
-namespace vcli {
+namespace veltrane::cli {
 
 inline constexpr const char* kPasswordVariable = "VELTRANE_PASSWORD";
 
@@ -11,4 +11,4 @@ inline constexpr const char* kPasswordVariable = "VELTRANE_PASSWORD";
 // on /dev/tty without echo. A UsageError when neither is possible.
 std::string obtainPassword(const std::string& prompt);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

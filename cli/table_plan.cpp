@@ -2,7 +2,7 @@
 
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -95,4 +95,4 @@ std::vector<std::string> fieldList(const std::vector<std::string>& options) {
   return names;
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

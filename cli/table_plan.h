@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace vcli {
+namespace veltrane::cli {
 
 inline constexpr size_t kOptionLineLength = 72;
 inline constexpr int kDataLineLength = 512;
@@ -31,4 +31,4 @@ std::vector<std::vector<size_t>> splitFields(const std::vector<FieldLayout>& fie
 // "A,B , C" and repeated options into upper-case names; empty entries dropped.
 std::vector<std::string> fieldList(const std::vector<std::string>& options);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

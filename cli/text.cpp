@@ -2,7 +2,7 @@
 
 #include <cctype>
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -109,4 +109,4 @@ std::string trim(std::string_view s) {
   return std::string(s.substr(b, e - b));
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -6,7 +6,7 @@
 
 #include <veltrane.h>
 
-namespace vcli {
+namespace veltrane::cli {
 
 // Invalid input sequences become U+FFFD; conversion never fails.
 std::u16string toUtf16(std::string_view utf8);
@@ -22,4 +22,4 @@ size_t displayWidth(std::string_view utf8);
 std::string upperAscii(std::string_view s);
 std::string trim(std::string_view s);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -10,7 +10,7 @@
 #include "failure.h"
 #include "text.h"
 
-namespace vcli {
+namespace veltrane::cli {
 
 namespace {
 
@@ -379,4 +379,4 @@ Json fieldToJson(IRfcField* field) {
   }
 }
 
-}  // namespace vcli
+}  // namespace veltrane::cli

@@ -9,7 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <veltrane.h>
 
-namespace vcli {
+namespace veltrane::cli {
 
 using Json = nlohmann::ordered_json;
 
@@ -33,4 +33,4 @@ RFCTYPEKIND typeKind(IRfcType* type);
 ABAPTYPE scalarType(IRfcType* type);
 bool isNumericType(ABAPTYPE type);
 
-}  // namespace vcli
+}  // namespace veltrane::cli

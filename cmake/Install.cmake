@@ -11,8 +11,7 @@ install(TARGETS veltrane EXPORT veltraneTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
 install(FILES ${CMAKE_SOURCE_DIR}/include/veltrane.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-file(GLOB veltrane_platform_headers ${CMAKE_SOURCE_DIR}/platform/*.h)
-list(FILTER veltrane_platform_headers EXCLUDE REGEX "/internal_[^/]*\\.h$")
+list(TRANSFORM VELTRANE_PLATFORM_PUBLIC_HEADERS PREPEND ${CMAKE_SOURCE_DIR}/platform/ OUTPUT_VARIABLE veltrane_platform_headers)
 install(FILES ${veltrane_platform_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane/platform)
 install(DIRECTORY ${VELTRANE_BUILD_INCLUDE}/veltrane/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/veltrane
   FILES_MATCHING PATTERN "*.h" PATTERN "platform" EXCLUDE)

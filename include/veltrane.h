@@ -1,7 +1,8 @@
 // Veltrane: the public header. It declares the portable COM / OLE Automation
 // layer (types, BSTR, VARIANT, SAFEARRAY, IUnknown, IDispatch, error records,
-// apartments, activation), the ATL-style helpers, and the generated type
-// library VELTRANELib (interfaces, enums, IIDs, CLSIDs).
+// apartments, activation), the ATL-style helpers, the generated type
+// library VELTRANELib (interfaces, enums, IIDs, CLSIDs), the component's
+// error codes and texts, and its version.
 //
 //   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
 //   CComPtr<ISoapSession> session;
@@ -21,4 +22,6 @@
 #include "veltrane/platform/connection_point.h"
 #include "veltrane/platform/typelib.h"
 #include "veltrane/veltrane_tlb.h"
+#include "veltrane/veltrane_errors.h"
+#include "veltrane/veltrane_version.h"
 #include "veltrane/module.h"

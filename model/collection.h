@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "platform/atlbase.h"
+#include "platform/dispatch_impl.h"
 #include "platform/enum_variant.h"
 
 // Order of the keys: UTF-16 code units. Two keys match only when they are
@@ -36,14 +37,6 @@ struct CollectionKeyLess {
 };
 template <class T>
 using CollectionKeyMap = std::map<std::u16string, T, CollectionKeyLess>;
-
-// A BSTR as a view; null reads as empty.
-inline std::u16string_view BstrView(const OLECHAR* b) {
-  return b ? std::u16string_view(b, SysStringLen(const_cast<BSTR>(b))) : std::u16string_view();
-}
-
-// A copy of a BSTR, embedded NULs included; null stays null.
-inline BSTR BstrCopy(BSTR s) { return s ? SysAllocStringLen(s, SysStringLen(s)) : nullptr; }
 
 template <class ItemItf>
 class CComCollect {
@@ -332,3 +325,24 @@ template <class ItemItf>
 using CComCollectMapName = CComCollectMapBase<ItemItf, CollectionNameKey>;
 template <class ItemItf>
 using CComCollectMapCustom = CComCollectMapBase<ItemItf, CollectionFunctionKey>;
+
+// The members that the collection interfaces share, over the list of their
+// items: Impl of the generated CoClass<Name> bases (veltrane_decl.h).
+// Count and _NewEnum for every collection; HasKey and Item by position or key
+// for the keyed ones (Item of RfcRows takes a position only and stands in its
+// class).
+template <class Derived, class Itf, class List>
+class ICollectionImpl : public IDispatchImpl<Derived, Itf>, public List {
+ public:
+  HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return this->CollGetCount(pVal); }
+  HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override {
+    return this->CollNewEnum(static_cast<Derived*>(this)->GetUnknown(), pVal);
+  }
+};
+
+template <class Derived, class Itf, class ItemItf, class KeyOf>
+class IKeyedCollectionImpl : public ICollectionImpl<Derived, Itf, CComCollectMapBase<ItemItf, KeyOf>> {
+ public:
+  HRESULT STDMETHODCALLTYPE HasKey(BSTR key, VARIANT_BOOL* pVal) override { return this->CollHasKey(key, pVal); }
+  HRESULT STDMETHODCALLTYPE get_Item(VARIANT inIndex, ItemItf** pVal) override { return this->CollItem(inIndex, pVal); }
+};

@@ -7,33 +7,20 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
 class CRfcParameters;
 
 class CFunctionCall
-    : public CComObjectBase<CFunctionCall, IDispatchImpl<CFunctionCall, IFunctionCall>,
-                            ISupportErrorInfoImpl<&IID_IFunctionCall>, CModelObjectImpl<CFunctionCall>> {
+    : public CComObjectBase<CFunctionCall, CoClassFunctionCall<CFunctionCall>, CModelObjectImpl<CFunctionCall>> {
  public:
-  static const CLSID& ClassId() { return CLSID_FunctionCall; }
-
   CFunctionCall();
   ~CFunctionCall() override;
   HRESULT FinalConstruct();
 
   // IFunctionCall
-  HRESULT STDMETHODCALLTYPE get_Function(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Function(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE get_Importing(IRfcParameters** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Exporting(IRfcParameters** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Changing(IRfcParameters** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Tables(IRfcParameters** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Documentation(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Documentation(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE RaiseException(BSTR exception, BSTR Message) override;
-  HRESULT STDMETHODCALLTYPE GetException(BSTR* exception, BSTR* Message) override;
-  HRESULT STDMETHODCALLTYPE ToXML(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE FromXML(BSTR xml) override;
+  VELTRANE_DECL_IFUNCTIONCALL
 
   // The sets in the order of the XML form: importing, exporting, changing, tables.
   static constexpr int kSetCount = 4;

@@ -22,7 +22,8 @@
 #include "model/rfc_type.h"
 #include "model/rfc_types.h"
 #include "model/type_access.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
+#include "runtime/xml_depth.h"
 
 namespace {
 
@@ -143,58 +144,6 @@ class Writer {
 };
 
 // --- reading ---------------------------------------------------------------
-
-// The deepest nesting of elements in a text, as the parser will meet it:
-// comments, CDATA sections, declarations and processing instructions do not
-// nest, quoted attribute values are skipped, the text ends at a NUL.
-size_t ElementDepth(std::string_view s) {
-  const size_t end = std::min(s.size(), s.find('\0'));
-  size_t depth = 0, deepest = 0, i = 0;
-  auto skipPast = [&](std::string_view terminator, size_t from) {
-    size_t at = s.substr(0, end).find(terminator, from);
-    return at == std::string_view::npos ? end : at + terminator.size();
-  };
-  while (i < end) {
-    if (s[i] != '<') {
-      ++i;
-      continue;
-    }
-    std::string_view rest = s.substr(i, end - i);
-    if (rest.starts_with("<!--")) {
-      i = skipPast("-->", i + 4);
-    } else if (rest.starts_with("<![CDATA[")) {
-      i = skipPast("]]>", i + 9);
-    } else if (rest.starts_with("<?")) {
-      i = skipPast("?>", i + 2);
-    } else if (rest.starts_with("<!")) {
-      int brackets = 0;
-      for (i += 2; i < end && !(s[i] == '>' && brackets == 0); ++i) {
-        if (s[i] == '[') ++brackets;
-        if (s[i] == ']' && brackets > 0) --brackets;
-      }
-      ++i;
-    } else if (rest.starts_with("</")) {
-      if (depth > 0) --depth;
-      i = skipPast(">", i + 2);
-    } else {
-      deepest = std::max(deepest, ++depth);
-      char quote = 0;
-      for (++i; i < end; ++i) {
-        const char c = s[i];
-        if (quote) {
-          if (c == quote) quote = 0;
-        } else if (c == '"' || c == '\'') {
-          quote = c;
-        } else if (c == '>') {
-          if (s[i - 1] == '/') --depth;
-          break;
-        }
-      }
-      ++i;
-    }
-  }
-  return deepest;
-}
 
 // A decimal integer at the start of the text, after optional white space and
 // a sign, in the 32-bit range.
@@ -329,7 +278,7 @@ HRESULT CallToXml(CFunctionCall& call, BSTR* xml) {
 
 HRESULT CallFromXml(CFunctionCall& call, BSTR xml) {
   // FromXML adds and never replaces: the call must not have a name yet.
-  if (SysStringLen(call.FunctionBstr()) != 0) return ModelError(CLSID_RfcType, kErrAlreadyInitialized);
+  if (SysStringLen(call.FunctionBstr()) != 0) return ModelError(CLSID_RfcType, Text::AlreadyInitialized);
   try {
     std::string text = WideToUtf8(BstrView(xml));
     if (ElementDepth(text) > static_cast<size_t>(kMaxTypeDepth))

@@ -8,13 +8,8 @@
 #include "runtime/report_error.h"
 #include "veltrane_tlb.h"
 
-inline constexpr UINT kErrAlreadyInitialized = 513;  // "The object has already been initialized"
-inline constexpr UINT kErrNotInitialized = 514;      // "The object has not been initialized"
-inline constexpr UINT kErrNotAStructure = 516;       // "Object is not a structure"
-inline constexpr UINT kErrNotATable = 517;           // "Object is not a table"
-
 // Every record names ISession as its interface, from every class.
-inline HRESULT ModelError(REFCLSID source, UINT code) { return ReportError(source, code, 0, nullptr, IID_ISession); }
+inline HRESULT ModelError(REFCLSID source, Text text) { return ReportError(source, text); }
 
 // A failure with a text of its own; hr 0 gives 0x80020009.
 inline HRESULT ModelErrorText(REFCLSID source, std::u16string_view text, HRESULT hr = 0) {

@@ -77,7 +77,7 @@ HRESULT CRfcField::Shape(IRfcType* type, ShapePath& path) {
       m_rows = std::move(rows);
       return hr;
     }
-    case RFCTYPEKIND_UNDEFINED: return ModelError(CLSID_RfcField, kErrNotInitialized);
+    case RFCTYPEKIND_UNDEFINED: return ModelError(CLSID_RfcField, Text::NotInitialized);
     default: return E_UNEXPECTED;
   }
 }
@@ -88,7 +88,7 @@ HRESULT CRfcField::BuildStructFields(IRfcType* type, ShapePath& path, CComPtr<CR
   HRESULT hr = members.Open(type);
   if (FAILED(hr)) return hr;
   const LONG count = members.Count();
-  if (count == 0) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (count == 0) return ModelError(CLSID_RfcField, Text::NotInitialized);
   if (path.size() >= static_cast<size_t>(kMaxTypeDepth) || std::find(path.begin(), path.end(), type) != path.end())
     return ModelErrorText(CLSID_RfcField, u"The structure contains itself or is nested too deeply", E_INVALIDARG);
 
@@ -151,7 +151,7 @@ HRESULT CRfcField::BuildRowPlan(IRfcType* type, RowPlan& plan, bool* planned) {
   if (!direct) return S_OK;
   const CRfcTypes& members = direct->Members();
   const LONG count = members.CollCount();
-  if (count == 0) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (count == 0) return ModelError(CLSID_RfcField, Text::NotInitialized);
   plan.members.reserve(static_cast<size_t>(count));
   for (LONG i = 0; i < count; ++i) {
     IRfcType* member = members.CollAt(static_cast<size_t>(i));
@@ -224,13 +224,13 @@ HRESULT CRfcField::AttachValue(VARIANT* value) {
 HRESULT CRfcField::get_Fields(IRfcFields** pVal) {
   if (!pVal) return E_POINTER;
   *pVal = nullptr;
-  if (!m_type) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (!m_type) return ModelError(CLSID_RfcField, Text::NotInitialized);
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
   HRESULT hr = TypeKind(m_type, &kind);
   if (FAILED(hr)) return hr;
-  if (kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcField, kErrNotAStructure);
+  if (kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcField, Text::NotAStructure);
   // The type became a structure after the field was shaped otherwise.
-  if (!m_fields) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (!m_fields) return ModelError(CLSID_RfcField, Text::NotInitialized);
   *pVal = m_fields;
   (*pVal)->AddRef();
   return S_OK;
@@ -239,12 +239,12 @@ HRESULT CRfcField::get_Fields(IRfcFields** pVal) {
 HRESULT CRfcField::get_Rows(IRfcRows** pVal) {
   if (!pVal) return E_POINTER;
   *pVal = nullptr;
-  if (!m_type) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (!m_type) return ModelError(CLSID_RfcField, Text::NotInitialized);
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
   HRESULT hr = TypeKind(m_type, &kind);
   if (FAILED(hr)) return hr;
-  if (kind != RFCTYPEKIND_TABLE) return ModelError(CLSID_RfcField, kErrNotATable);
-  if (!m_rows) return ModelError(CLSID_RfcField, kErrNotInitialized);
+  if (kind != RFCTYPEKIND_TABLE) return ModelError(CLSID_RfcField, Text::NotATable);
+  if (!m_rows) return ModelError(CLSID_RfcField, Text::NotInitialized);
   *pVal = m_rows;
   (*pVal)->AddRef();
   return S_OK;

@@ -12,6 +12,7 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
 class CRfcFields;
@@ -20,26 +21,14 @@ class CRfcRows;
 // Internal type of a field: how it was shaped.
 enum FIELDSHAPE : ULONG { FIELDSHAPE_NONE = 0, FIELDSHAPE_SCALAR = 1, FIELDSHAPE_STRUCT = 2, FIELDSHAPE_TABLE = 3 };
 
-class CRfcField : public CComObjectBase<CRfcField, IDispatchImpl<CRfcField, IRfcField>,
-                                        ISupportErrorInfoImpl<&IID_IRfcField>, CModelObjectImpl<CRfcField>> {
+class CRfcField : public CComObjectBase<CRfcField, CoClassRfcField<CRfcField>, CModelObjectImpl<CRfcField>> {
  public:
-  static const CLSID& ClassId() { return CLSID_RfcField; }
-
   // A new field holds an empty string.
   CRfcField();
   ~CRfcField() override;
 
   // IRfcField
-  HRESULT STDMETHODCALLTYPE get_name(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_name(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE get_RfcType(IRfcType** pVal) override;
-  HRESULT STDMETHODCALLTYPE put_RfcType(IRfcType* newVal) override;
-  HRESULT STDMETHODCALLTYPE get_value(VARIANT* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_value(VARIANT newVal) override;
-  HRESULT STDMETHODCALLTYPE get_Fields(IRfcFields** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Rows(IRfcRows** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_InternalType(LONG* pVal) override;
-  HRESULT STDMETHODCALLTYPE get_IsEmpty(VARIANT_BOOL* pVal) override;
+  VELTRANE_DECL_IRFCFIELD
 
   // Types being shaped, outermost first; guards against a type that
   // contains itself.

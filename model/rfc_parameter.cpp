@@ -43,7 +43,7 @@ HRESULT CRfcParameter::Define(BSTR name, IRfcType* type) {
   LONG internalType = 0;
   HRESULT hr = get_InternalType(&internalType);
   if (FAILED(hr)) return hr;
-  if (internalType != 0) return ModelError(CLSID_RfcParameter, kErrAlreadyInitialized);
+  if (internalType != 0) return ModelError(CLSID_RfcParameter, Text::AlreadyInitialized);
   m_field->put_name(name);
   return m_field->put_RfcType(type);
 }

@@ -22,7 +22,7 @@ HRESULT CRfcRows::put_RfcType(IRfcType* type) {
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
   HRESULT hr = TypeKind(type, &kind);
   if (FAILED(hr)) return hr;
-  if (kind != RFCTYPEKIND_TABLE) return ModelError(CLSID_RfcRows, kErrNotATable);
+  if (kind != RFCTYPEKIND_TABLE) return ModelError(CLSID_RfcRows, Text::NotATable);
   CComPtr<IRfcType> rowType;
   hr = type->get_RowType(&rowType);
   if (FAILED(hr)) return hr;
@@ -123,8 +123,8 @@ HRESULT CRfcRows::AddRows(LONG Count) {
 }
 
 HRESULT CRfcRows::SetFileMode(SHORT DataCol, SHORT IndexCol) {
-  if (!m_rowType) return ModelError(CLSID_RfcRows, kErrNotInitialized);
-  if (m_fileMode) return ModelError(CLSID_RfcRows, kErrAlreadyInitialized);
+  if (!m_rowType) return ModelError(CLSID_RfcRows, Text::NotInitialized);
+  if (m_fileMode) return ModelError(CLSID_RfcRows, Text::AlreadyInitialized);
   if (DataCol < 1) return E_INVALIDARG;
   TypeMembers members;
   HRESULT hr = members.Open(m_rowType);

@@ -7,22 +7,20 @@
 #include "model/model_object.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
 #include <vector>
 
 class CRfcFields;
 
-class CRfcRows : public CComObjectBase<CRfcRows, IDispatchImpl<CRfcRows, IRfcRows>,
-                                       ISupportErrorInfoImpl<&IID_IRfcRows>, CModelObjectImpl<CRfcRows>>,
-                 public CComCollect<IRfcFields> {
+class CRfcRows
+    : public CComObjectBase<CRfcRows,
+                            CoClassRfcRows<CRfcRows, ICollectionImpl<CRfcRows, IRfcRows, CComCollect<IRfcFields>>>,
+                            CModelObjectImpl<CRfcRows>> {
  public:
-  static const CLSID& ClassId() { return CLSID_RfcRows; }
-
   // IRfcRows
-  HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override { return CollGetCount(pVal); }
   HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override { return CollItemAt(inIndex, pVal); }
-  HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override { return CollNewEnum(GetUnknown(), pVal); }
   HRESULT STDMETHODCALLTYPE get_FileMode(VARIANT_BOOL* pVal) override;
   HRESULT STDMETHODCALLTYPE get_DataCol(SHORT* pVal) override;
   HRESULT STDMETHODCALLTYPE get_IndexCol(SHORT* pVal) override;

@@ -63,7 +63,7 @@ HRESULT CRfcType::get_StructFields(IRfcTypes** pVal) {
 HRESULT CRfcType::get_RowType(IRfcType** pVal) { return GetProperty(m_rowType, pVal); }
 
 HRESULT CRfcType::DefineScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals, LONG StructOffset) {
-  if (m_kind != RFCTYPEKIND_UNDEFINED) return ModelError(CLSID_RfcType, kErrAlreadyInitialized);
+  if (m_kind != RFCTYPEKIND_UNDEFINED) return ModelError(CLSID_RfcType, Text::AlreadyInitialized);
   m_kind = RFCTYPEKIND_SCALAR;
   m_name.Attach(BstrCopy(name));
   m_scalarLength = length;
@@ -85,7 +85,7 @@ HRESULT CRfcType::DefineTable(BSTR name, IRfcType* tableType) {
   RFCTYPEKIND rowKind = RFCTYPEKIND_UNDEFINED;
   HRESULT hr = tableType->get_Kind(&rowKind);
   if (FAILED(hr)) return hr;
-  if (rowKind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, kErrNotAStructure);
+  if (rowKind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, Text::NotAStructure);
   m_name.Attach(BstrCopy(name));
   m_kind = RFCTYPEKIND_TABLE;
   m_scalarType = TYPE_ITAB;
@@ -94,18 +94,18 @@ HRESULT CRfcType::DefineTable(BSTR name, IRfcType* tableType) {
 }
 
 HRESULT CRfcType::AddComplexStructField(IRfcType* field) {
-  if (m_kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, kErrNotAStructure);
+  if (m_kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, Text::NotAStructure);
   if (!field) return E_POINTER;
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
   HRESULT hr = field->get_Kind(&kind);
   if (FAILED(hr)) return hr;
-  if (kind == RFCTYPEKIND_UNDEFINED) return ModelError(CLSID_RfcType, kErrNotInitialized);
+  if (kind == RFCTYPEKIND_UNDEFINED) return ModelError(CLSID_RfcType, Text::NotInitialized);
   return m_structFields->CollAdd(field);
 }
 
 HRESULT CRfcType::AddScalarStructField(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals, LONG StructOffset,
                                        LONG structOffsetC1, LONG StructLength, LONG structLengthC1) {
-  if (m_kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, kErrNotAStructure);
+  if (m_kind != RFCTYPEKIND_STRUCT) return ModelError(CLSID_RfcType, Text::NotAStructure);
   CComPtr<CRfcType> member;
   HRESULT hr = CRfcType::CreateInstance(&member.p);
   if (FAILED(hr)) return hr;

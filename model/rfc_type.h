@@ -8,49 +8,19 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
 class CRfcTypes;
 
-class CRfcType : public CComObjectBase<CRfcType, IDispatchImpl<CRfcType, IRfcType>,
-                                       ISupportErrorInfoImpl<&IID_IRfcType>, CModelObjectImpl<CRfcType>> {
+class CRfcType : public CComObjectBase<CRfcType, CoClassRfcType<CRfcType>, CModelObjectImpl<CRfcType>> {
  public:
-  static const CLSID& ClassId() { return CLSID_RfcType; }
-
   CRfcType();
   ~CRfcType() override;
   HRESULT FinalConstruct();
 
   // IRfcType
-  HRESULT STDMETHODCALLTYPE get_name(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Kind(RFCTYPEKIND* pVal) override;
-  HRESULT STDMETHODCALLTYPE get_ScalarType(ABAPTYPE* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ScalarType(ABAPTYPE newVal) override;
-  HRESULT STDMETHODCALLTYPE get_ScalarLength(SHORT* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ScalarLength(SHORT newVal) override;
-  HRESULT STDMETHODCALLTYPE get_ScalarDecimals(SHORT* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_ScalarDecimals(SHORT newVal) override;
-  HRESULT STDMETHODCALLTYPE get_StructOffset(LONG* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_StructOffset(LONG newVal) override;
-  HRESULT STDMETHODCALLTYPE get_StructLength(LONG* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_StructLength(LONG newVal) override;
-  HRESULT STDMETHODCALLTYPE get_StructFields(IRfcTypes** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_RowType(IRfcType** pVal) override;
-  HRESULT STDMETHODCALLTYPE DefineScalar(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals,
-                                         LONG StructOffset) override;
-  HRESULT STDMETHODCALLTYPE DefineStruct(BSTR name) override;
-  HRESULT STDMETHODCALLTYPE DefineTable(BSTR name, IRfcType* tableType) override;
-  HRESULT STDMETHODCALLTYPE AddComplexStructField(IRfcType* field) override;
-  HRESULT STDMETHODCALLTYPE AddScalarStructField(BSTR name, ABAPTYPE type, SHORT length, SHORT decimals,
-                                                 LONG StructOffset, LONG structOffsetC1, LONG StructLength,
-                                                 LONG structLengthC1) override;
-  HRESULT STDMETHODCALLTYPE get_Tag(VARIANT* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Tag(VARIANT newVal) override;
-  HRESULT STDMETHODCALLTYPE get_structOffsetC1(LONG* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_structOffsetC1(LONG newVal) override;
-  HRESULT STDMETHODCALLTYPE get_structLengthC1(LONG* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_structLengthC1(LONG newVal) override;
-  HRESULT STDMETHODCALLTYPE GetInternalObj(VARIANT* pVal) override;
+  VELTRANE_DECL_IRFCTYPE
 
   // Direct access for the model (value shaping, XML reader).
   BSTR NameBstr() const { return m_name.m_str; }

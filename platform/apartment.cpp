@@ -5,7 +5,7 @@
 #include <chrono>
 #include <set>
 
-namespace platform {
+namespace veltrane::platform {
 
 bool Apartment::post(std::function<void()> work) {
   {
@@ -138,10 +138,10 @@ HRESULT CallInApartment(const std::shared_ptr<Apartment>& target, const std::fun
   return completion->hr;
 }
 
-}  // namespace platform
+}  // namespace veltrane::platform
 
-using platform::Apartment;
-using platform::t_thread;
+using veltrane::platform::Apartment;
+using veltrane::platform::t_thread;
 
 extern "C" {
 
@@ -155,11 +155,11 @@ HRESULT CoInitializeEx(LPVOID, DWORD dwCoInit) {
   if (sta) {
     t_thread.apartment = std::make_shared<Apartment>(true);
   } else {
-    std::lock_guard<std::mutex> lock(platform::g_mtaMutex);
-    auto mta = platform::g_mta.lock();
+    std::lock_guard<std::mutex> lock(veltrane::platform::g_mtaMutex);
+    auto mta = veltrane::platform::g_mta.lock();
     if (!mta) {
       mta = std::make_shared<Apartment>(false);
-      platform::g_mta = mta;
+      veltrane::platform::g_mta = mta;
     }
     t_thread.apartment = mta;
   }
@@ -195,10 +195,10 @@ DWORD CoPumpMessages(DWORD timeoutMs) {
 }
 
 HRESULT CoRegisterDispatchInterface(REFIID riid) {
-  std::lock_guard<std::mutex> lock(platform::g_dispatchMutex);
-  for (const IID& iid : platform::g_dispatchInterfaces)
+  std::lock_guard<std::mutex> lock(veltrane::platform::g_dispatchMutex);
+  for (const IID& iid : veltrane::platform::g_dispatchInterfaces)
     if (iid == riid) return S_FALSE;
-  platform::g_dispatchInterfaces.push_back(riid);
+  veltrane::platform::g_dispatchInterfaces.push_back(riid);
   return S_OK;
 }
 

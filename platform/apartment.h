@@ -11,7 +11,7 @@
 #include <mutex>
 #include <thread>
 
-namespace platform {
+namespace veltrane::platform {
 
 class Apartment {
  public:
@@ -49,4 +49,4 @@ HRESULT CallInApartment(const std::shared_ptr<Apartment>& target, const std::fun
 
 bool IsDispatchInterface(REFIID riid);
 
-}  // namespace platform
+}  // namespace veltrane::platform

@@ -99,6 +99,13 @@ class CComQIPtr : public CComPtr<T> {
   }
 };
 
+// A BSTR as a view of its characters, embedded NULs included; null reads as
+// the empty text.
+inline std::u16string_view BstrView(const OLECHAR* s) { return {s ? s : u"", SysStringLen(const_cast<BSTR>(s))}; }
+
+// A copy of a BSTR, embedded NULs included; null stays null.
+inline BSTR BstrCopy(const OLECHAR* s) { return s ? SysAllocStringLen(s, SysStringLen(const_cast<BSTR>(s))) : nullptr; }
+
 class CComBSTR {
  public:
   CComBSTR() noexcept = default;
@@ -127,7 +134,7 @@ class CComBSTR {
   bool operator!() const noexcept { return m_str == nullptr; }
   unsigned int Length() const noexcept { return SysStringLen(m_str); }
   unsigned int ByteLength() const noexcept { return SysStringByteLen(m_str); }
-  std::u16string_view View() const noexcept { return {m_str ? m_str : u"", Length()}; }
+  std::u16string_view View() const noexcept { return BstrView(m_str); }
 
   BSTR Copy() const {
     if (!m_str) return nullptr;

@@ -10,14 +10,15 @@
 
 #include <atomic>
 #include <new>
+#include <tuple>
 #include <type_traits>
 
-namespace platform {
+namespace veltrane::platform {
 
 // Objects and server locks alive in the module; DllCanUnloadNow reads it.
-void ModuleLock();
-void ModuleUnlock();
-LONG ModuleLockCount();
+VELTRANE_API void ModuleLock();
+VELTRANE_API void ModuleUnlock();
+VELTRANE_API LONG ModuleLockCount();
 
 namespace detail {
 
@@ -39,6 +40,12 @@ bool names(REFIID riid) {
   }
 }
 
+// A base that bundles other bases (see CComBundle).
+template <class B, class = void>
+struct is_bundle : std::false_type {};
+template <class B>
+struct is_bundle<B, std::void_t<typename B::bundled_bases>> : std::true_type {};
+
 template <class T, class = void>
 struct has_final_construct : std::false_type {};
 template <class T>
@@ -46,17 +53,26 @@ struct has_final_construct<T, std::void_t<decltype(std::declval<T&>().FinalConst
 
 }  // namespace detail
 
-}  // namespace platform
+}  // namespace veltrane::platform
+
+// Several bases as one, for a family of classes that share them (the
+// generated CoClass<Name> bases); CComObjectBase looks into it for each
+// base's interface.
+template <class... Bases>
+class CComBundle : public Bases... {
+ public:
+  using bundled_bases = std::tuple<Bases*...>;
+};
 
 template <class Derived, class... Bases>
 class CComObjectBase : public Bases... {
   static_assert(sizeof...(Bases) > 0, "an object implements at least one interface");
 
  public:
-  CComObjectBase() { platform::ModuleLock(); }
+  CComObjectBase() { veltrane::platform::ModuleLock(); }
   CComObjectBase(const CComObjectBase&) = delete;
   CComObjectBase& operator=(const CComObjectBase&) = delete;
-  virtual ~CComObjectBase() { platform::ModuleUnlock(); }
+  virtual ~CComObjectBase() { veltrane::platform::ModuleUnlock(); }
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (!ppv) return E_POINTER;
@@ -92,7 +108,7 @@ class CComObjectBase : public Bases... {
     auto* obj = new (std::nothrow) Derived();
     if (!obj) return E_OUTOFMEMORY;
     obj->m_refs = 1;
-    if constexpr (platform::detail::has_final_construct<Derived>::value) {
+    if constexpr (veltrane::platform::detail::has_final_construct<Derived>::value) {
       HRESULT hr = obj->FinalConstruct();
       if (FAILED(hr)) {
         obj->Release();
@@ -120,31 +136,75 @@ class CComObjectBase : public Bases... {
   ULONG RefCount() const { return m_refs.load(); }
 
  private:
+  // The interface behind base B of `self` that riid names, or null; a bundle
+  // is searched base by base.
+  template <class B>
+  static void* findIn(B* self, REFIID riid) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
+      return findInBundle(self, riid, static_cast<typename B::bundled_bases*>(nullptr));
+    } else {
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
+      return veltrane::platform::detail::names<Itf>(riid) ? static_cast<Itf*>(self) : nullptr;
+    }
+  }
+  template <class B, class... Inner>
+  static void* findInBundle(B* self, REFIID riid, std::tuple<Inner*...>*) {
+    void* hit = nullptr;
+    ((hit = hit ? hit : findIn<Inner>(static_cast<Inner*>(self), riid)), ...);
+    return hit;
+  }
+
+  // The first interface of base B, or the first one that is an IDispatch.
+  template <class B>
+  static IUnknown* firstOf(B* self) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
+      return firstInBundle(self, static_cast<typename B::bundled_bases*>(nullptr));
+    } else {
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
+      return static_cast<Itf*>(self);
+    }
+  }
+  template <class B, class First, class... Inner>
+  static IUnknown* firstInBundle(B* self, std::tuple<First*, Inner*...>*) {
+    return firstOf<First>(static_cast<First*>(self));
+  }
+  template <class B>
+  static IDispatch* dispatchOf(B* self) {
+    if constexpr (veltrane::platform::detail::is_bundle<B>::value) {
+      return dispatchInBundle(self, static_cast<typename B::bundled_bases*>(nullptr));
+    } else {
+      using Itf = typename veltrane::platform::detail::interface_of<B>::type;
+      if constexpr (std::is_base_of_v<IDispatch, Itf>)
+        return static_cast<IDispatch*>(static_cast<Itf*>(self));
+      else
+        return nullptr;
+    }
+  }
+  template <class B, class... Inner>
+  static IDispatch* dispatchInBundle(B* self, std::tuple<Inner*...>*) {
+    IDispatch* hit = nullptr;
+    ((hit = hit ? hit : dispatchOf<Inner>(static_cast<Inner*>(self))), ...);
+    return hit;
+  }
+
   template <class B, class...>
   IUnknown* unknownOf() {
-    using Itf = typename platform::detail::interface_of<B>::type;
-    return static_cast<Itf*>(static_cast<B*>(this));
+    return firstOf<B>(static_cast<B*>(this));
   }
   IUnknown* unknown() { return unknownOf<Bases...>(); }
 
   template <class B, class... Rest>
   void* find(REFIID riid) {
-    using Itf = typename platform::detail::interface_of<B>::type;
-    if (platform::detail::names<Itf>(riid)) return static_cast<Itf*>(static_cast<B*>(this));
+    if (void* hit = findIn<B>(static_cast<B*>(this), riid)) return hit;
     if constexpr (sizeof...(Rest) > 0) return find<Rest...>(riid);
     return nullptr;
   }
 
   template <class B, class... Rest>
   void* firstDispatch() {
-    using Itf = typename platform::detail::interface_of<B>::type;
-    if constexpr (std::is_base_of_v<IDispatch, Itf>) {
-      return static_cast<IDispatch*>(static_cast<Itf*>(static_cast<B*>(this)));
-    } else if constexpr (sizeof...(Rest) > 0) {
-      return firstDispatch<Rest...>();
-    } else {
-      return nullptr;
-    }
+    if (IDispatch* hit = dispatchOf<B>(static_cast<B*>(this))) return hit;
+    if constexpr (sizeof...(Rest) > 0) return firstDispatch<Rest...>();
+    return nullptr;
   }
 
   std::atomic<ULONG> m_refs{0};

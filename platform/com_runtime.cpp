@@ -12,7 +12,7 @@
 #include <random>
 #include <string>
 
-namespace platform {
+namespace veltrane::platform {
 
 namespace {
 std::atomic<LONG> g_moduleLocks{0};
@@ -22,7 +22,7 @@ void ModuleLock() { ++g_moduleLocks; }
 void ModuleUnlock() { --g_moduleLocks; }
 LONG ModuleLockCount() { return g_moduleLocks.load(); }
 
-}  // namespace platform
+}  // namespace veltrane::platform
 
 namespace {
 
@@ -197,7 +197,7 @@ HRESULT CoRevokeClassTable(const COCLASS_REGISTRATION* entries) {
 HRESULT CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REFIID riid, LPVOID* ppv) {
   if (!ppv) return E_INVALIDARG;
   *ppv = nullptr;
-  if (!platform::CurrentApartment()) return CO_E_NOTINITIALIZED;
+  if (!veltrane::platform::CurrentApartment()) return CO_E_NOTINITIALIZED;
   if (!(dwClsContext & (CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER))) return REGDB_E_CLASSNOTREG;
   COCLASS_REGISTRATION reg;
   if (!lookupClass(rclsid, &reg) || !reg.creatable || !reg.getClassObject) return REGDB_E_CLASSNOTREG;

@@ -3,14 +3,11 @@
 #pragma once
 
 #include "platform/atlbase.h"
+#include "platform/result_names.h"
 
 #include <string>
 
-// The platform's message text for a result code ("The parameter is incorrect."),
-// or the code in hexadecimal when the table has none.
-std::u16string HResultMessage(HRESULT hr);
-
-class _com_error {
+class VELTRANE_API _com_error {
  public:
   explicit _com_error(HRESULT hr, IErrorInfo* perrinfo = nullptr, bool fAddRef = false) noexcept
       : m_hr(hr), m_info(perrinfo) {
@@ -69,5 +66,5 @@ class _com_error {
 };
 
 // Throws _com_error for hr with the thread's error record.
-[[noreturn]] void _com_issue_error(HRESULT hr);
-[[noreturn]] void _com_issue_errorex(HRESULT hr, IUnknown* punk, REFIID riid);
+[[noreturn]] VELTRANE_API void _com_issue_error(HRESULT hr);
+[[noreturn]] VELTRANE_API void _com_issue_errorex(HRESULT hr, IUnknown* punk, REFIID riid);

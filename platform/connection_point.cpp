@@ -94,126 +94,83 @@ HRESULT FireEvent(const SinkList& sinks, DISPID dispid, VARIANT* args, UINT coun
 
 namespace {
 
-class CEnumConnections : public CComObjectBase<CEnumConnections, IEnumConnections> {
+// The reference an enumerated item holds: its sink for a connection, the
+// point itself for a connection point.
+IUnknown* HeldBy(const CONNECTDATA& c) { return c.pUnk; }
+IUnknown* HeldBy(IConnectionPoint* p) { return p; }
+
+// An enumerator over a snapshot of items, each held with a reference while
+// the enumerator lives.
+template <class EnumItf, class Item>
+class CEnumSnapshot : public CComObjectBase<CEnumSnapshot<EnumItf, Item>, EnumItf> {
+  using Base = CComObjectBase<CEnumSnapshot<EnumItf, Item>, EnumItf>;
+
  public:
-  ~CEnumConnections() override {
-    for (CONNECTDATA& c : m_data) c.pUnk->Release();
+  ~CEnumSnapshot() override {
+    for (const Item& item : m_items) HeldBy(item)->Release();
   }
 
-  void Init(std::vector<CONNECTDATA> data, size_t position) {
-    m_data = std::move(data);
+  // Takes a reference to each item.
+  void Init(std::vector<Item> items, size_t position) {
+    m_items = std::move(items);
+    for (const Item& item : m_items) HeldBy(item)->AddRef();
     m_position = position;
   }
 
-  HRESULT STDMETHODCALLTYPE Next(ULONG cConnections, CONNECTDATA* rgcd, ULONG* pcFetched) override {
-    if (pcFetched) *pcFetched = 0;
-    if (!rgcd || (cConnections > 1 && !pcFetched)) return E_POINTER;
+  HRESULT STDMETHODCALLTYPE Next(ULONG count, Item* out, ULONG* fetched) override {
+    if (fetched) *fetched = 0;
+    if (!out || (count > 1 && !fetched)) return E_POINTER;
     ULONG n = 0;
-    for (; n < cConnections && m_position < m_data.size(); ++n, ++m_position) {
-      rgcd[n] = m_data[m_position];
-      rgcd[n].pUnk->AddRef();
+    for (; n < count && m_position < m_items.size(); ++n, ++m_position) {
+      out[n] = m_items[m_position];
+      HeldBy(out[n])->AddRef();
     }
-    if (pcFetched) *pcFetched = n;
-    return n == cConnections ? S_OK : S_FALSE;
+    if (fetched) *fetched = n;
+    return n == count ? S_OK : S_FALSE;
   }
-  HRESULT STDMETHODCALLTYPE Skip(ULONG cConnections) override {
-    const size_t left = m_data.size() - m_position;
-    if (cConnections > left) {
-      m_position = m_data.size();
+  HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
+    const size_t left = m_items.size() - m_position;
+    if (count > left) {
+      m_position = m_items.size();
       return S_FALSE;
     }
-    m_position += cConnections;
+    m_position += count;
     return S_OK;
   }
   HRESULT STDMETHODCALLTYPE Reset() override {
     m_position = 0;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE Clone(IEnumConnections** ppEnum) override {
+  HRESULT STDMETHODCALLTYPE Clone(EnumItf** ppEnum) override {
     if (!ppEnum) return E_POINTER;
     *ppEnum = nullptr;
-    std::vector<CONNECTDATA> copy = m_data;
-    for (CONNECTDATA& c : copy) c.pUnk->AddRef();
-    CEnumConnections* e = nullptr;
-    HRESULT hr = CreateInstance(&e);
-    if (FAILED(hr)) {
-      for (CONNECTDATA& c : copy) c.pUnk->Release();
-      return hr;
-    }
-    e->Init(std::move(copy), m_position);
-    *ppEnum = e;
-    return S_OK;
+    return Create(m_items, m_position, ppEnum);
   }
 
- private:
-  std::vector<CONNECTDATA> m_data;
-  size_t m_position = 0;
-};
-
-class CEnumConnectionPoints : public CComObjectBase<CEnumConnectionPoints, IEnumConnectionPoints> {
- public:
-  ~CEnumConnectionPoints() override {
-    for (IConnectionPoint* p : m_points) p->Release();
-  }
-
-  // Takes a reference to each point.
-  void Init(const std::vector<IConnectionPoint*>& points, size_t position) {
-    m_points = points;
-    for (IConnectionPoint* p : m_points) p->AddRef();
-    m_position = position;
-  }
-
-  HRESULT STDMETHODCALLTYPE Next(ULONG cConnections, IConnectionPoint** ppCP, ULONG* pcFetched) override {
-    if (pcFetched) *pcFetched = 0;
-    if (!ppCP || (cConnections > 1 && !pcFetched)) return E_POINTER;
-    ULONG n = 0;
-    for (; n < cConnections && m_position < m_points.size(); ++n, ++m_position) {
-      ppCP[n] = m_points[m_position];
-      ppCP[n]->AddRef();
-    }
-    if (pcFetched) *pcFetched = n;
-    return n == cConnections ? S_OK : S_FALSE;
-  }
-  HRESULT STDMETHODCALLTYPE Skip(ULONG cConnections) override {
-    const size_t left = m_points.size() - m_position;
-    if (cConnections > left) {
-      m_position = m_points.size();
-      return S_FALSE;
-    }
-    m_position += cConnections;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Reset() override {
-    m_position = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE Clone(IEnumConnectionPoints** ppEnum) override {
-    if (!ppEnum) return E_POINTER;
-    *ppEnum = nullptr;
-    CEnumConnectionPoints* e = nullptr;
-    HRESULT hr = CreateInstance(&e);
+  // A new enumerator over items (each gets a reference), standing at position.
+  static HRESULT Create(std::vector<Item> items, size_t position, EnumItf** ppEnum) {
+    CEnumSnapshot* e = nullptr;
+    HRESULT hr = Base::CreateInstance(&e);
     if (FAILED(hr)) return hr;
-    e->Init(m_points, m_position);
+    e->Init(std::move(items), position);
     *ppEnum = e;
     return S_OK;
   }
 
  private:
-  std::vector<IConnectionPoint*> m_points;
+  std::vector<Item> m_items;
   size_t m_position = 0;
 };
+
+using CEnumConnections = CEnumSnapshot<IEnumConnections, CONNECTDATA>;
+using CEnumConnectionPoints = CEnumSnapshot<IEnumConnectionPoints, IConnectionPoint*>;
 
 }  // namespace
 
 HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points, IEnumConnectionPoints** ppEnum) {
   if (!ppEnum) return E_POINTER;
   *ppEnum = nullptr;
-  CEnumConnectionPoints* e = nullptr;
-  HRESULT hr = CEnumConnectionPoints::CreateInstance(&e);
-  if (FAILED(hr)) return hr;
-  e->Init(points, 0);
-  *ppEnum = e;
-  return S_OK;
+  return CEnumConnectionPoints::Create(points, 0, ppEnum);
 }
 
 // --- ConnectionPointBase ------------------------------------------------------
@@ -253,16 +210,10 @@ HRESULT ConnectionPointBase::Unadvise(DWORD dwCookie) { return m_sinks.Remove(dw
 HRESULT ConnectionPointBase::EnumConnections(IEnumConnections** ppEnum) {
   if (!ppEnum) return E_POINTER;
   *ppEnum = nullptr;
-  std::vector<CONNECTDATA> data = m_sinks.Snapshot();
-  CEnumConnections* e = nullptr;
-  HRESULT hr = CEnumConnections::CreateInstance(&e);
-  if (FAILED(hr)) {
-    for (CONNECTDATA& c : data) c.pUnk->Release();
-    return hr;
-  }
-  e->Init(std::move(data), 0);
-  *ppEnum = e;
-  return S_OK;
+  std::vector<CONNECTDATA> data = m_sinks.Snapshot();  // each with a reference
+  const HRESULT hr = CEnumConnections::Create(data, 0, ppEnum);
+  for (CONNECTDATA& c : data) c.pUnk->Release();
+  return hr;
 }
 
 }  // namespace veltrane::cp

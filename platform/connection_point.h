@@ -20,7 +20,7 @@ namespace veltrane::cp {
 // Sinks of one connection point. A slot keeps its position while the point
 // lives (Unadvise empties it, Advise reuses empty slots), so a walk by
 // position sees every sink that stays connected during the walk.
-class SinkList {
+class VELTRANE_API SinkList {
  public:
   SinkList() = default;
   SinkList(const SinkList&) = delete;
@@ -51,11 +51,11 @@ class SinkList {
 // Invokes `dispid` with DISPATCH_METHOD on every sink, the arguments in
 // DISPPARAMS order (last argument first). Returns the result of the last
 // call, S_OK when no sink is connected.
-HRESULT FireEvent(const SinkList& sinks, DISPID dispid, VARIANT* args, UINT count);
+VELTRANE_API HRESULT FireEvent(const SinkList& sinks, DISPID dispid, VARIANT* args, UINT count);
 
 // The IConnectionPoint of one outgoing interface; the owner supplies its
 // identity, which also carries the point's reference count.
-class ConnectionPointBase : public IConnectionPoint {
+class VELTRANE_API ConnectionPointBase : public IConnectionPoint {
  public:
   explicit ConnectionPointBase(const IID& iid) : m_iid(iid) {}
   ConnectionPointBase(const ConnectionPointBase&) = delete;
@@ -82,7 +82,8 @@ class ConnectionPointBase : public IConnectionPoint {
 };
 
 // An enumerator over the points; each is held with a reference.
-HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points, IEnumConnectionPoints** ppEnum);
+VELTRANE_API HRESULT CreateConnectionPointEnumerator(const std::vector<IConnectionPoint*>& points,
+                                                     IEnumConnectionPoints** ppEnum);
 
 }  // namespace veltrane::cp
 

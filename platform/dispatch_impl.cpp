@@ -5,7 +5,7 @@
 
 #include "platform/atlbase.h"
 #include "platform/comdef.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 #include <exception>
 #include <new>
@@ -39,11 +39,13 @@ bool IsMissing(const VARIANT& v) { return V_VT(&v) == VT_ERROR && V_ERROR(&v) ==
 
 bool IsObjectType(VARTYPE vt) { return vt == VT_DISPATCH || vt == VT_UNKNOWN; }
 
-const IID* InterfaceIdOf(const ParamInfo& p) {
+// The interface a parameter of a member of `owner` refers to, in the
+// library of `owner`.
+const IID* InterfaceIdOf(const TypeData& owner, const ParamInfo& p) {
   if (p.ref < 0) return nullptr;
-  const auto& lib = tlb::VeltraneTypeLibrary();
-  if (p.ref >= lib.typeCount) return nullptr;
-  const TypeData& t = lib.types[p.ref];
+  const tlb::LibraryData* lib = tlb::LibraryOfType(owner);
+  if (!lib || p.ref >= lib->typeCount) return nullptr;
+  const TypeData& t = lib->types[p.ref];
   return (t.kind == TKIND_INTERFACE || t.kind == TKIND_DISPATCH) ? t.guid : nullptr;
 }
 
@@ -64,7 +66,7 @@ HRESULT DefaultArgument(const ParamInfo& p, VARIANT* out) {
 }
 
 // Brings an [in] argument to the parameter's type.
-HRESULT CoerceArgument(const ParamInfo& p, const VARIANT* src, VARIANT* out) {
+HRESULT CoerceArgument(const TypeData& owner, const ParamInfo& p, const VARIANT* src, VARIANT* out) {
   VariantInit(out);
   if (p.vt == VT_VARIANT) return VariantCopyInd(out, src);
 
@@ -80,7 +82,7 @@ HRESULT CoerceArgument(const ParamInfo& p, const VARIANT* src, VARIANT* out) {
       return S_OK;
     }
     if (!IsObjectType(vt)) return DISP_E_TYPEMISMATCH;
-    const IID* iid = InterfaceIdOf(p);
+    const IID* iid = InterfaceIdOf(owner, p);
     if (!iid) iid = p.vt == VT_DISPATCH ? &IID_IDispatch : &IID_IUnknown;
     void* itf = nullptr;
     if (FAILED(V_UNKNOWN(&value)->QueryInterface(*iid, &itf)) || !itf) return DISP_E_TYPEMISMATCH;
@@ -334,7 +336,7 @@ HRESULT Invoke(const TypeData& type, IDispatch* self, DISPID dispIdMember, REFII
       }
       continue;
     }
-    HRESULT hr = CoerceArgument(p, &arg, &args[j]);
+    HRESULT hr = CoerceArgument(type, p, &arg, &args[j]);
     if (FAILED(hr)) {
       if (puArgErr) *puArgErr = static_cast<UINT>(s);
       return hr;

@@ -12,7 +12,7 @@
 
 namespace {
 
-using platform::Apartment;
+using veltrane::platform::Apartment;
 
 class CDispatchProxy : public CComObjectBase<CDispatchProxy, IDispatch> {
  public:
@@ -41,17 +41,18 @@ class CDispatchProxy : public CComObjectBase<CDispatchProxy, IDispatch> {
   }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* pctinfo) override {
-    return platform::CallInApartment(m_home, [&] { return m_target->GetTypeInfoCount(pctinfo); });
+    return veltrane::platform::CallInApartment(m_home, [&] { return m_target->GetTypeInfoCount(pctinfo); });
   }
   HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT i, LCID lcid, ITypeInfo** pp) override {
-    return platform::CallInApartment(m_home, [&] { return m_target->GetTypeInfo(i, lcid, pp); });
+    return veltrane::platform::CallInApartment(m_home, [&] { return m_target->GetTypeInfo(i, lcid, pp); });
   }
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID riid, LPOLESTR* names, UINT count, LCID lcid, DISPID* ids) override {
-    return platform::CallInApartment(m_home, [&] { return m_target->GetIDsOfNames(riid, names, count, lcid, ids); });
+    return veltrane::platform::CallInApartment(m_home,
+                                               [&] { return m_target->GetIDsOfNames(riid, names, count, lcid, ids); });
   }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID riid, LCID lcid, WORD flags, DISPPARAMS* params, VARIANT* result,
                                    EXCEPINFO* excep, UINT* argErr) override {
-    return platform::CallInApartment(
+    return veltrane::platform::CallInApartment(
         m_home, [&] { return m_target->Invoke(id, riid, lcid, flags, params, result, excep, argErr); });
   }
 
@@ -79,7 +80,7 @@ class CGlobalInterfaceTable : public IGlobalInterfaceTable {
   HRESULT STDMETHODCALLTYPE RegisterInterfaceInGlobal(IUnknown* pUnk, REFIID riid, DWORD* pdwCookie) override {
     if (!pUnk || !pdwCookie) return E_INVALIDARG;
     *pdwCookie = 0;
-    auto home = platform::CurrentApartment();
+    auto home = veltrane::platform::CurrentApartment();
     if (!home) return CO_E_NOTINITIALIZED;
     IUnknown* itf = nullptr;
     HRESULT hr = pUnk->QueryInterface(riid, reinterpret_cast<void**>(&itf));
@@ -107,7 +108,7 @@ class CGlobalInterfaceTable : public IGlobalInterfaceTable {
   HRESULT STDMETHODCALLTYPE GetInterfaceFromGlobal(DWORD dwCookie, REFIID riid, void** ppv) override {
     if (!ppv) return E_INVALIDARG;
     *ppv = nullptr;
-    auto caller = platform::CurrentApartment();
+    auto caller = veltrane::platform::CurrentApartment();
     if (!caller) return CO_E_NOTINITIALIZED;
     Entry entry;
     {
@@ -120,11 +121,11 @@ class CGlobalInterfaceTable : public IGlobalInterfaceTable {
     CComPtr<IUnknown> itf;
     itf.Attach(entry.itf);
     if (entry.home == caller || !entry.home->singleThreaded()) return itf->QueryInterface(riid, ppv);
-    if (!platform::IsDispatchInterface(riid)) return E_NOINTERFACE;
+    if (!veltrane::platform::IsDispatchInterface(riid)) return E_NOINTERFACE;
     if (entry.home->closed()) return RPC_E_DISCONNECTED;
 
     CComPtr<IDispatch> target;
-    HRESULT hr = platform::CallInApartment(
+    HRESULT hr = veltrane::platform::CallInApartment(
         entry.home, [&] { return itf->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&target)); });
     if (FAILED(hr)) return hr;
     CDispatchProxy* proxy = nullptr;

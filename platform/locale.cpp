@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 #define ENGLISH_MONTHS                                                                                          \
@@ -257,31 +257,31 @@ size_t TextLength(const char16_t* s) {
   return n;
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using platform_detail::FindLocale;
+using veltrane::platform::detail::FindLocale;
 
 extern "C" {
 
 LCID GetUserDefaultLCID() {
-  static const LCID lcid = platform_detail::userDefaultFromEnvironment();
+  static const LCID lcid = veltrane::platform::detail::userDefaultFromEnvironment();
   return lcid;
 }
 
 LCID GetSystemDefaultLCID() { return GetUserDefaultLCID(); }
 
 LCID GetThreadLocale() {
-  LCID lcid = platform_detail::t_threadLocale;
+  LCID lcid = veltrane::platform::detail::t_threadLocale;
   return lcid ? lcid : GetUserDefaultLCID();
 }
 
 BOOL SetThreadLocale(LCID Locale) {
-  const platform_detail::LocaleInfo* info = FindLocale(Locale);
+  const veltrane::platform::detail::LocaleInfo* info = FindLocale(Locale);
   if (!info) return FALSE;
   // Keep a specific identifier with its sort id; defaults and language-only
   // identifiers become the locale they stand for.
   bool specific = (Locale & 0xFFFF) == LANGIDFROMLCID(info->lcid);
-  platform_detail::t_threadLocale = specific ? Locale : info->lcid;
+  veltrane::platform::detail::t_threadLocale = specific ? Locale : info->lcid;
   return TRUE;
 }
 

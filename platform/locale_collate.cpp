@@ -11,7 +11,7 @@
 
 #include <cstdint>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 enum Class : uint32_t { kSymbol = 1, kDigit = 2, kLetter = 3, kOther = 4 };
@@ -185,4 +185,4 @@ int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const
   return compareSpecials(a, na, b, nb);
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

@@ -7,20 +7,20 @@
 struct ITypeInfo;
 struct ITypeLib;
 
-extern const IID IID_IDispatch;
-extern const IID IID_ITypeInfo;
-extern const IID IID_ITypeLib;
-extern const IID IID_IEnumVARIANT;
-extern const IID IID_IErrorInfo;
-extern const IID IID_ICreateErrorInfo;
-extern const IID IID_ISupportErrorInfo;
-extern const IID IID_IConnectionPointContainer;
-extern const IID IID_IConnectionPoint;
-extern const IID IID_IEnumConnections;
-extern const IID IID_IEnumConnectionPoints;
-extern const IID IID_IClassFactory;
-extern const IID IID_IGlobalInterfaceTable;
-extern const CLSID CLSID_StdGlobalInterfaceTable;
+extern VELTRANE_API const IID IID_IDispatch;
+extern VELTRANE_API const IID IID_ITypeInfo;
+extern VELTRANE_API const IID IID_ITypeLib;
+extern VELTRANE_API const IID IID_IEnumVARIANT;
+extern VELTRANE_API const IID IID_IErrorInfo;
+extern VELTRANE_API const IID IID_ICreateErrorInfo;
+extern VELTRANE_API const IID IID_ISupportErrorInfo;
+extern VELTRANE_API const IID IID_IConnectionPointContainer;
+extern VELTRANE_API const IID IID_IConnectionPoint;
+extern VELTRANE_API const IID IID_IEnumConnections;
+extern VELTRANE_API const IID IID_IEnumConnectionPoints;
+extern VELTRANE_API const IID IID_IClassFactory;
+extern VELTRANE_API const IID IID_IGlobalInterfaceTable;
+extern VELTRANE_API const CLSID CLSID_StdGlobalInterfaceTable;
 
 struct IDispatch : IUnknown {
   virtual HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* pctinfo) = 0;
@@ -294,7 +294,7 @@ struct IGlobalInterfaceTable : IUnknown {
 VELTRANE_DECLARE_IID(IGlobalInterfaceTable, IID_IGlobalInterfaceTable);
 
 extern "C" {
-HRESULT CreateErrorInfo(ICreateErrorInfo** pperrinfo);
-HRESULT SetErrorInfo(ULONG dwReserved, IErrorInfo* perrinfo);
-HRESULT GetErrorInfo(ULONG dwReserved, IErrorInfo** pperrinfo);
+VELTRANE_API HRESULT CreateErrorInfo(ICreateErrorInfo** pperrinfo);
+VELTRANE_API HRESULT SetErrorInfo(ULONG dwReserved, IErrorInfo* perrinfo);
+VELTRANE_API HRESULT GetErrorInfo(ULONG dwReserved, IErrorInfo** pperrinfo);
 }

@@ -31,30 +31,31 @@ struct COCLASS_REGISTRATION {
 };
 
 extern "C" {
-HRESULT CoInitialize(LPVOID pvReserved);
-HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);
-void CoUninitialize();
-HRESULT CoGetApartmentType(INT* pAptType, INT* pAptQualifier);
+VELTRANE_API HRESULT CoInitialize(LPVOID pvReserved);
+VELTRANE_API HRESULT CoInitializeEx(LPVOID pvReserved, DWORD dwCoInit);
+VELTRANE_API void CoUninitialize();
+VELTRANE_API HRESULT CoGetApartmentType(INT* pAptType, INT* pAptQualifier);
 
-LPVOID CoTaskMemAlloc(SIZE_T cb);
-LPVOID CoTaskMemRealloc(LPVOID pv, SIZE_T cb);
-void CoTaskMemFree(LPVOID pv);
+VELTRANE_API LPVOID CoTaskMemAlloc(SIZE_T cb);
+VELTRANE_API LPVOID CoTaskMemRealloc(LPVOID pv, SIZE_T cb);
+VELTRANE_API void CoTaskMemFree(LPVOID pv);
 
-INT StringFromGUID2(REFGUID rguid, LPOLESTR lpsz, INT cchMax);
-HRESULT StringFromCLSID(REFCLSID rclsid, LPOLESTR* lplpsz);
-HRESULT StringFromIID(REFIID rclsid, LPOLESTR* lplpsz);
-HRESULT CLSIDFromString(LPCOLESTR lpsz, CLSID* pclsid);
-HRESULT IIDFromString(LPCOLESTR lpsz, IID* lpiid);
-HRESULT CoCreateGuid(GUID* pguid);
+VELTRANE_API INT StringFromGUID2(REFGUID rguid, LPOLESTR lpsz, INT cchMax);
+VELTRANE_API HRESULT StringFromCLSID(REFCLSID rclsid, LPOLESTR* lplpsz);
+VELTRANE_API HRESULT StringFromIID(REFIID rclsid, LPOLESTR* lplpsz);
+VELTRANE_API HRESULT CLSIDFromString(LPCOLESTR lpsz, CLSID* pclsid);
+VELTRANE_API HRESULT IIDFromString(LPCOLESTR lpsz, IID* lpiid);
+VELTRANE_API HRESULT CoCreateGuid(GUID* pguid);
 
-HRESULT CoRegisterClassTable(const COCLASS_REGISTRATION* entries, UINT count);
-HRESULT CoRevokeClassTable(const COCLASS_REGISTRATION* entries);
-HRESULT CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pvReserved, REFIID riid, LPVOID* ppv);
-HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv);
-HRESULT CLSIDFromProgID(LPCOLESTR lpszProgID, CLSID* lpclsid);
-HRESULT ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID);
+VELTRANE_API HRESULT CoRegisterClassTable(const COCLASS_REGISTRATION* entries, UINT count);
+VELTRANE_API HRESULT CoRevokeClassTable(const COCLASS_REGISTRATION* entries);
+VELTRANE_API HRESULT CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID pvReserved, REFIID riid, LPVOID* ppv);
+VELTRANE_API HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid,
+                                      LPVOID* ppv);
+VELTRANE_API HRESULT CLSIDFromProgID(LPCOLESTR lpszProgID, CLSID* lpclsid);
+VELTRANE_API HRESULT ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID);
 
-HRESULT CoGetGlobalInterfaceTable(IGlobalInterfaceTable** ppGIT);
+VELTRANE_API HRESULT CoGetGlobalInterfaceTable(IGlobalInterfaceTable** ppGIT);
 }
 
 // Apartments on Linux. A single-threaded apartment receives calls that other
@@ -65,11 +66,10 @@ HRESULT CoGetGlobalInterfaceTable(IGlobalInterfaceTable** ppGIT);
 // arrive; it returns how many it ran. A thread that waits for a call it made
 // into another apartment pumps its own queue meanwhile.
 #define INFINITE 0xFFFFFFFFu
-#define RPC_E_DISCONNECTED _HRESULT_TYPEDEF_(0x80010108L)
 enum APTTYPE { APTTYPE_CURRENT = -1, APTTYPE_STA = 0, APTTYPE_MTA = 1, APTTYPE_NA = 2, APTTYPE_MAINSTA = 3 };
 extern "C" {
-DWORD CoPumpMessages(DWORD timeoutMs);
+VELTRANE_API DWORD CoPumpMessages(DWORD timeoutMs);
 // Interfaces whose calls can cross apartments through a dispatch proxy:
 // IUnknown, IDispatch and every dispinterface registered here.
-HRESULT CoRegisterDispatchInterface(REFIID riid);
+VELTRANE_API HRESULT CoRegisterDispatchInterface(REFIID riid);
 }

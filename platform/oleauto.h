@@ -267,61 +267,62 @@ struct EXCEPINFO {
 
 extern "C" {
 // BSTR
-BSTR SysAllocString(const OLECHAR* psz);
-BSTR SysAllocStringLen(const OLECHAR* pch, UINT cch);
-BSTR SysAllocStringByteLen(const char* psz, UINT len);
-INT SysReAllocString(BSTR* pbstr, const OLECHAR* psz);
-INT SysReAllocStringLen(BSTR* pbstr, const OLECHAR* psz, UINT len);
-void SysFreeString(BSTR bstr);
-UINT SysStringLen(BSTR bstr);
-UINT SysStringByteLen(BSTR bstr);
+VELTRANE_API BSTR SysAllocString(const OLECHAR* psz);
+VELTRANE_API BSTR SysAllocStringLen(const OLECHAR* pch, UINT cch);
+VELTRANE_API BSTR SysAllocStringByteLen(const char* psz, UINT len);
+VELTRANE_API INT SysReAllocString(BSTR* pbstr, const OLECHAR* psz);
+VELTRANE_API INT SysReAllocStringLen(BSTR* pbstr, const OLECHAR* psz, UINT len);
+VELTRANE_API void SysFreeString(BSTR bstr);
+VELTRANE_API UINT SysStringLen(BSTR bstr);
+VELTRANE_API UINT SysStringByteLen(BSTR bstr);
 
 // VARIANT
-void VariantInit(VARIANTARG* pvarg);
-HRESULT VariantClear(VARIANTARG* pvarg);
-HRESULT VariantCopy(VARIANTARG* pvargDest, const VARIANTARG* pvargSrc);
-HRESULT VariantCopyInd(VARIANT* pvarDest, const VARIANTARG* pvargSrc);
-HRESULT VariantChangeType(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, USHORT wFlags, VARTYPE vt);
-HRESULT VariantChangeTypeEx(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, LCID lcid, USHORT wFlags, VARTYPE vt);
-HRESULT VarCmp(LPVARIANT pvarLeft, LPVARIANT pvarRight, LCID lcid, ULONG dwFlags);
-HRESULT VarBstrCmp(BSTR bstrLeft, BSTR bstrRight, LCID lcid, ULONG dwFlags);
+VELTRANE_API void VariantInit(VARIANTARG* pvarg);
+VELTRANE_API HRESULT VariantClear(VARIANTARG* pvarg);
+VELTRANE_API HRESULT VariantCopy(VARIANTARG* pvargDest, const VARIANTARG* pvargSrc);
+VELTRANE_API HRESULT VariantCopyInd(VARIANT* pvarDest, const VARIANTARG* pvargSrc);
+VELTRANE_API HRESULT VariantChangeType(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, USHORT wFlags, VARTYPE vt);
+VELTRANE_API HRESULT VariantChangeTypeEx(VARIANTARG* pvargDest, const VARIANTARG* pvarSrc, LCID lcid, USHORT wFlags,
+                                         VARTYPE vt);
+VELTRANE_API HRESULT VarCmp(LPVARIANT pvarLeft, LPVARIANT pvarRight, LCID lcid, ULONG dwFlags);
+VELTRANE_API HRESULT VarBstrCmp(BSTR bstrLeft, BSTR bstrRight, LCID lcid, ULONG dwFlags);
 
 // Dates: days since 30 December 1899, the fraction being the time of day.
-INT SystemTimeToVariantTime(SYSTEMTIME* lpSystemTime, DOUBLE* pvtime);
-INT VariantTimeToSystemTime(DOUBLE vtime, SYSTEMTIME* lpSystemTime);
-void GetLocalTime(SYSTEMTIME* lpSystemTime);
-void GetSystemTime(SYSTEMTIME* lpSystemTime);
+VELTRANE_API INT SystemTimeToVariantTime(SYSTEMTIME* lpSystemTime, DOUBLE* pvtime);
+VELTRANE_API INT VariantTimeToSystemTime(DOUBLE vtime, SYSTEMTIME* lpSystemTime);
+VELTRANE_API void GetLocalTime(SYSTEMTIME* lpSystemTime);
+VELTRANE_API void GetSystemTime(SYSTEMTIME* lpSystemTime);
 
 // SAFEARRAY
-SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT cDims, SAFEARRAYBOUND* rgsabound);
-SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lLbound, ULONG cElements);
-HRESULT SafeArrayAllocDescriptor(UINT cDims, SAFEARRAY** ppsaOut);
-HRESULT SafeArrayAllocDescriptorEx(VARTYPE vt, UINT cDims, SAFEARRAY** ppsaOut);
-HRESULT SafeArrayAllocData(SAFEARRAY* psa);
-HRESULT SafeArrayDestroyDescriptor(SAFEARRAY* psa);
-HRESULT SafeArrayDestroyData(SAFEARRAY* psa);
-HRESULT SafeArrayDestroy(SAFEARRAY* psa);
-HRESULT SafeArrayCopy(SAFEARRAY* psa, SAFEARRAY** ppsaOut);
-HRESULT SafeArrayCopyData(SAFEARRAY* psaSource, SAFEARRAY* psaTarget);
-HRESULT SafeArrayRedim(SAFEARRAY* psa, SAFEARRAYBOUND* psaboundNew);
-UINT SafeArrayGetDim(SAFEARRAY* psa);
-UINT SafeArrayGetElemsize(SAFEARRAY* psa);
-HRESULT SafeArrayGetUBound(SAFEARRAY* psa, UINT nDim, LONG* plUbound);
-HRESULT SafeArrayGetLBound(SAFEARRAY* psa, UINT nDim, LONG* plLbound);
-HRESULT SafeArrayGetVartype(SAFEARRAY* psa, VARTYPE* pvt);
-HRESULT SafeArrayLock(SAFEARRAY* psa);
-HRESULT SafeArrayUnlock(SAFEARRAY* psa);
-HRESULT SafeArrayAccessData(SAFEARRAY* psa, void** ppvData);
-HRESULT SafeArrayUnaccessData(SAFEARRAY* psa);
-HRESULT SafeArrayGetElement(SAFEARRAY* psa, LONG* rgIndices, void* pv);
-HRESULT SafeArrayPutElement(SAFEARRAY* psa, LONG* rgIndices, void* pv);
-HRESULT SafeArrayPtrOfIndex(SAFEARRAY* psa, LONG* rgIndices, void** ppvData);
+VELTRANE_API SAFEARRAY* SafeArrayCreate(VARTYPE vt, UINT cDims, SAFEARRAYBOUND* rgsabound);
+VELTRANE_API SAFEARRAY* SafeArrayCreateVector(VARTYPE vt, LONG lLbound, ULONG cElements);
+VELTRANE_API HRESULT SafeArrayAllocDescriptor(UINT cDims, SAFEARRAY** ppsaOut);
+VELTRANE_API HRESULT SafeArrayAllocDescriptorEx(VARTYPE vt, UINT cDims, SAFEARRAY** ppsaOut);
+VELTRANE_API HRESULT SafeArrayAllocData(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayDestroyDescriptor(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayDestroyData(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayDestroy(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayCopy(SAFEARRAY* psa, SAFEARRAY** ppsaOut);
+VELTRANE_API HRESULT SafeArrayCopyData(SAFEARRAY* psaSource, SAFEARRAY* psaTarget);
+VELTRANE_API HRESULT SafeArrayRedim(SAFEARRAY* psa, SAFEARRAYBOUND* psaboundNew);
+VELTRANE_API UINT SafeArrayGetDim(SAFEARRAY* psa);
+VELTRANE_API UINT SafeArrayGetElemsize(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayGetUBound(SAFEARRAY* psa, UINT nDim, LONG* plUbound);
+VELTRANE_API HRESULT SafeArrayGetLBound(SAFEARRAY* psa, UINT nDim, LONG* plLbound);
+VELTRANE_API HRESULT SafeArrayGetVartype(SAFEARRAY* psa, VARTYPE* pvt);
+VELTRANE_API HRESULT SafeArrayLock(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayUnlock(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayAccessData(SAFEARRAY* psa, void** ppvData);
+VELTRANE_API HRESULT SafeArrayUnaccessData(SAFEARRAY* psa);
+VELTRANE_API HRESULT SafeArrayGetElement(SAFEARRAY* psa, LONG* rgIndices, void* pv);
+VELTRANE_API HRESULT SafeArrayPutElement(SAFEARRAY* psa, LONG* rgIndices, void* pv);
+VELTRANE_API HRESULT SafeArrayPtrOfIndex(SAFEARRAY* psa, LONG* rgIndices, void** ppvData);
 
 // Locale of the calling thread; en-US (0x0409) unless set.
-LCID GetThreadLocale();
-BOOL SetThreadLocale(LCID Locale);
-LCID GetUserDefaultLCID();
-LCID GetSystemDefaultLCID();
+VELTRANE_API LCID GetThreadLocale();
+VELTRANE_API BOOL SetThreadLocale(LCID Locale);
+VELTRANE_API LCID GetUserDefaultLCID();
+VELTRANE_API LCID GetSystemDefaultLCID();
 }
 
 // Flags of the typed conversion functions (Var*From*).
@@ -333,26 +334,26 @@ LCID GetSystemDefaultLCID();
 
 extern "C" {
 // Typed conversions with the rules of VariantChangeTypeEx.
-HRESULT VarI4FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONG* plOut);
-HRESULT VarI8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONGLONG* pi64Out);
-HRESULT VarR8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DOUBLE* pdblOut);
-HRESULT VarCyFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, CY* pcyOut);
-HRESULT VarDecFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DECIMAL* pdecOut);
-HRESULT VarBoolFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, VARIANT_BOOL* pboolOut);
-HRESULT VarDateFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DATE* pdateOut);
-HRESULT VarBstrFromI4(LONG lIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromI8(LONGLONG i64In, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromR8(DOUBLE dblIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromCy(CY cyIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromDec(const DECIMAL* pdecIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromBool(VARIANT_BOOL boolIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarBstrFromDate(DATE dateIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
-HRESULT VarR8FromDec(const DECIMAL* pdecIn, DOUBLE* pdblOut);
-HRESULT VarDecFromR8(DOUBLE dblIn, DECIMAL* pdecOut);
-HRESULT VarCyFromR8(DOUBLE dblIn, CY* pcyOut);
-HRESULT VarR8FromCy(CY cyIn, DOUBLE* pdblOut);
-HRESULT VarDecCmp(const DECIMAL* pdecLeft, const DECIMAL* pdecRight);
+VELTRANE_API HRESULT VarI4FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONG* plOut);
+VELTRANE_API HRESULT VarI8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, LONGLONG* pi64Out);
+VELTRANE_API HRESULT VarR8FromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DOUBLE* pdblOut);
+VELTRANE_API HRESULT VarCyFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, CY* pcyOut);
+VELTRANE_API HRESULT VarDecFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DECIMAL* pdecOut);
+VELTRANE_API HRESULT VarBoolFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, VARIANT_BOOL* pboolOut);
+VELTRANE_API HRESULT VarDateFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DATE* pdateOut);
+VELTRANE_API HRESULT VarBstrFromI4(LONG lIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromI8(LONGLONG i64In, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromR8(DOUBLE dblIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromCy(CY cyIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromDec(const DECIMAL* pdecIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromBool(VARIANT_BOOL boolIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromDate(DATE dateIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarR8FromDec(const DECIMAL* pdecIn, DOUBLE* pdblOut);
+VELTRANE_API HRESULT VarDecFromR8(DOUBLE dblIn, DECIMAL* pdecOut);
+VELTRANE_API HRESULT VarCyFromR8(DOUBLE dblIn, CY* pcyOut);
+VELTRANE_API HRESULT VarR8FromCy(CY cyIn, DOUBLE* pdblOut);
+VELTRANE_API HRESULT VarDecCmp(const DECIMAL* pdecLeft, const DECIMAL* pdecRight);
 // VT_ARRAY | VT_UI1 <-> VT_BSTR: the bytes of the text.
-HRESULT BstrFromVector(SAFEARRAY* psa, BSTR* pbstr);
-HRESULT VectorFromBstr(BSTR bstr, SAFEARRAY** ppsa);
+VELTRANE_API HRESULT BstrFromVector(SAFEARRAY* psa, BSTR* pbstr);
+VELTRANE_API HRESULT VectorFromBstr(BSTR bstr, SAFEARRAY** ppsa);
 }

@@ -34,3 +34,11 @@ HRESULT PutProperty(T& field, T value) {
   field = value;
   return S_OK;
 }
+
+// A string setter: stores a copy, embedded NULs included; null stays null.
+inline HRESULT PutProperty(CComBSTR& field, BSTR value) {
+  BSTR copy = BstrCopy(value);
+  if (value && !copy) return E_OUTOFMEMORY;
+  field.Attach(copy);
+  return S_OK;
+}

@@ -114,7 +114,7 @@ HRESULT cellOffset(SAFEARRAY* psa, const LONG* rgIndices, size_t* offset) {
 
 }  // namespace
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 ULONG SafeArrayElementSize(VARTYPE vt) {
   switch (vt) {
@@ -143,9 +143,9 @@ ULONG SafeArrayElementSize(VARTYPE vt) {
   }
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using platform_detail::SafeArrayElementSize;
+using veltrane::platform::detail::SafeArrayElementSize;
 
 extern "C" {
 

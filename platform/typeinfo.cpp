@@ -266,14 +266,56 @@ class CTypeLib final : public ITypeLib {
   std::vector<std::unique_ptr<CTypeInfo>> m_vtableViews;
 };
 
-// Libraries known to the process; HREFTYPEs name a type in any of them.
-enum : USHORT { kLibVeltrane = 0, kLibStdOle = 1 };
+// Libraries known to the process: the standard library first, then each
+// library in the order of its registration. HREFTYPEs name a type in any of
+// them by the library's place in this list.
+constexpr USHORT kLibStdOle = 0;
 
-CTypeLib& Library(USHORT id) {
-  static CTypeLib veltrane(VeltraneTypeLibrary(), kLibVeltrane);
-  static CTypeLib stdole(kStdOle, kLibStdOle);
-  return id == kLibStdOle ? stdole : veltrane;
-}
+class LibraryRegistry {
+ public:
+  static LibraryRegistry& Instance() {
+    static LibraryRegistry registry;
+    return registry;
+  }
+
+  CTypeLib* Find(USHORT id) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return id < m_libraries.size() ? m_libraries[id].get() : nullptr;
+  }
+
+  CTypeLib& Add(const LibraryData& data) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& lib : m_libraries)
+      if (&lib->data() == &data) return *lib;
+    m_libraries.push_back(std::make_unique<CTypeLib>(data, static_cast<USHORT>(m_libraries.size())));
+    return *m_libraries.back();
+  }
+
+  // The library whose tables hold `type`, or null.
+  CTypeLib* Holding(const TypeData& type) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& lib : m_libraries) {
+      const LibraryData& data = lib->data();
+      if (&type >= data.types && &type < data.types + data.typeCount) return lib.get();
+    }
+    return nullptr;
+  }
+
+  template <class F>
+  void ForEach(F f) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (auto& lib : m_libraries) f(*lib);
+  }
+
+ private:
+  LibraryRegistry() { m_libraries.push_back(std::make_unique<CTypeLib>(kStdOle, kLibStdOle)); }
+
+  std::mutex m_mutex;
+  // Libraries live as long as the process; the vector holds them by pointer.
+  std::vector<std::unique_ptr<CTypeLib>> m_libraries;
+};
+
+CTypeLib& Library(USHORT id) { return *LibraryRegistry::Instance().Find(id); }
 
 constexpr HREFTYPE kVtableViewBit = 0x8000;
 
@@ -647,11 +689,11 @@ HRESULT CTypeInfo::GetRefTypeInfo(HREFTYPE hRefType, ITypeInfo** ppTInfo) {
   const USHORT lib = static_cast<USHORT>(hRefType >> 16);
   const bool vtable = (hRefType & kVtableViewBit) != 0;
   const USHORT index = static_cast<USHORT>(hRefType & 0x7FFF);
-  if (lib != kLibVeltrane && lib != kLibStdOle) return TYPE_E_ELEMENTNOTFOUND;
-  CTypeLib& target = Library(lib);
-  if (index >= target.data().typeCount) return TYPE_E_ELEMENTNOTFOUND;
-  if (vtable && !IsDual(target.data().types[index])) return TYPE_E_ELEMENTNOTFOUND;
-  return target.view(index, vtable, ppTInfo);
+  CTypeLib* target = LibraryRegistry::Instance().Find(lib);
+  if (!target) return TYPE_E_ELEMENTNOTFOUND;
+  if (index >= target->data().typeCount) return TYPE_E_ELEMENTNOTFOUND;
+  if (vtable && !IsDual(target->data().types[index])) return TYPE_E_ELEMENTNOTFOUND;
+  return target->view(index, vtable, ppTInfo);
 }
 
 HRESULT CTypeInfo::GetContainingTypeLib(ITypeLib** ppTLib, UINT* pIndex) {
@@ -721,26 +763,37 @@ HRESULT DefaultValueOf(const ParamInfo& p, VARIANT* out) {
   return S_OK;
 }
 
+HRESULT RegisterTypeLibrary(const LibraryData& library) {
+  LibraryRegistry::Instance().Add(library);
+  return S_OK;
+}
+
+const LibraryData* LibraryOfType(const TypeData& type) {
+  CTypeLib* lib = LibraryRegistry::Instance().Holding(type);
+  return lib ? &lib->data() : nullptr;
+}
+
 int IndexOfType(const TypeData& type) {
-  const LibraryData& lib = VeltraneTypeLibrary();
-  for (USHORT i = 0; i < lib.typeCount; ++i)
-    if (&lib.types[i] == &type) return i;
-  return -1;
+  const LibraryData* lib = LibraryOfType(type);
+  return lib ? static_cast<int>(&type - lib->types) : -1;
 }
 
 HRESULT GetTypeInfoOfType(const TypeData& type, ITypeInfo** ppTInfo) {
   if (!ppTInfo) return E_POINTER;
   *ppTInfo = nullptr;
-  const int index = IndexOfType(type);
-  if (index < 0) return TYPE_E_ELEMENTNOTFOUND;
-  return Library(kLibVeltrane).view(static_cast<USHORT>(index), false, ppTInfo);
+  CTypeLib* lib = LibraryRegistry::Instance().Holding(type);
+  if (!lib || lib->id() == kLibStdOle) return TYPE_E_ELEMENTNOTFOUND;
+  return lib->view(static_cast<USHORT>(&type - lib->data().types), false, ppTInfo);
 }
 
 const ClassIdentity* FindClassIdentity(REFCLSID clsid) {
-  const LibraryData& lib = VeltraneTypeLibrary();
-  for (USHORT i = 0; i < lib.classCount; ++i)
-    if (*lib.classes[i].clsid == clsid) return &lib.classes[i];
-  return nullptr;
+  const ClassIdentity* found = nullptr;
+  LibraryRegistry::Instance().ForEach([&](CTypeLib& lib) {
+    const LibraryData& data = lib.data();
+    for (USHORT i = 0; i < data.classCount && !found; ++i)
+      if (*data.classes[i].clsid == clsid) found = &data.classes[i];
+  });
+  return found;
 }
 
 }  // namespace veltrane::tlb
@@ -749,14 +802,14 @@ extern "C" HRESULT LoadRegTypeLib(REFGUID rguid, WORD wVerMajor, WORD wVerMinor,
   using namespace veltrane::tlb;
   if (!pptlib) return E_INVALIDARG;
   *pptlib = nullptr;
-  for (USHORT id : {kLibVeltrane, kLibStdOle}) {
-    CTypeLib& lib = Library(id);
+  HRESULT hr = TYPE_E_LIBNOTREGISTERED;
+  LibraryRegistry::Instance().ForEach([&](CTypeLib& lib) {
     const LibraryData& data = lib.data();
-    if (*data.libid != rguid) continue;
-    if (wVerMajor != data.majorVersion || wVerMinor > data.minorVersion) return TYPE_E_LIBNOTREGISTERED;
+    if (*pptlib || *data.libid != rguid) return;
+    if (wVerMajor != data.majorVersion || wVerMinor > data.minorVersion) return;
     lib.AddRef();
     *pptlib = &lib;
-    return S_OK;
-  }
-  return TYPE_E_LIBNOTREGISTERED;
+    hr = S_OK;
+  });
+  return hr;
 }

@@ -1,6 +1,7 @@
-// Type descriptions of the component's type library, as the generator writes
-// them from shell/veltrane.idl, and the ITypeLib / ITypeInfo objects that
-// bindings read them through.
+// Type descriptions of type libraries, as tools/typelibgen.py writes them
+// from a library's description, and the ITypeLib / ITypeInfo objects that
+// bindings read them through. A library reaches the platform by
+// registration (RegisterTypeLibrary); the platform names none of its own.
 #pragma once
 
 #include "platform/oaidl.h"
@@ -114,21 +115,26 @@ struct LibraryData {
   const ClassIdentity* classes;
 };
 
-// The generated description of VELTRANELib.
-const LibraryData& VeltraneTypeLibrary();
+// Makes a library known to the process: LoadRegTypeLib finds it by its id,
+// its types answer GetTypeInfo, and its classes FindClassIdentity. A library
+// registers itself when it is loaded; registering it again changes nothing.
+VELTRANE_API HRESULT RegisterTypeLibrary(const LibraryData& library);
 
-// The class of that id, or null.
-const ClassIdentity* FindClassIdentity(REFCLSID clsid);
+// The registered library whose tables hold `type`, or null.
+VELTRANE_API const LibraryData* LibraryOfType(const TypeData& type);
+
+// The class of that id in a registered library, or null.
+VELTRANE_API const ClassIdentity* FindClassIdentity(REFCLSID clsid);
 
 // ITypeInfo of a library type; for a dual interface its dispatch view.
-HRESULT GetTypeInfoOfType(const TypeData& type, ITypeInfo** ppTInfo);
+VELTRANE_API HRESULT GetTypeInfoOfType(const TypeData& type, ITypeInfo** ppTInfo);
 
 // The default of an optional parameter in the parameter's type (a VARIANT
 // parameter keeps the literal's type); S_FALSE when it has none.
-HRESULT DefaultValueOf(const ParamInfo& p, VARIANT* out);
+VELTRANE_API HRESULT DefaultValueOf(const ParamInfo& p, VARIANT* out);
 
-// Index of a type within the library, or -1 if it is not one of its types.
-int IndexOfType(const TypeData& type);
+// Index of a type within its registered library, or -1.
+VELTRANE_API int IndexOfType(const TypeData& type);
 
 }  // namespace veltrane::tlb
 
@@ -137,15 +143,16 @@ struct veltrane_dispatch_table;
 
 extern "C" {
 // The registered type library of that id; major version must match, minor may be lower.
-HRESULT LoadRegTypeLib(REFGUID rguid, WORD wVerMajor, WORD wVerMinor, LCID lcid, ITypeLib** pptlib);
+VELTRANE_API HRESULT LoadRegTypeLib(REFGUID rguid, WORD wVerMajor, WORD wVerMinor, LCID lcid, ITypeLib** pptlib);
 }
 
 namespace veltrane::tlb {
 
-// Makes every class of the library known to the class table by its identity,
+// Registers the library, and makes every class of it known to the class
+// table by its identity,
 // without a factory, so that ProgIDFromCLSID and CLSIDFromProgID answer for
 // all of them (error records name their source class by ProgID). Factories
 // registered later for the same class id take the entry over.
-HRESULT RegisterClassIdentities();
+VELTRANE_API HRESULT RegisterClassIdentities(const LibraryData& library);
 
 }  // namespace veltrane::tlb

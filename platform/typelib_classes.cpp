@@ -8,13 +8,14 @@
 
 namespace veltrane::tlb {
 
-HRESULT RegisterClassIdentities() {
+HRESULT RegisterClassIdentities(const LibraryData& lib) {
   // Registered tables must outlive their registration.
   static std::mutex mutex;
   static std::deque<std::vector<COCLASS_REGISTRATION>> tables;
   std::lock_guard<std::mutex> lock(mutex);
+  HRESULT hr = RegisterTypeLibrary(lib);
+  if (FAILED(hr)) return hr;
   std::vector<COCLASS_REGISTRATION> entries;
-  const LibraryData& lib = VeltraneTypeLibrary();
   for (USHORT i = 0; i < lib.classCount; ++i) {
     const ClassIdentity& c = lib.classes[i];
     // A class that is already known, with its factory or without, stays as it is.

@@ -29,7 +29,7 @@ struct veltrane_iid_of;
   }
 #define __uuidof(T) (::veltrane_iid_of<std::remove_cv_t<std::remove_pointer_t<std::remove_cvref_t<T>>>>::get())
 
-extern const IID IID_IUnknown;
+extern VELTRANE_API const IID IID_IUnknown;
 VELTRANE_DECLARE_IID(IUnknown, IID_IUnknown);
 
 // The interface an interface derives from; IUnknown unless specialised.

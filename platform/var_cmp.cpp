@@ -10,7 +10,7 @@
 
 #include <cstring>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 constexpr ULONG kIgnoreKashida = 0x00040000;  // Arabic elongation: nothing to ignore in these locales
@@ -72,9 +72,9 @@ HRESULT compareNumbers(const Scalar& left, const Scalar& right) {
 }
 
 }  // namespace
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using namespace platform_detail;
+using namespace veltrane::platform::detail;
 
 extern "C" {
 

@@ -7,7 +7,7 @@
 #include <ctime>
 #include <initializer_list>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 // Days from 1970-01-01 to a date of the proleptic Gregorian calendar.
@@ -438,18 +438,18 @@ HRESULT ParseDate(const char16_t* text, const LocaleInfo& locale, DateTextForm f
   return SystemTimeToDate(st, out) ? S_OK : DISP_E_TYPEMISMATCH;
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
 extern "C" {
 
 INT SystemTimeToVariantTime(SYSTEMTIME* lpSystemTime, DOUBLE* pvtime) {
   if (!lpSystemTime || !pvtime) return FALSE;
-  return platform_detail::SystemTimeToDate(*lpSystemTime, pvtime) ? TRUE : FALSE;
+  return veltrane::platform::detail::SystemTimeToDate(*lpSystemTime, pvtime) ? TRUE : FALSE;
 }
 
 INT VariantTimeToSystemTime(DOUBLE vtime, SYSTEMTIME* lpSystemTime) {
   if (!lpSystemTime) return FALSE;
-  return platform_detail::DateToSystemTime(vtime, lpSystemTime) ? TRUE : FALSE;
+  return veltrane::platform::detail::DateToSystemTime(vtime, lpSystemTime) ? TRUE : FALSE;
 }
 
 static void systemTimeFromClock(bool local, SYSTEMTIME* st) {

@@ -9,7 +9,7 @@
 #include <limits>
 #include <system_error>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 // Significant digits kept when reading text; beyond them only whether
@@ -487,4 +487,4 @@ std::u16string FormatInteger(Int128 v) {
   return out;
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 HRESULT ValidateVariantType(VARTYPE vt) {
   const VARTYPE base = vt & VT_TYPEMASK;
@@ -40,9 +40,9 @@ HRESULT ValidateVariantType(VARTYPE vt) {
   }
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using platform_detail::ValidateVariantType;
+using veltrane::platform::detail::ValidateVariantType;
 
 extern "C" {
 

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 // Types VariantChangeTypeEx accepts on either side: the base types up to
@@ -158,9 +158,9 @@ HRESULT coerce(const VARIANT& src, LCID lcid, USHORT flags, VARTYPE vt, VARIANT*
 }
 
 }  // namespace
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using namespace platform_detail;
+using namespace veltrane::platform::detail;
 
 extern "C" {
 

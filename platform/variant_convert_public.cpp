@@ -2,7 +2,7 @@
 // rules of VariantChangeTypeEx for one source and one target type.
 #include "platform/internal/variant_convert.h"
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 ConversionContext contextOf(LCID lcid, ULONG flags) {
@@ -74,9 +74,9 @@ HRESULT toDecimal(const Scalar& in, const ConversionContext& ctx, DECIMAL* out) 
 }
 
 }  // namespace
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail
 
-using namespace platform_detail;
+using namespace veltrane::platform::detail;
 
 extern "C" {
 

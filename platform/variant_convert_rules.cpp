@@ -11,7 +11,7 @@
 #include <cmath>
 #include <limits>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 struct IntegerRange {
@@ -361,4 +361,4 @@ HRESULT ScalarToExact(const Scalar& in, const ConversionContext& ctx, ExactDecim
   return DISP_E_TYPEMISMATCH;
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 namespace {
 
 bool equalsWord(const OLECHAR* text, const char16_t* word) {
@@ -99,4 +99,4 @@ HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out) 
   return allocate(text, out);
 }
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <optional>
 
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

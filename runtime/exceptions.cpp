@@ -2,40 +2,10 @@
 
 #include <boost/format.hpp>
 
-#include "runtime/hresult_text.h"
-#include "runtime/unicode.h"
-#include "runtime/winhttp_errors.h"
+#include "platform/result_names.h"
+#include "platform/unicode.h"
 
 namespace {
-
-struct KindRow {
-  const char16_t* name;
-  UINT clientCode;
-};
-
-constexpr KindRow kKinds[] = {
-    {u"MEMORY_ALLOC_EXCEPTION", 535},
-    {u"XSTRING_ARRAYDIMS_EXCEPTION", 536},
-    {u"VARIANTARRAY_EXCEPTION", 534},
-    {u"STRING_CONVERSION", 532},
-    {u"NUMERIC_CONVERSION", 531},
-    {u"DATE_TIME_CONVERSION", 533},
-    {u"BCD_CONVERSION_TOO_LARGE", 530},
-    {u"BCD_CONVERSION_INVALID", 530},
-    {u"ERROR_INSTALL_STRUCT", 537},
-    {u"ERROR_COMPLEX_TYPE", 518},
-    {u"ERROR_FILE_ACCESS", 519},
-    {u"TIMEOUT", 519},
-    {u"SOAP_ERROR", 519},
-    {u"WINHTTP_ERROR", 519},
-    {u"COM_ERROR", 519},
-    {u"OTHER", 519},
-};
-
-const KindRow& Row(int32_t kind) {
-  if (kind < 0 || kind > CXVeltrane::OTHER) return kKinds[CXVeltrane::OTHER];
-  return kKinds[kind];
-}
 
 std::u16string OrEmpty(const char16_t* s) { return s ? std::u16string(s) : std::u16string(); }
 
@@ -56,15 +26,23 @@ std::string BuildText(const std::u16string& kindName, int32_t kind, const std::u
 
 }  // namespace
 
-UINT CXVeltrane::ClientTextCode(int32_t kind) { return Row(kind).clientCode; }
-const char16_t* CXVeltrane::KindNameOf(int32_t kind) { return Row(kind).name; }
+std::string WinHttpErrorText(DWORD code) {
+  if (const char* name = WinHttpErrorName(code)) return name;
+  HRESULT hr = HRESULT_FROM_WIN32(code);
+  if (HResultKnown(hr)) return WideToUtf8Lossy(HResultMessage(hr));
+  return boost::str(boost::format("Unknown error code %1%") % code);
+}
 
 CXVeltrane::CXVeltrane(int32_t kind, const char16_t* message, const char16_t* context, const char16_t* value)
     : CXVeltrane(kind, OrEmpty(message), OrEmpty(context), OrEmpty(value)) {}
 
 CXVeltrane::CXVeltrane(int32_t kind, const std::u16string& message, const std::u16string& context,
                        const std::u16string& value)
-    : m_kind(kind), m_message(message), m_context(context), m_value(value), m_kindName(KindNameOf(kind)) {
+    : m_kind(kind),
+      m_message(message),
+      m_context(context),
+      m_value(value),
+      m_kindName(veltrane::errors::ErrorKindOf(kind).name) {
   m_text = BuildText(m_kindName, m_kind, m_message, m_context, m_value);
 }
 

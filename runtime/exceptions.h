@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/wtypes.h"
+#include "veltrane_errors.h"
 
 class BaseException : public std::exception {
  public:
@@ -22,25 +23,9 @@ class BaseException : public std::exception {
 
 class CXVeltrane : public BaseException {
  public:
-  // Kinds of internal errors.
-  enum KIND : int32_t {
-    MEMORY_ALLOC_EXCEPTION = 0,
-    XSTRING_ARRAYDIMS_EXCEPTION = 1,
-    VARIANTARRAY_EXCEPTION = 2,
-    STRING_CONVERSION = 3,
-    NUMERIC_CONVERSION = 4,
-    DATE_TIME_CONVERSION = 5,
-    BCD_CONVERSION_TOO_LARGE = 6,
-    BCD_CONVERSION_INVALID = 7,
-    ERROR_INSTALL_STRUCT = 8,
-    ERROR_COMPLEX_TYPE = 9,
-    ERROR_FILE_ACCESS = 10,
-    TIMEOUT = 11,
-    SOAP_ERROR = 12,
-    WINHTTP_ERROR = 13,
-    COM_ERROR = 14,
-    OTHER = 15,
-  };
+  // Kinds of internal errors, from errors/errors.table.
+  using KIND = veltrane::errors::ErrorKind;
+  using enum veltrane::errors::ErrorKind;
 
   // Null texts read as empty. The text is "<KIND>(<kind>) : <message>",
   // followed, when a context is given, by "(<context>" and then
@@ -56,11 +41,8 @@ class CXVeltrane : public BaseException {
   const std::u16string& Value() const { return m_value; }
   const std::u16string& KindName() const { return m_kindName; }
 
-  // The code of the string table a client gets for this kind.
-  UINT ClientTextCode() const { return ClientTextCode(m_kind); }
-  static UINT ClientTextCode(int32_t kind);
-  // The kind's name; "OTHER" for a number outside the table.
-  static const char16_t* KindNameOf(int32_t kind);
+  // The text of the string table a client gets for this kind.
+  Text ClientText() const { return veltrane::errors::ErrorKindOf(m_kind).clientText; }
 
  private:
   int32_t m_kind;
@@ -89,8 +71,11 @@ class CXSoapErrorResponse : public CXVeltrane {
   std::u16string m_detail;
 };
 
-// A failure of the HTTP transport; the text is the number's name
-// (WinHttpErrorText).
+// The text of CXWinHTTPError: the number's name; for any other number the
+// system's message for it; if there is none, "Unknown error code <n>".
+std::string WinHttpErrorText(DWORD code);
+
+// A failure of the HTTP transport; the text is WinHttpErrorText.
 class CXWinHTTPError : public CXVeltrane {
  public:
   explicit CXWinHTTPError(DWORD code);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/oaidl.h"
+#include "veltrane_errors.h"
 #include "veltrane_tlb.h"
 
 // With a code of the string table: the description is the code's text, or
@@ -27,3 +28,5 @@ inline HRESULT ReportError(REFCLSID clsid, UINT code, HRESULT hr = 0) {
 inline HRESULT ReportError(REFCLSID clsid, LPCOLESTR text, HRESULT hr = 0) {
   return ReportError(clsid, text, 0, nullptr, IID_ISession, hr);
 }
+// A text of the string table by its typed code; the result is its own.
+inline HRESULT ReportError(REFCLSID clsid, Text text) { return ReportError(clsid, static_cast<UINT>(text)); }

@@ -14,7 +14,7 @@ std::mutex g_mutex;
 int g_active = 0;  // translators active in the process
 struct sigaction g_previous[kSignalCount];
 
-__attribute__((tls_model("initial-exec"))) thread_local veltrane_detail::SehFrame* t_current = nullptr;
+__attribute__((tls_model("initial-exec"))) thread_local veltrane::runtime::detail::SehFrame* t_current = nullptr;
 
 int IndexOf(int signo) {
   for (int i = 0; i < kSignalCount; ++i)
@@ -23,7 +23,7 @@ int IndexOf(int signo) {
 }
 
 void Handler(int signo, siginfo_t* info, void* context) {
-  if (veltrane_detail::SehFrame* frame = t_current) {
+  if (veltrane::runtime::detail::SehFrame* frame = t_current) {
     t_current = frame->outer;
     frame->code = SignalExceptionCode(signo, info ? info->si_code : 0);
     siglongjmp(frame->env, 1);
@@ -71,7 +71,7 @@ uint32_t SignalExceptionCode(int signo, int sicode) {
   }
 }
 
-namespace veltrane_detail {
+namespace veltrane::runtime::detail {
 
 void SehEnter(SehFrame* frame) {
   {
@@ -99,7 +99,7 @@ void SehLeave(SehFrame* frame) {
   SehRelease();
 }
 
-}  // namespace veltrane_detail
+}  // namespace veltrane::runtime::detail
 
 void* LoadModule(const std::string& path, std::string* error) {
   void* module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -45,7 +45,7 @@ inline constexpr uint32_t kExceptionProcNotFound = 0xC06D007F;           // entr
 // The exception code for a signal and its si_code.
 uint32_t SignalExceptionCode(int signo, int sicode);
 
-namespace veltrane_detail {
+namespace veltrane::runtime::detail {
 
 // One active translator on the stack of a thread.
 struct SehFrame {
@@ -58,31 +58,31 @@ void SehEnter(SehFrame* frame);  // pushes the frame; installs the handlers with
 void SehLeave(SehFrame* frame);  // pops the frame and releases
 void SehRelease();               // restores the dispositions with the last one
 
-}  // namespace veltrane_detail
+}  // namespace veltrane::runtime::detail
 
 // No object with a destructor may live in this frame between sigsetjmp and
 // the jump, hence the explicit leave calls instead of a guard.
 template <class F>
 decltype(auto) RunTranslated(F&& f) {
   using R = std::invoke_result_t<F>;
-  veltrane_detail::SehFrame frame;
+  veltrane::runtime::detail::SehFrame frame;
   if (sigsetjmp(frame.env, 1) != 0) {
     // Back from the handler, which popped the frame.
-    veltrane_detail::SehRelease();
+    veltrane::runtime::detail::SehRelease();
     throw _SEHException(frame.code);
   }
-  veltrane_detail::SehEnter(&frame);
+  veltrane::runtime::detail::SehEnter(&frame);
   try {
     if constexpr (std::is_void_v<R>) {
       std::invoke(std::forward<F>(f));
-      veltrane_detail::SehLeave(&frame);
+      veltrane::runtime::detail::SehLeave(&frame);
     } else {
       R result = std::invoke(std::forward<F>(f));
-      veltrane_detail::SehLeave(&frame);
+      veltrane::runtime::detail::SehLeave(&frame);
       return static_cast<R>(result);
     }
   } catch (...) {
-    veltrane_detail::SehLeave(&frame);
+    veltrane::runtime::detail::SehLeave(&frame);
     throw;
   }
 }

@@ -11,8 +11,8 @@
 #include <mutex>
 
 #include "runtime/environment.h"
-#include "runtime/hresult_text.h"
-#include "runtime/unicode.h"
+#include "platform/result_names.h"
+#include "platform/unicode.h"
 
 std::atomic<Ostrel::CTrace*> Ostrel::CTrace::s_instance{nullptr};
 

@@ -75,7 +75,7 @@ void Trace(std::u16string_view format, const Args&... args) {
   if constexpr (sizeof...(Args) == 0) {
     TraceWrite(TraceFormat(format, nullptr, 0), true);
   } else {
-    const FormatArg list[] = {veltrane_detail::MakeFormatArg(args)...};
+    const FormatArg list[] = {veltrane::runtime::detail::MakeFormatArg(args)...};
     TraceWrite(TraceFormat(format, list, sizeof...(Args)), true);
   }
 }
@@ -87,7 +87,7 @@ void TraceRaw(std::u16string_view format, const Args&... args) {
   if constexpr (sizeof...(Args) == 0) {
     TraceWrite(TraceFormat(format, nullptr, 0), false);
   } else {
-    const FormatArg list[] = {veltrane_detail::MakeFormatArg(args)...};
+    const FormatArg list[] = {veltrane::runtime::detail::MakeFormatArg(args)...};
     TraceWrite(TraceFormat(format, list, sizeof...(Args)), false);
   }
 }

@@ -2,7 +2,7 @@
 
 #include <boost/format.hpp>
 
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

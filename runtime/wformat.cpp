@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <stdexcept>
 
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 namespace {
 

@@ -41,7 +41,7 @@ struct FormatArg {
   std::string_view narrow;
 };
 
-namespace veltrane_detail {
+namespace veltrane::runtime::detail {
 
 template <class T>
 FormatArg MakeFormatArg(const T& v) {
@@ -96,7 +96,7 @@ FormatArg MakeFormatArg(const T& v) {
   return a;
 }
 
-}  // namespace veltrane_detail
+}  // namespace veltrane::runtime::detail
 
 // Formats with the arguments given as a list; raises std::invalid_argument
 // for a malformed format, a missing argument or a type that does not fit
@@ -108,7 +108,7 @@ std::u16string FormatW(std::u16string_view format, const Args&... args) {
   if constexpr (sizeof...(Args) == 0) {
     return FormatWArgs(format, nullptr, 0);
   } else {
-    const FormatArg list[] = {veltrane_detail::MakeFormatArg(args)...};
+    const FormatArg list[] = {veltrane::runtime::detail::MakeFormatArg(args)...};
     return FormatWArgs(format, list, sizeof...(Args));
   }
 }

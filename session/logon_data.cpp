@@ -9,14 +9,3 @@ CLogonData::CLogonData()
       m_x509Cert(u""),
       m_extIdData(u""),
       m_extIdType(u"") {}
-
-HRESULT CLogonData::Assign(CComBSTR& field, BSTR value) {
-  if (!value) {
-    field.Empty();
-    return S_OK;
-  }
-  BSTR copy = SysAllocStringLen(value, SysStringLen(value));
-  if (!copy) return E_OUTOFMEMORY;
-  field.Attach(copy);
-  return S_OK;
-}

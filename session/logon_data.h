@@ -5,30 +5,31 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "platform/property.h"
 #include "session/option_store.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CLogonData
-    : public CComObjectBase<CLogonData, IDispatchImpl<CLogonData, ILogonData>, ISupportErrorInfoImpl<&IID_ILogonData>> {
+class CLogonData : public CComObjectBase<CLogonData, CoClassLogonData<CLogonData>> {
  public:
   CLogonData();
 
   HRESULT STDMETHODCALLTYPE get_Client(BSTR* pVal) override { return m_client.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_Client(BSTR newVal) override { return Assign(m_client, newVal); }
+  HRESULT STDMETHODCALLTYPE put_Client(BSTR newVal) override { return PutProperty(m_client, newVal); }
   HRESULT STDMETHODCALLTYPE get_User(BSTR* pVal) override { return m_user.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_User(BSTR newVal) override { return Assign(m_user, newVal); }
+  HRESULT STDMETHODCALLTYPE put_User(BSTR newVal) override { return PutProperty(m_user, newVal); }
   HRESULT STDMETHODCALLTYPE get_Password(BSTR* pVal) override { return m_password.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_Password(BSTR newVal) override { return Assign(m_password, newVal); }
+  HRESULT STDMETHODCALLTYPE put_Password(BSTR newVal) override { return PutProperty(m_password, newVal); }
   HRESULT STDMETHODCALLTYPE get_Language(BSTR* pVal) override { return m_language.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_Language(BSTR newVal) override { return Assign(m_language, newVal); }
+  HRESULT STDMETHODCALLTYPE put_Language(BSTR newVal) override { return PutProperty(m_language, newVal); }
   HRESULT STDMETHODCALLTYPE get_SSO2Ticket(BSTR* pVal) override { return m_sso2Ticket.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_SSO2Ticket(BSTR newVal) override { return Assign(m_sso2Ticket, newVal); }
+  HRESULT STDMETHODCALLTYPE put_SSO2Ticket(BSTR newVal) override { return PutProperty(m_sso2Ticket, newVal); }
   HRESULT STDMETHODCALLTYPE get_X509Cert(BSTR* pVal) override { return m_x509Cert.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_X509Cert(BSTR newVal) override { return Assign(m_x509Cert, newVal); }
+  HRESULT STDMETHODCALLTYPE put_X509Cert(BSTR newVal) override { return PutProperty(m_x509Cert, newVal); }
   HRESULT STDMETHODCALLTYPE get_ExtIdData(BSTR* pVal) override { return m_extIdData.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_ExtIdData(BSTR newVal) override { return Assign(m_extIdData, newVal); }
+  HRESULT STDMETHODCALLTYPE put_ExtIdData(BSTR newVal) override { return PutProperty(m_extIdData, newVal); }
   HRESULT STDMETHODCALLTYPE get_ExtIdType(BSTR* pVal) override { return m_extIdType.CopyTo(pVal); }
-  HRESULT STDMETHODCALLTYPE put_ExtIdType(BSTR newVal) override { return Assign(m_extIdType, newVal); }
+  HRESULT STDMETHODCALLTYPE put_ExtIdType(BSTR newVal) override { return PutProperty(m_extIdType, newVal); }
   HRESULT STDMETHODCALLTYPE get_Option(BSTR name, BSTR* pVal) override { return m_options.Get(name, pVal); }
   HRESULT STDMETHODCALLTYPE put_Option(BSTR name, BSTR newVal) override { return m_options.Put(name, newVal); }
 
@@ -44,8 +45,6 @@ class CLogonData
   const OptionStore& Options() const { return m_options; }
 
  private:
-  static HRESULT Assign(CComBSTR& field, BSTR value);
-
   CComBSTR m_client;
   CComBSTR m_user;
   CComBSTR m_password;

@@ -1,25 +1,19 @@
 #include "session/option_store.h"
 
-namespace {
-
-std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
-
-}  // namespace
-
 HRESULT OptionStore::Put(BSTR name, BSTR value) {
   CComBSTR copy;
   if (value) {
     copy.Attach(SysAllocStringLen(value, SysStringLen(value)));
     if (!copy) return E_OUTOFMEMORY;
   }
-  m_values.insert_or_assign(std::u16string(View(name)), std::move(copy));
+  m_values.insert_or_assign(std::u16string(BstrView(name)), std::move(copy));
   return S_OK;
 }
 
 HRESULT OptionStore::Get(BSTR name, BSTR* value, bool nullForUnknown) const {
   if (!value) return E_POINTER;
   *value = nullptr;
-  auto it = m_values.find(View(name));
+  auto it = m_values.find(BstrView(name));
   if (it == m_values.end()) {
     if (nullForUnknown) return S_OK;
     *value = SysAllocString(u"");

@@ -7,17 +7,18 @@
 #include <new>
 #include <vector>
 
+#include <boost/format.hpp>
+
 #include "model/model.h"
+#include "platform/property.h"
 #include "runtime/environment.h"
 #include "runtime/report_error.h"
 #include "runtime/string_table.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "session/table_reader.h"
 
 namespace {
-
-std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
 
 std::u16string ExecutablePath() {
   std::vector<char> buffer(4096);
@@ -77,12 +78,7 @@ SessionFrame::SessionFrame() {
 
 HRESULT SessionFrame::GetSystemID(BSTR* pVal) const { return m_systemId.CopyTo(pVal); }
 
-HRESULT SessionFrame::PutSystemID(BSTR newVal) {
-  CComBSTR copy(SysStringLen(newVal), newVal);
-  if (newVal && !copy) return E_OUTOFMEMORY;
-  m_systemId = std::move(copy);
-  return S_OK;
-}
+HRESULT SessionFrame::PutSystemID(BSTR newVal) { return PutProperty(m_systemId, newVal); }
 
 HRESULT SessionFrame::GetLogonData(ILogonData** pVal) const {
   if (!pVal) return E_POINTER;
@@ -110,7 +106,7 @@ HRESULT SessionFrame::GetOption(BSTR name, BSTR* pVal) const { return m_options.
 HRESULT SessionFrame::PutOption(BSTR name, BSTR newVal) {
   HRESULT hr = m_options.Put(name, newVal);
   if (FAILED(hr)) return hr;
-  const std::u16string_view key = View(name);
+  const std::u16string_view key = BstrView(name);
   if (key == u"trace.file") {
     ApplyTraceFile(newVal);
   } else if (key == u"trace.level") {
@@ -120,7 +116,7 @@ HRESULT SessionFrame::PutOption(BSTR name, BSTR newVal) {
 }
 
 void SessionFrame::ApplyTraceFile(BSTR value) {
-  if (SysStringLen(value) > 0) TraceOpen(u"Veltrane", ExpandEnvironment(View(value), kMaxPath), true);
+  if (SysStringLen(value) > 0) TraceOpen(u"Veltrane", ExpandEnvironment(BstrView(value), kMaxPath), true);
   SetTraceLevel(TRACE_INFORMATION);
   if (!TraceIsOpen()) return;
   Trace(u"Veltrane version=%s\n", kVeltraneVersion);
@@ -131,7 +127,7 @@ void SessionFrame::ApplyTraceFile(BSTR value) {
 }
 
 void SessionFrame::ApplyTraceLevel(BSTR value) {
-  const std::u16string level = UpperCase(View(value));
+  const std::u16string level = UpperCase(BstrView(value));
   if (level == u"INFORMATION" || level == u"3") {
     SetTraceLevel(TRACE_INFORMATION);
   } else if (level == u"WARNING" || level == u"2") {
@@ -195,7 +191,7 @@ HRESULT SessionFrame::ImportType(BSTR name, IRfcType** pVal, const TypeImporter&
 HRESULT SessionFrame::ImportCall(BSTR moduleName, VARIANT_BOOL ignoreUnsupportedParams, IFunctionCall** pVal,
                                  const CallImporter& fromBackend) {
   if (pVal) *pVal = nullptr;
-  Trace(u"ImportCall('%s')...\n", View(moduleName));
+  Trace(u"ImportCall('%s')...\n", BstrView(moduleName));
   CComPtr<ITypeCache> cache;
   HRESULT hr = EnsureTypeCache(&cache);
   if (FAILED(hr)) return hr;
@@ -238,3 +234,68 @@ HRESULT SessionFrame::GetTableReader(ISession* self, BSTR tableName, ITableReade
 HRESULT SessionFrame::SetError(const RfcErrorRecord& record) { return SetSessionError(&m_error, m_errorInfo, &record); }
 
 HRESULT SessionFrame::ClearError() { return SetSessionError(&m_error, m_errorInfo, nullptr); }
+
+// ----------------------------------------------------------------- calls
+
+bool SessionFrame::CallRunning() const {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  return m_running != nullptr;
+}
+
+CComPtr<IFunctionCall> SessionFrame::ActiveCall() const {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  return m_activeCall;
+}
+
+void SessionFrame::BeginCall(IFunctionCall* call, std::unique_ptr<RunningCall> running) {
+  std::lock_guard<std::mutex> lock(m_callMutex);
+  m_activeCall = call;
+  m_running = std::move(running);
+}
+
+void SessionFrame::EndCall() {
+  std::unique_ptr<RunningCall> running;
+  CComPtr<IFunctionCall> call;
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    running = std::move(m_running);
+    call.Attach(m_activeCall.Detach());
+  }
+}
+
+bool SessionFrame::AbortRunningCall() {
+  std::unique_ptr<RunningCall> running;
+  CComPtr<IFunctionCall> call;
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (!m_running) return false;
+    running = std::move(m_running);
+    call.Attach(m_activeCall.Detach());
+  }
+  running->Abort();
+  return true;
+}
+
+void SessionFrame::Pin(IUnknown* session) {
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (m_pinned) return;
+    m_pinned = true;
+  }
+  session->AddRef();
+}
+
+void SessionFrame::Unpin(IUnknown* session) {
+  {
+    std::lock_guard<std::mutex> lock(m_callMutex);
+    if (!m_pinned) return;
+    m_pinned = false;
+  }
+  session->Release();
+}
+
+void SessionFrame::TraceFailure(const char* operation, const char* format, const char* what, const char* traceName) {
+  try {
+    TraceLog(TRACE_ERROR, boost::format(format) % what % traceName, operation, __FILE__, __LINE__);
+  } catch (...) {}
+}

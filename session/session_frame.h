@@ -7,17 +7,18 @@
 #pragma once
 
 #include <functional>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "platform/atlbase.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "session/logon_data.h"
 #include "session/option_store.h"
+#include "session/running_call.h"
 #include "veltrane_tlb.h"
-
-// The component's version as the trace reports it.
-inline constexpr std::u16string_view kVeltraneVersion = u"4.0.2.0";
+#include "veltrane_version.h"
 
 class SessionFrame {
  public:
@@ -65,6 +66,36 @@ class SessionFrame {
   // The cache, created on first need.
   HRESULT EnsureTypeCache(ITypeCache** pVal);
 
+  // ---- one call at a time. Safe from any thread: a back end ends an
+  // asynchronous call on a thread of its own.
+
+  // True while a running call is held.
+  bool CallRunning() const;
+  // The call being answered, or null.
+  CComPtr<IFunctionCall> ActiveCall() const;
+  // Holds call as the one being answered. With a RunningCall it counts as
+  // running until EndCall or AbortRunningCall; without one (a call the
+  // session makes for itself) it is only the target of the answer.
+  void BeginCall(IFunctionCall* call, std::unique_ptr<RunningCall> running);
+  // Takes the call and its RunningCall out of the session; the RunningCall
+  // is destroyed after the lock is let go, since destroying it may wait for
+  // the back end's thread.
+  void EndCall();
+  // Takes the running call out and aborts it; false when none was running.
+  // Raises what RunningCall::Abort raises; the call is gone either way.
+  bool AbortRunningCall();
+  // An asynchronous call holds a reference on its session from its start
+  // until CallFinished has been fired or the call is aborted, so that neither
+  // the client's last Release nor a sink's can pull the session from under
+  // the back end's thread. Pin takes that reference once, Unpin gives it back.
+  void Pin(IUnknown* session);
+  void Unpin(IUnknown* session);
+
+  // Traces a failure of an operation at level 1 by a format of two places,
+  // the exception's text and the class's trace name
+  // ("Exception: %1% in %2%::AbortCall()").
+  static void TraceFailure(const char* operation, const char* format, const char* what, const char* traceName);
+
  private:
   void ApplyTraceFile(BSTR value);
   void ApplyTraceLevel(BSTR value);
@@ -75,4 +106,9 @@ class SessionFrame {
   CComPtr<IRfcError> m_errorInfo;
   CComPtr<ITypeCache> m_typeCache;
   OptionStore m_options;
+
+  mutable std::mutex m_callMutex;
+  CComPtr<IFunctionCall> m_activeCall;
+  std::unique_ptr<RunningCall> m_running;
+  bool m_pinned = false;
 };

@@ -3,36 +3,32 @@
 // members that do not depend on the back end (SystemID, LogonData,
 // ErrorInfo, Error, Option, TypeCache, DecodeInternalError, ImportType,
 // ImportCall, CreateCall, CreateType, About, GetTableReader and the three
-// backend service calls); the logic lives in SessionFrame, so that a session
-// class does not compile it again.
+// backend service calls), each inside the session's boundary (boundary.h),
+// so that a failure reaches the client as a result only. The logic lives in
+// SessionFrame and SessionBoundary, so that a session class does not compile
+// it again. Back ends build on ISessionCallsImpl (session_calls.h), which
+// adds the calls.
 //
-// A session class lists its bases like this:
+// Derived names its class for the boundary and plugs in its imports:
 //
-//   class CSoapSession
-//       : public CComObjectBase<CSoapSession, ISessionImpl<CSoapSession, ISoapSession>,
-//                               IConnectionPointContainerImpl<CSoapSession, CProxy_SessionEvents<CSoapSession>>,
-//                               ISupportErrorInfoImpl<&IID_ISoapSession, &IID_ISession>> {
-//     // Connect, Disconnect, CallFunction, AbortCall, IsConnected, CallActive,
-//     // SessionType, CreateTransID, ConfirmTransID, CallTRFCFunction and the
-//     // class's own members (HttpSystemData; RfcSystemData, GetSSO2Ticket).
-//    private:
-//     HRESULT ImportTypeFromBackend(BSTR name, IRfcType* type) override;
-//     HRESULT ImportCallFromBackend(BSTR name, VARIANT_BOOL ignoreUnsupportedParams,
-//                                   IFunctionCall* call) override;
-//   };
-//
-// The container finds its connection point among its own template arguments
-// (CProxy_SessionEvents<T> is an IConnectionPointImpl for DIID__SessionEvents);
-// FireCallFinished() reaches it through Derived.
+//   static constexpr SessionBoundary kBoundary{CLSID_SoapSession, "CSOAPSession"};
+//   HRESULT ImportTypeFromBackend(BSTR name, IRfcType* type) override;
+//   HRESULT ImportCallFromBackend(BSTR name, VARIANT_BOOL ignoreUnsupportedParams,
+//                                 IFunctionCall* call) override;
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
+#include "model/model.h"
 #include "platform/atlbase.h"
 #include "platform/dispatch_impl.h"
-#include "runtime/rfc_error.h"
+#include "runtime/exceptions.h"
+#include "runtime/report_error.h"
+#include "session/boundary.h"
 #include "session/logon_data.h"
+#include "session/rfc_error.h"
 #include "session/session_frame.h"
 #include "veltrane_tlb.h"
 
@@ -49,44 +45,71 @@ class ISessionImpl : public IDispatchImpl<Derived, Itf> {
   // Reading ErrorInfo clears Error.
   HRESULT STDMETHODCALLTYPE get_ErrorInfo(IRfcError** pVal) override { return m_frame.GetErrorInfo(pVal); }
   HRESULT STDMETHODCALLTYPE get_Error(VARIANT_BOOL* pVal) override { return m_frame.GetError(pVal); }
-  HRESULT STDMETHODCALLTYPE get_Option(BSTR name, BSTR* pVal) override { return m_frame.GetOption(name, pVal); }
-  HRESULT STDMETHODCALLTYPE put_Option(BSTR name, BSTR newVal) override { return m_frame.PutOption(name, newVal); }
-  HRESULT STDMETHODCALLTYPE get_TypeCache(ITypeCache** pVal) override { return m_frame.GetTypeCache(pVal); }
+  HRESULT STDMETHODCALLTYPE get_Option(BSTR name, BSTR* pVal) override {
+    return Guard("get_Option", [&] { return m_frame.GetOption(name, pVal); });
+  }
+  HRESULT STDMETHODCALLTYPE put_Option(BSTR name, BSTR newVal) override {
+    return Guard("put_Option", [&] { return m_frame.PutOption(name, newVal); });
+  }
+  HRESULT STDMETHODCALLTYPE get_TypeCache(ITypeCache** pVal) override {
+    return Guard("get_TypeCache", [&] { return m_frame.GetTypeCache(pVal); });
+  }
   HRESULT STDMETHODCALLTYPE put_TypeCache(ITypeCache* newVal) override { return m_frame.PutTypeCache(newVal); }
   HRESULT STDMETHODCALLTYPE DecodeInternalError(LONG errcode, BSTR* pVal) override {
     return m_frame.DecodeInternalError(errcode, pVal);
   }
   HRESULT STDMETHODCALLTYPE ImportType(BSTR type, IRfcType** pVal) override {
-    return m_frame.ImportType(type, pVal, [this](BSTR name, IRfcType* t) { return ImportTypeFromBackend(name, t); });
+    return Guard("ImportType", [&] {
+      return m_frame.ImportType(type, pVal, [this](BSTR name, IRfcType* t) { return ImportTypeFromBackend(name, t); });
+    });
   }
   HRESULT STDMETHODCALLTYPE CheckPasswordExpired(VARIANT_BOOL* pVal) override {
-    return m_frame.CheckPasswordExpired(Self(), pVal);
+    return Guard("CheckPasswordExpired", [&] { return m_frame.CheckPasswordExpired(Self(), pVal); });
   }
   HRESULT STDMETHODCALLTYPE ChangePassword(BSTR newPassword) override {
-    return m_frame.ChangePassword(Self(), newPassword);
+    return Guard("ChangePassword", [&] { return m_frame.ChangePassword(Self(), newPassword); });
   }
   HRESULT STDMETHODCALLTYPE CheckUnicodeSupport(VARIANT_BOOL* pVal) override {
-    return m_frame.CheckUnicodeSupport(Self(), pVal);
+    return Guard("CheckUnicodeSupport", [&] { return m_frame.CheckUnicodeSupport(Self(), pVal); });
   }
-  HRESULT STDMETHODCALLTYPE CreateCall(IFunctionCall** pVal) override { return m_frame.CreateCall(pVal); }
-  HRESULT STDMETHODCALLTYPE CreateType(IRfcType** pVal) override { return m_frame.CreateType(pVal); }
+  HRESULT STDMETHODCALLTYPE CreateCall(IFunctionCall** pVal) override {
+    return Guard("CreateCall", [&] { return m_frame.CreateCall(pVal); });
+  }
+  HRESULT STDMETHODCALLTYPE CreateType(IRfcType** pVal) override {
+    return Guard("CreateType", [&] { return m_frame.CreateType(pVal); });
+  }
   HRESULT STDMETHODCALLTYPE About() override { return m_frame.About(); }
   HRESULT STDMETHODCALLTYPE ImportCall(BSTR ModuleName, VARIANT_BOOL ignoreUnsupportedParams,
                                        IFunctionCall** pVal) override {
-    return m_frame.ImportCall(ModuleName, ignoreUnsupportedParams, pVal,
-                              [this](BSTR name, VARIANT_BOOL ignore, IFunctionCall* call) {
-                                return ImportCallFromBackend(name, ignore, call);
-                              });
+    return Guard("ImportCall", [&] {
+      return m_frame.ImportCall(ModuleName, ignoreUnsupportedParams, pVal,
+                                [this](BSTR name, VARIANT_BOOL ignore, IFunctionCall* call) {
+                                  return ImportCallFromBackend(name, ignore, call);
+                                });
+    });
   }
   HRESULT STDMETHODCALLTYPE GetTableReader(BSTR tableName, ITableReader** pVal) override {
-    return m_frame.GetTableReader(Self(), tableName, pVal);
+    return Guard("GetTableReader", [&] { return m_frame.GetTableReader(Self(), tableName, pVal); });
   }
 
  protected:
   ~ISessionImpl() = default;
 
-  // The session as its public interface.
+  // The session as its public interface, and as IUnknown.
   ISession* Self() { return static_cast<ISession*>(static_cast<Itf*>(this)); }
+  IUnknown* Unknown() { return static_cast<IUnknown*>(static_cast<Itf*>(this)); }
+
+  // Runs an operation of the session inside its boundary (boundary.h).
+  template <class Body>
+  HRESULT Guard(const char* operation, Body&& body) {
+    return Derived::kBoundary.Run(operation, std::forward<Body>(body), [this](const RfcErrorRecord& record) {
+      static_cast<Derived*>(this)->RecordFault(record);
+    });
+  }
+
+  // Where the boundary puts a fault of the server: ErrorInfo by SetError. A
+  // session with an error operation of its own hides this one.
+  void RecordFault(const RfcErrorRecord& record) { SetError(record); }
 
   // The option store: an unknown or null value reads as empty.
   std::u16string OptionValue(std::u16string_view name) const { return m_frame.OptionValue(name); }
@@ -106,6 +129,15 @@ class ISessionImpl : public IDispatchImpl<Derived, Itf> {
 
   // The type cache, created on first need.
   HRESULT EnsureTypeCache(ITypeCache** pVal) { return m_frame.EnsureTypeCache(pVal); }
+
+  // The running call (CallFunction) and the call being answered.
+  bool CallRunning() const { return m_frame.CallRunning(); }
+  CComPtr<IFunctionCall> ActiveCall() const { return m_frame.ActiveCall(); }
+  // A call the session makes for itself (a ping): the answer's target, not a
+  // running call.
+  void BeginOwnCall(IFunctionCall* call) { m_frame.BeginCall(call, nullptr); }
+  // The answer is in: the call is no longer held, nor running.
+  void EndCall() { m_frame.EndCall(); }
 
   // CallFinished to every sink of _SessionEvents.
   HRESULT FireCallFinished() { return static_cast<Derived*>(this)->Fire_CallFinished(); }

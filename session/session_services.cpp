@@ -60,7 +60,7 @@ HRESULT SessionFrame::ChangePassword(ISession* self, BSTR newPassword) {
   if (FAILED(hr)) return hr;
   CComBSTR oldPassword;
   if (FAILED(hr = logon->get_Password(&oldPassword))) return hr;
-  if (oldPassword.Length() == 0) return ReportError(CLSID_RfcSession, 527);
+  if (oldPassword.Length() == 0) return ReportError(CLSID_RfcSession, Text::OldPasswordRequired);
 
   CComPtr<IFunctionCall> call;
   if (FAILED(hr = self->ImportCall(CComBSTR(u"SUSR_USER_CHANGE_PASSWORD_RFC"), VARIANT_TRUE, &call))) return hr;

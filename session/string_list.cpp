@@ -6,8 +6,6 @@
 
 namespace {
 
-std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
-
 class SnapshotSource : public CEnumVariantBase::Source {
  public:
   explicit SnapshotSource(std::vector<std::u16string> items) : m_items(std::move(items)) {}
@@ -34,7 +32,7 @@ HRESULT CRfcStringList::get_Count(LONG* pVal) {
 }
 
 HRESULT CRfcStringList::Add(BSTR Item) {
-  m_items.emplace_back(View(Item));
+  m_items.emplace_back(BstrView(Item));
   return S_OK;
 }
 
@@ -51,7 +49,7 @@ HRESULT CRfcStringList::RemoveAll() {
 
 HRESULT CRfcStringList::IndexOf(BSTR Item, LONG* pVal) {
   if (!pVal) return E_POINTER;
-  const std::u16string_view wanted = View(Item);
+  const std::u16string_view wanted = BstrView(Item);
   for (size_t i = 0; i < m_items.size(); ++i) {
     if (m_items[i] == wanted) {
       *pVal = static_cast<LONG>(i + 1);

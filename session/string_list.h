@@ -8,23 +8,17 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CRfcStringList : public CComObjectBase<CRfcStringList, IDispatchImpl<CRfcStringList, IStringList>,
-                                             ISupportErrorInfoImpl<&IID_IStringList>> {
+class CRfcStringList : public CComObjectBase<CRfcStringList, CoClassRfcStringList<CRfcStringList>> {
  public:
-  HRESULT STDMETHODCALLTYPE get_Count(LONG* pVal) override;
+  VELTRANE_DECL_ISTRINGLIST
   // Appends; duplicates are kept, a null string is the empty one.
-  HRESULT STDMETHODCALLTYPE Add(BSTR Item) override;
   // Below 1 or above Count: E_INVALIDARG.
-  HRESULT STDMETHODCALLTYPE Remove(LONG index) override;
-  HRESULT STDMETHODCALLTYPE RemoveAll() override;
   // Position of the first exact, case-sensitive match, or -1.
-  HRESULT STDMETHODCALLTYPE IndexOf(BSTR Item, LONG* pVal) override;
   // Below 1: E_INVALIDARG; above Count: E_FAIL.
-  HRESULT STDMETHODCALLTYPE get_Item(LONG index, BSTR* pVal) override;
   // An enumerator over copies of the strings as they are now.
-  HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override;
 
   const std::vector<std::u16string>& Items() const { return m_items; }
   void Append(std::u16string item) { m_items.push_back(std::move(item)); }

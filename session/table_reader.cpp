@@ -8,15 +8,14 @@
 #include <set>
 
 #include "model/rfc_rows.h"
+#include "platform/property.h"
 #include "model/model.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/report_error.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "runtime/trace.h"
 
 namespace {
-
-std::u16string_view View(BSTR s) { return s ? std::u16string_view(s, SysStringLen(s)) : std::u16string_view(); }
 
 // A BSTR variant that refers to text without owning it, for lookups and
 // puts (the receivers copy what they keep).
@@ -81,13 +80,13 @@ HRESULT FieldValue(IRfcFields* row, const VARIANT& key, CComVariant& value) {
 // The text of a value: a string as it stands, anything else converted.
 HRESULT ValueText(const CComVariant& value, std::u16string& text) {
   if (V_VT(&value) == VT_BSTR) {
-    text.assign(View(V_BSTR(&value)));
+    text.assign(BstrView(V_BSTR(&value)));
     return S_OK;
   }
   CComVariant copy;
   HRESULT hr = VariantChangeType(&copy, &value, 0, VT_BSTR);
   if (FAILED(hr)) return hr;
-  text.assign(View(V_BSTR(&copy)));
+  text.assign(BstrView(V_BSTR(&copy)));
   return S_OK;
 }
 
@@ -163,12 +162,7 @@ HRESULT CTableReader::get_Session(ISession** pVal) {
 
 HRESULT CTableReader::get_Table(BSTR* pVal) { return m_table.CopyTo(pVal); }
 
-HRESULT CTableReader::put_Table(BSTR newVal) {
-  CComBSTR copy(SysStringLen(newVal), newVal);
-  if (newVal && !copy) return E_OUTOFMEMORY;
-  m_table = std::move(copy);
-  return S_OK;
-}
+HRESULT CTableReader::put_Table(BSTR newVal) { return PutProperty(m_table, newVal); }
 
 HRESULT CTableReader::get_Query(IStringList** pVal) {
   if (!pVal) return E_POINTER;
@@ -209,7 +203,7 @@ HRESULT CTableReader::Read(LONG Count, LONG startAt) {
     return ReadRows(Count, startAt);
   } catch (...) {
     Trace(u"unexpected error - terminating\n");
-    return ReportError(CLSID_TableReader, 519);
+    return ReportError(CLSID_TableReader, Text::Unexpected);
   }
 }
 

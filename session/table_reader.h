@@ -13,10 +13,10 @@
 #include "platform/dispatch_impl.h"
 #include "session/option_store.h"
 #include "session/string_list.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CTableReader : public CComObjectBase<CTableReader, IDispatchImpl<CTableReader, ITableReader>,
-                                           ISupportErrorInfoImpl<&IID_ITableReader>> {
+class CTableReader : public CComObjectBase<CTableReader, CoClassTableReader<CTableReader>> {
  public:
   // One column as the server describes it; offset and length count UTF-16
   // code units of the row text.
@@ -30,17 +30,7 @@ class CTableReader : public CComObjectBase<CTableReader, IDispatchImpl<CTableRea
   // Creates the lists and the error object; throws std::bad_alloc.
   CTableReader();
 
-  HRESULT STDMETHODCALLTYPE get_Session(ISession** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Table(BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Table(BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE get_Query(IStringList** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Fields(IStringList** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Rows(IRfcRows** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Error(VARIANT_BOOL* pVal) override;
-  HRESULT STDMETHODCALLTYPE get_ErrorInfo(IRfcError** pVal) override;
-  HRESULT STDMETHODCALLTYPE get_Option(BSTR name, BSTR* pVal) override;
-  HRESULT STDMETHODCALLTYPE put_Option(BSTR name, BSTR newVal) override;
-  HRESULT STDMETHODCALLTYPE Read(LONG Count, LONG startAt) override;
+  VELTRANE_DECL_ITABLEREADER
 
   void Bind(ISession* session, BSTR table);
 

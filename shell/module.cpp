@@ -2,6 +2,7 @@
 // test, and the registration of every class with the process's class table
 // when the library is loaded.
 #include "veltrane/module.h"
+#include "veltrane_tlb.h"
 
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
@@ -27,9 +28,9 @@ class CClassFactory : public CComObjectBase<CClassFactory, IClassFactory> {
 
   HRESULT STDMETHODCALLTYPE LockServer(BOOL lock) override {
     if (lock)
-      platform::ModuleLock();
+      veltrane::platform::ModuleLock();
     else
-      platform::ModuleUnlock();
+      veltrane::platform::ModuleUnlock();
     return S_OK;
   }
 
@@ -43,7 +44,7 @@ HRESULT getClassObject(REFCLSID rclsid, REFIID riid, void** ppv) { return DllGet
 // with its factories, which takes the entries of its classes over.
 struct ModuleRegistration {
   ModuleRegistration() {
-    veltrane::tlb::RegisterClassIdentities();
+    veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary());
     for (const ObjectEntry& e : veltrane::shell::ObjectMap()) {
       const veltrane::tlb::ClassIdentity* id = veltrane::tlb::FindClassIdentity(*e.clsid);
       if (!id) continue;
@@ -60,7 +61,7 @@ const ModuleRegistration g_registration;
 
 extern "C" {
 
-HRESULT DllCanUnloadNow() { return platform::ModuleLockCount() == 0 ? S_OK : S_FALSE; }
+HRESULT DllCanUnloadNow() { return veltrane::platform::ModuleLockCount() == 0 ? S_OK : S_FALSE; }
 
 HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
   if (!ppv) return E_POINTER;

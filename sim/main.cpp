@@ -1,4 +1,4 @@
-// veltrane-sim: starts the simulated ABAP system and its SOAP front.
+// veltrane-sim: starts the simulated ABAP system with its SOAP and RFC fronts.
 #include <pthread.h>
 
 #include <csignal>
@@ -10,8 +10,9 @@
 
 #include "engine/data_dir.h"
 #include "engine/system.h"
+#include "rfc/rfc_server.h"
 #include "soap/http_server.h"
-#include "soap/log.h"
+#include "engine/log.h"
 #include "soap/soap_service.h"
 
 namespace {
@@ -19,6 +20,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: veltrane-sim [options]\n"
     "  --soap-port PORT     port of the SOAP front, 0 picks a free one (default 8000)\n"
+    "  --rfc-port PORT      port of the RFC front and gateway, 0 picks a free one (default 3300)\n"
+    "  --rfc-max-frame MB   largest RFC frame accepted, in MiB (default 256)\n"
     "  --host ADDRESS       address to listen on (default 127.0.0.1)\n"
     "  --data-dir DIR       load the *.json files of DIR: tables, types, users, function modules\n"
     "  --log-level LEVEL    off, error, warn, info or debug (default info); one line per request at info\n"
@@ -28,7 +31,7 @@ constexpr const char* kUsage =
     "  --version            print the version and exit\n"
     "  --help               print this text and exit\n"
     "When ready, the first line on standard output is\n"
-    "  veltrane-sim listening soap=http://HOST:PORT\n"
+    "  veltrane-sim listening soap=http://HOST:PORT rfc=HOST:PORT\n"
     "Default logon: client 001, user DEMO, password Welcome1, language EN.\n";
 
 [[noreturn]] void usageError(const std::string& message) {
@@ -50,9 +53,10 @@ long long number(const std::string& option, const char* text, long long lo, long
 
 int main(int argc, char** argv) {
   std::string host = "127.0.0.1", dataDir, logLevel = "info";
-  long long port = 8000;
+  long long port = 8000, rfcPort = 3300;
   vsim::SystemOptions systemOptions;
   vsim::soap::HttpServer::Options serverOptions;
+  vsim::rfc::RfcServer::Options rfcOptions;
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     auto value = [&]() -> const char* {
@@ -67,6 +71,10 @@ int main(int argc, char** argv) {
       return 0;
     } else if (a == "--soap-port") {
       port = number(a, value(), 0, 65535);
+    } else if (a == "--rfc-port") {
+      rfcPort = number(a, value(), 0, 65535);
+    } else if (a == "--rfc-max-frame") {
+      rfcOptions.maxFrame = static_cast<std::uint32_t>(number(a, value(), 1, 2047)) << 20;
     } else if (a == "--host") {
       host = value();
     } else if (a == "--data-dir") {
@@ -77,25 +85,26 @@ int main(int argc, char** argv) {
       systemOptions.flightRows = static_cast<std::size_t>(number(a, value(), 1, 50000000));
     } else if (a == "--workers") {
       serverOptions.workers = static_cast<unsigned>(number(a, value(), 1, 1024));
+      rfcOptions.workers = serverOptions.workers;
     } else if (a == "--max-wait-ms") {
       systemOptions.maxWaitMs = number(a, value(), 0, 86400000);
     } else {
       usageError("unknown option " + a);
     }
   }
-  const auto level = vsim::soap::parseLogLevel(logLevel);
+  const auto level = vsim::parseLogLevel(logLevel);
   if (!level) usageError("unknown log level " + logLevel);
-  vsim::soap::Log log(*level);
+  vsim::Log log(*level);
 
   std::unique_ptr<vsim::System> system;
   try {
     system = std::make_unique<vsim::System>(systemOptions);
     if (!dataDir.empty()) {
       const auto sum = vsim::loadDataDir(*system, dataDir);
-      log.write(vsim::soap::LogLevel::Info, "data directory " + dataDir + ": " + std::to_string(sum.files.size()) +
-                                                " files, " + std::to_string(sum.tables) + " tables, " +
-                                                std::to_string(sum.rows) + " rows, " + std::to_string(sum.functions) +
-                                                " function modules, " + std::to_string(sum.users) + " users");
+      log.write(vsim::LogLevel::Info, "data directory " + dataDir + ": " + std::to_string(sum.files.size()) +
+                                          " files, " + std::to_string(sum.tables) + " tables, " +
+                                          std::to_string(sum.rows) + " rows, " + std::to_string(sum.functions) +
+                                          " function modules, " + std::to_string(sum.users) + " users");
     }
   } catch (const std::exception& e) {
     std::fprintf(stderr, "veltrane-sim: %s\n", e.what());
@@ -113,26 +122,32 @@ int main(int argc, char** argv) {
   vsim::soap::SoapService service(*system, log);
   vsim::soap::HttpServer server([&service](const vsim::soap::HttpRequest& r) { return service.handle(r); },
                                 serverOptions);
-  unsigned short bound;
+  vsim::rfc::RfcServer rfcServer(*system, log, rfcOptions);
+  unsigned short bound, rfcBound;
   try {
     bound = server.listen(host, static_cast<unsigned short>(port));
+    rfcBound = rfcServer.listen(host, static_cast<unsigned short>(rfcPort));
   } catch (const std::exception& e) {
     std::fprintf(stderr, "veltrane-sim: %s\n", e.what());
     return 1;
   }
   server.start();
+  rfcServer.start();
   const std::string shown = (host == "0.0.0.0" || host == "::") ? "127.0.0.1" : host;
   const std::string url = host.find(':') != std::string::npos && host != "::" ? "[" + host + "]" : shown;
-  std::printf("veltrane-sim listening soap=http://%s:%u\n", url.c_str(), static_cast<unsigned>(bound));
+  std::printf("veltrane-sim listening soap=http://%s:%u rfc=%s:%u\n", url.c_str(), static_cast<unsigned>(bound),
+              url.c_str(), static_cast<unsigned>(rfcBound));
   std::fflush(stdout);
-  log.write(vsim::soap::LogLevel::Info,
-            "system " + system->info().sysid + " ready, SOAP front on port " + std::to_string(bound));
+  log.write(vsim::LogLevel::Info, "system " + system->info().sysid + " ready, SOAP front on port " +
+                                      std::to_string(bound) + ", RFC front on port " + std::to_string(rfcBound));
 
   int sig = 0;
   sigwait(&signals, &sig);
-  log.write(vsim::soap::LogLevel::Info, std::string("shutting down on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
+  log.write(vsim::LogLevel::Info, std::string("shutting down on ") + (sig == SIGINT ? "SIGINT" : "SIGTERM"));
   system->shutdown();
+  rfcServer.stop();
   server.stop();
-  log.write(vsim::soap::LogLevel::Info, "stopped after " + std::to_string(service.requestCount()) + " requests");
+  log.write(vsim::LogLevel::Info, "stopped after " + std::to_string(service.requestCount()) + " SOAP and " +
+                                      std::to_string(rfcServer.requestCount()) + " RFC requests");
   return 0;
 }

@@ -8,30 +8,4 @@ CHttpSystemData::CHttpSystemData()
       m_proxyUser(u""),
       m_proxyPassword(u"") {}
 
-HRESULT CHttpSystemData::get_Stateful(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = m_stateful;
-  return S_OK;
-}
-
-HRESULT CHttpSystemData::Get(const CComBSTR& field, BSTR* pVal) {
-  if (!pVal) return E_POINTER;
-  return field.CopyTo(pVal);
-}
-
-HRESULT CHttpSystemData::Get(LONG field, LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  *pVal = field;
-  return S_OK;
-}
-
-HRESULT CHttpSystemData::Assign(CComBSTR& field, BSTR value) {
-  if (!value) {
-    field.Empty();
-    return S_OK;
-  }
-  BSTR copy = SysAllocStringLen(value, SysStringLen(value));
-  if (!copy) return E_OUTOFMEMORY;
-  field.Attach(copy);
-  return S_OK;
-}
+HRESULT CHttpSystemData::get_Stateful(VARIANT_BOOL* pVal) { return GetProperty(m_stateful, pVal); }

@@ -7,40 +7,41 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "platform/property.h"
+#include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
-class CHttpSystemData : public CComObjectBase<CHttpSystemData, IDispatchImpl<CHttpSystemData, IHttpSystemData>,
-                                              ISupportErrorInfoImpl<&IID_IHttpSystemData>> {
+class CHttpSystemData : public CComObjectBase<CHttpSystemData, CoClassHttpSystemData<CHttpSystemData>> {
  public:
   CHttpSystemData();
 
-  HRESULT STDMETHODCALLTYPE get_Protocol(BSTR* pVal) override { return Get(m_protocol, pVal); }
-  HRESULT STDMETHODCALLTYPE put_Protocol(BSTR newVal) override { return Assign(m_protocol, newVal); }
-  HRESULT STDMETHODCALLTYPE get_Host(BSTR* pVal) override { return Get(m_host, pVal); }
-  HRESULT STDMETHODCALLTYPE put_Host(BSTR newVal) override { return Assign(m_host, newVal); }
-  HRESULT STDMETHODCALLTYPE get_Port(LONG* pVal) override { return Get(m_port, pVal); }
+  HRESULT STDMETHODCALLTYPE get_Protocol(BSTR* pVal) override { return GetProperty(m_protocol, pVal); }
+  HRESULT STDMETHODCALLTYPE put_Protocol(BSTR newVal) override { return PutProperty(m_protocol, newVal); }
+  HRESULT STDMETHODCALLTYPE get_Host(BSTR* pVal) override { return GetProperty(m_host, pVal); }
+  HRESULT STDMETHODCALLTYPE put_Host(BSTR newVal) override { return PutProperty(m_host, newVal); }
+  HRESULT STDMETHODCALLTYPE get_Port(LONG* pVal) override { return GetProperty(m_port, pVal); }
   HRESULT STDMETHODCALLTYPE put_Port(LONG newVal) override {
     m_port = newVal;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE get_SoapEndpoint(BSTR* pVal) override { return Get(m_soapEndpoint, pVal); }
-  HRESULT STDMETHODCALLTYPE put_SoapEndpoint(BSTR newVal) override { return Assign(m_soapEndpoint, newVal); }
-  HRESULT STDMETHODCALLTYPE get_Timeout(LONG* pVal) override { return Get(m_timeout, pVal); }
+  HRESULT STDMETHODCALLTYPE get_SoapEndpoint(BSTR* pVal) override { return GetProperty(m_soapEndpoint, pVal); }
+  HRESULT STDMETHODCALLTYPE put_SoapEndpoint(BSTR newVal) override { return PutProperty(m_soapEndpoint, newVal); }
+  HRESULT STDMETHODCALLTYPE get_Timeout(LONG* pVal) override { return GetProperty(m_timeout, pVal); }
   HRESULT STDMETHODCALLTYPE put_Timeout(LONG newVal) override {
     m_timeout = newVal;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE get_ProxyHost(BSTR* pVal) override { return Get(m_proxyHost, pVal); }
-  HRESULT STDMETHODCALLTYPE put_ProxyHost(BSTR newVal) override { return Assign(m_proxyHost, newVal); }
-  HRESULT STDMETHODCALLTYPE get_ProxyPort(LONG* pVal) override { return Get(m_proxyPort, pVal); }
+  HRESULT STDMETHODCALLTYPE get_ProxyHost(BSTR* pVal) override { return GetProperty(m_proxyHost, pVal); }
+  HRESULT STDMETHODCALLTYPE put_ProxyHost(BSTR newVal) override { return PutProperty(m_proxyHost, newVal); }
+  HRESULT STDMETHODCALLTYPE get_ProxyPort(LONG* pVal) override { return GetProperty(m_proxyPort, pVal); }
   HRESULT STDMETHODCALLTYPE put_ProxyPort(LONG newVal) override {
     m_proxyPort = newVal;
     return S_OK;
   }
-  HRESULT STDMETHODCALLTYPE get_ProxyUser(BSTR* pVal) override { return Get(m_proxyUser, pVal); }
-  HRESULT STDMETHODCALLTYPE put_ProxyUser(BSTR newVal) override { return Assign(m_proxyUser, newVal); }
-  HRESULT STDMETHODCALLTYPE get_ProxyPassword(BSTR* pVal) override { return Get(m_proxyPassword, pVal); }
-  HRESULT STDMETHODCALLTYPE put_ProxyPassword(BSTR newVal) override { return Assign(m_proxyPassword, newVal); }
+  HRESULT STDMETHODCALLTYPE get_ProxyUser(BSTR* pVal) override { return GetProperty(m_proxyUser, pVal); }
+  HRESULT STDMETHODCALLTYPE put_ProxyUser(BSTR newVal) override { return PutProperty(m_proxyUser, newVal); }
+  HRESULT STDMETHODCALLTYPE get_ProxyPassword(BSTR* pVal) override { return GetProperty(m_proxyPassword, pVal); }
+  HRESULT STDMETHODCALLTYPE put_ProxyPassword(BSTR newVal) override { return PutProperty(m_proxyPassword, newVal); }
   HRESULT STDMETHODCALLTYPE get_Stateful(VARIANT_BOOL* pVal) override;
   HRESULT STDMETHODCALLTYPE put_Stateful(VARIANT_BOOL newVal) override {
     m_stateful = newVal;
@@ -48,10 +49,6 @@ class CHttpSystemData : public CComObjectBase<CHttpSystemData, IDispatchImpl<CHt
   }
 
  private:
-  static HRESULT Get(const CComBSTR& field, BSTR* pVal);
-  static HRESULT Get(LONG field, LONG* pVal);
-  static HRESULT Assign(CComBSTR& field, BSTR value);
-
   CComBSTR m_protocol;
   CComBSTR m_host;
   LONG m_port = 0;

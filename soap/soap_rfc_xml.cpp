@@ -16,11 +16,13 @@
 #include "model/model.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
-#include "rfc/scalar_conversion.h"
+#include "abap/field_path.h"
+#include "abap/scalar_conversion.h"
 #include "runtime/base64.h"
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "runtime/xml_depth.h"
+#include "platform/unicode.h"
 #include "soap/xml_ns.h"
 
 namespace SoapRfcXML {
@@ -44,37 +46,16 @@ void Require(const T* p) {
   if (!p) throw _com_error(E_POINTER);
 }
 
-std::u16string_view View(BSTR s) { return {s ? s : u"", SysStringLen(s)}; }
-
 [[noreturn]] void SoapError(const std::string& text) { throw CXVeltrane(CXVeltrane::SOAP_ERROR, Utf8ToWide(text)); }
 
 // ---------------------------------------------------------------- values
 
-bool IsInitialDate(const VARIANT& value) {
-  if (value.vt == VT_I4 && value.lVal == 0) return true;
-  if (value.vt != VT_BSTR) return false;
-  for (const char16_t* text : {u"00000000", u"", u" "}) {
-    CComVariant other(text);
-    if (VarCmp(const_cast<VARIANT*>(&value), &other, LOCALE_USER_DEFAULT, 0) == VARCMP_EQ) return true;
-  }
-  return false;
-}
-
 std::string DateText(const VARIANT& value) {
   if (value.vt == VT_NULL) return {};
-  if (IsInitialDate(value)) return "00000000";
-  if (value.vt == VT_BSTR && RfcIsDateText(View(value.bstrVal))) return WideToUtf8(View(value.bstrVal));
-  CComVariant copy;
-  if (FAILED(VariantChangeType(&copy, &value, 0, VT_DATE)))
-    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"cannot convert to date", u"RfcValueToString(),TYPE_DATE",
-                     VariantTraceText(value));
-  SYSTEMTIME st{};
-  if (!VariantTimeToSystemTime(copy.date, &st))
-    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
-                     VariantTraceText(value));
-  char text[32];
-  std::snprintf(text, sizeof text, "%04u%02u%02u", unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
-  return text;
+  CComVariant copy(value);
+  char16_t chars[8];
+  RfcVariantToDate(chars, &copy, kSoapDateSpelling);
+  return std::string(chars, chars + 8);
 }
 
 std::string TimeText(const VARIANT& value) {
@@ -138,12 +119,12 @@ std::string IntegerText(const VARIANT& value) {
 }
 
 std::string StringText(const VARIANT& value) {
-  if (value.vt == VT_BSTR) return WideToUtf8(View(value.bstrVal));
+  if (value.vt == VT_BSTR) return WideToUtf8(BstrView(value.bstrVal));
   CComVariant copy;
   if (FAILED(VariantChangeType(&copy, &value, 0, VT_BSTR)))
     throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"cannot convert to string", u"RfcValueToString(),TYPE_CHAR",
                      VariantTraceText(value));
-  return WideToUtf8(View(copy.bstrVal));
+  return WideToUtf8(BstrView(copy.bstrVal));
 }
 
 bool AllDigits(std::u16string_view text) {
@@ -275,7 +256,7 @@ CComPtr<IRfcFields> FieldsOf(IRfcField* field, const CComBSTR& name) {
   CComPtr<IRfcFields> fields;
   HRESULT hr = field->get_Fields(&fields);
   if (FAILED(hr)) {
-    TraceLog(TRACE_ERROR, boost::format("%1%: get_Fields()") % WideToUtf8Lossy(View(name)), __func__, __FILE__,
+    TraceLog(TRACE_ERROR, boost::format("%1%: get_Fields()") % WideToUtf8Lossy(BstrView(name)), __func__, __FILE__,
              __LINE__);
     throw CXCOMError(hr);
   }
@@ -314,46 +295,20 @@ XmlNode* AppendElement(XmlDocument& doc, XmlNode* parent, std::u16string_view na
 
 // ---------------------------------------------------------------- reading
 
-// Where a field is read, for the text of a missing element.
-struct Where {
-  const char16_t* group = nullptr;
-  std::u16string_view parameter;
-  const Where* parent = nullptr;
-  std::u16string_view field;
-  LONG row = 0;  // a row of parent's table, 1-based; 0: not a row
-};
-
-std::string PathOf(const Where* where) {
-  std::vector<const Where*> chain;
-  for (const Where* w = where; w; w = w->parent) chain.push_back(w);
-  std::u16string path;
-  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-    const Where* w = *it;
-    if (w->row > 0) {
-      path += u"[" + Utf8ToWide(std::to_string(w->row)) + u"]";
-    } else {
-      if (!path.empty()) path += u"-";
-      path += w->field;
-    }
-  }
-  return WideToUtf8Lossy(path);
-}
-
-[[noreturn]] void MissingElement(const Where& where) {
-  const Where* top = &where;
-  while (top->parent) top = top->parent;
+[[noreturn]] void MissingElement(const FieldPath& where) {
+  const std::string path = WideToUtf8Lossy(where.Text());
   std::string text;
-  if (top->group) {
-    text = boost::str(boost::format("Invalid Response: element %1% of %2% parameter %3% not found") % PathOf(&where) %
-                      WideToUtf8Lossy(top->group) % WideToUtf8Lossy(top->parameter));
+  if (where.Group()) {
+    text = boost::str(boost::format("Invalid Response: element %1% of %2% parameter %3% not found") % path %
+                      WideToUtf8Lossy(where.Group()) % WideToUtf8Lossy(where.ParameterName()));
   } else {
-    text = boost::str(boost::format("Invalid Response: element %1% not found") % PathOf(&where));
+    text = boost::str(boost::format("Invalid Response: element %1% not found") % path);
   }
   TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
   SoapError(text);
 }
 
-void ReadField(const XmlNode* parent, IRfcField* field, const Where& where);
+void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& where);
 
 // Field is IRfcField, or CRfcField for a cell of RfcRowsAddRows.
 template <class Field>
@@ -373,13 +328,11 @@ void PutText(Field* field, ABAPTYPE type, std::string_view text) {
   Check(hr, "IRfcField::put_value");
 }
 
-void ReadStruct(const XmlNode* node, IRfcFields* fields, const Where* parent) {
+void ReadStruct(const XmlNode* node, IRfcFields* fields, const FieldPath* parent) {
   LONG count = CountOf(fields);
   for (LONG i = 1; i <= count; ++i) {
     CComPtr<IRfcField> field = FieldAt(fields, i);
-    Where where;
-    where.parent = parent;
-    ReadField(node, field, where);
+    ReadField(node, field, FieldPath::Field(parent, {}));
   }
 }
 
@@ -394,7 +347,7 @@ struct Column {
 
 void DescribeColumn(IRfcField* field, Column& c) {
   FieldInfo info = Describe(field, true);
-  c.name = WideToUtf8(View(info.name));
+  c.name = WideToUtf8(BstrView(info.name));
   c.wideName = info.name;
   c.kind = info.kind;
   c.scalarType = info.scalarType;
@@ -404,25 +357,20 @@ IRfcField* AsInterface(IRfcField* field) { return field; }
 IRfcField* AsInterface(CRfcField* field) { return RfcFieldInterface(field); }
 
 template <class Field>
-void ReadCell(const XmlNode* child, Field* cell, const Column& c, const Where& rowWhere) {
+void ReadCell(const XmlNode* child, Field* cell, const Column& c, const FieldPath& rowWhere) {
   if (c.kind != RFCTYPEKIND_SCALAR) {
-    Where cellWhere;
-    cellWhere.parent = &rowWhere;
-    ReadField(child, AsInterface(cell), cellWhere);
+    ReadField(child, AsInterface(cell), FieldPath::Field(&rowWhere, {}));
     return;
   }
-  const XmlNode* element = xmlns::FirstChild(child, c.name);
+  const XmlNode* element = veltrane::xmlns::FirstChild(child, c.name);
   if (!element) {
-    Where cellWhere;
-    cellWhere.parent = &rowWhere;
-    cellWhere.field = View(c.wideName);
-    MissingElement(cellWhere);
+    MissingElement(FieldPath::Field(&rowWhere, BstrView(c.wideName)));
   }
-  PutText(cell, c.scalarType, xmlns::Text(element));
+  PutText(cell, c.scalarType, veltrane::xmlns::Text(element));
 }
 
 // Rows appended and read one by one, through the interfaces.
-void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
+void ReadTableRows(const XmlNode* node, IRfcRows* rows, const FieldPath& where) {
   std::vector<Column> columns;
   bool planned = false;
   LONG rowNumber = 0;
@@ -438,9 +386,7 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
       for (LONG i = 1; i <= count; ++i) DescribeColumn(FieldAt(row, i), columns[static_cast<size_t>(i - 1)]);
       planned = true;
     }
-    Where rowWhere;
-    rowWhere.parent = &where;
-    rowWhere.row = rowNumber;
+    const FieldPath rowWhere = FieldPath::Row(&where, rowNumber);
     for (LONG i = 1; i <= count; ++i) ReadCell(child, FieldAt(row, i).p, columns[static_cast<size_t>(i - 1)], rowWhere);
   }
 }
@@ -450,7 +396,7 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const Where& where) {
 // rows are filled.
 constexpr size_t kLotCells = 512;
 
-void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
+void ReadTable(const XmlNode* node, IRfcField* field, const FieldPath& where) {
   CComPtr<IRfcRows> rows = RowsOf(field);
   Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
   std::vector<CRfcField*> cells;
@@ -485,9 +431,7 @@ void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
     size_t done = 0;
     try {
       for (; done < lot.size(); ++done) {
-        Where rowWhere;
-        rowWhere.parent = &where;
-        rowWhere.row = ++rowNumber;
+        const FieldPath rowWhere = FieldPath::Row(&where, ++rowNumber);
         CRfcField* const* row = cells.data() + done * width;
         for (size_t i = 0; i < width; ++i) ReadCell(lot[done], row[i], columns[i], rowWhere);
       }
@@ -500,15 +444,14 @@ void ReadTable(const XmlNode* node, IRfcField* field, const Where& where) {
 }
 
 // where.field is filled here from the field's name.
-void ReadField(const XmlNode* parent, IRfcField* field, const Where& whereIn) {
+void ReadField(const XmlNode* parent, IRfcField* field, const FieldPath& whereIn) {
   FieldInfo info = Describe(field, true);
   if (info.kind != RFCTYPEKIND_SCALAR && info.kind != RFCTYPEKIND_STRUCT && info.kind != RFCTYPEKIND_TABLE) return;
-  Where where = whereIn;
-  where.field = View(info.name);
-  const XmlNode* node = xmlns::FirstChild(parent, WideToUtf8(View(info.name)));
+  const FieldPath where = whereIn.Named(BstrView(info.name));
+  const XmlNode* node = veltrane::xmlns::FirstChild(parent, WideToUtf8(BstrView(info.name)));
   if (!node) MissingElement(where);
   switch (info.kind) {
-    case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, xmlns::Text(node)); break;
+    case RFCTYPEKIND_SCALAR: PutText(field, info.scalarType, veltrane::xmlns::Text(node)); break;
     case RFCTYPEKIND_STRUCT: ReadStruct(node, FieldsOf(field, info.name), &where); break;
     default: ReadTable(node, field, where); break;
   }
@@ -527,10 +470,7 @@ void ReadParams(const XmlNode* response, IRfcParameters* params, const char16_t*
     if (!field) throw _com_error(E_POINTER);
     CComBSTR name;
     Check(param->get_name(&name), "IRfcParameter::get_name");
-    Where where;
-    where.group = groupName;
-    where.parameter = View(name);
-    ReadField(response, field, where);
+    ReadField(response, field, FieldPath::Parameter(groupName, BstrView(name)));
   }
 }
 
@@ -544,7 +484,7 @@ CComPtr<IRfcParameters> Group(IFunctionCall* call, HRESULT (STDMETHODCALLTYPE IF
 
 std::u16string TextOf(const XmlNode* node) {
   if (!node) return {};
-  std::string_view text = xmlns::Text(node);
+  std::string_view text = veltrane::xmlns::Text(node);
   if (text.empty()) {
     // A CDATA section is no element value in this parser.
     for (const XmlNode* child = node->first_node(); child; child = child->next_sibling())
@@ -555,23 +495,23 @@ std::u16string TextOf(const XmlNode* node) {
 }
 
 [[noreturn]] void ThrowFault(const XmlNode* body, const std::string& function) {
-  const XmlNode* fault = xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
+  const XmlNode* fault = veltrane::xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
   if (!fault) SoapError("Invalid Response: Function Result not found");
-  std::u16string faultCode = TextOf(xmlns::FirstChild(fault, "faultcode"));
-  std::u16string faultString = TextOf(xmlns::FirstChild(fault, "faultstring"));
-  const XmlNode* detail = xmlns::FirstChild(fault, "detail");
-  const XmlNode* exception = xmlns::FirstChildNs(detail, kRfcNamespace, function + ".Exception");
+  std::u16string faultCode = TextOf(veltrane::xmlns::FirstChild(fault, "faultcode"));
+  std::u16string faultString = TextOf(veltrane::xmlns::FirstChild(fault, "faultstring"));
+  const XmlNode* detail = veltrane::xmlns::FirstChild(fault, "detail");
+  const XmlNode* exception = veltrane::xmlns::FirstChildNs(detail, kRfcNamespace, function + ".Exception");
   if (exception) {
     std::u16string text = u" Number:000";
-    if (const XmlNode* message = xmlns::FirstChild(exception, "Message")) {
+    if (const XmlNode* message = veltrane::xmlns::FirstChild(exception, "Message")) {
       std::string formatted = boost::str(boost::format("ID:%1% Type: %2% Number:%3% %4%") %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "ID"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Type"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(message, "Number"))) %
-                                         WideToUtf8(TextOf(xmlns::FirstChild(exception, "Text"))));
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "ID"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "Type"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "Number"))) %
+                                         WideToUtf8(TextOf(veltrane::xmlns::FirstChild(exception, "Text"))));
       text = Utf8ToWide(formatted);
     } else {
-      text = TextOf(xmlns::FirstChild(exception, "Text"));
+      text = TextOf(veltrane::xmlns::FirstChild(exception, "Text"));
     }
     throw CXSoapErrorResponse(RFCERROR_APPLICATION_EXCEPTION, faultCode, faultString, text);
   }
@@ -613,7 +553,7 @@ void PutScalarValue(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
   CComPtr<IRfcType> type;
   Check(field->get_RfcType(&type), "IRfcField::get_RfcType");
   std::string text = RfcValueToString(type, value);
-  AppendElement(doc, parent, View(name), text);
+  AppendElement(doc, parent, BstrView(name), text);
 }
 
 void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
@@ -625,18 +565,18 @@ void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
 void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
   FieldInfo info = Describe(field, false);
   if (TracesInformation())
-    TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(View(info.name)) % info.kind,
+    TraceLog(TRACE_INFORMATION, boost::format("PutField: %1% (%2%)") % WideToUtf8Lossy(BstrView(info.name)) % info.kind,
              nullptr, __FILE__, __LINE__);
   switch (info.kind) {
     case RFCTYPEKIND_SCALAR: PutScalarValue(doc, parent, field); break;
     case RFCTYPEKIND_STRUCT: {
       CComPtr<IRfcFields> fields = FieldsOf(field, info.name);
-      PutStructValue(doc, AppendElement(doc, parent, View(info.name)), fields);
+      PutStructValue(doc, AppendElement(doc, parent, BstrView(info.name)), fields);
       break;
     }
     case RFCTYPEKIND_TABLE: {
       CComPtr<IRfcRows> rows = RowsOf(field);
-      XmlNode* table = AppendElement(doc, parent, View(info.name));
+      XmlNode* table = AppendElement(doc, parent, BstrView(info.name));
       LONG count = 0;
       Check(rows->get_Count(&count), "IRfcRows::get_Count");
       for (LONG i = 1; i <= count; ++i) {
@@ -688,7 +628,7 @@ std::string BuildEnvelope(IFunctionCall* call) {
   XmlNode* body = doc.allocate_node(rapidxml::node_element, "S:Body");
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
-  std::string functionName = "a:" + WideToUtf8(View(name));
+  std::string functionName = "a:" + WideToUtf8(BstrView(name));
   XmlNode* function =
       doc.allocate_node(rapidxml::node_element, doc.allocate_string(functionName.data(), functionName.size()), "",
                         functionName.size(), 0);
@@ -730,7 +670,7 @@ CComVariant RfcValueFromString(IRfcType* type, std::u16string_view text) {
 
 void GetScalarValue(const XmlNode* node, IRfcField* field) {
   FieldInfo info = Describe(field, true);
-  PutText(field, info.scalarType, xmlns::Text(node));
+  PutText(field, info.scalarType, veltrane::xmlns::Text(node));
 }
 
 void GetStructValue(const XmlNode* node, IRfcFields* fields) {
@@ -738,7 +678,7 @@ void GetStructValue(const XmlNode* node, IRfcFields* fields) {
   ReadStruct(node, fields, nullptr);
 }
 
-void GetField(const XmlNode* parent, IRfcField* field) { ReadField(parent, field, Where{}); }
+void GetField(const XmlNode* parent, IRfcField* field) { ReadField(parent, field, FieldPath{}); }
 
 void GetParams(const XmlNode* response, IRfcParameters* params, const char16_t* groupName) {
   ReadParams(response, params, groupName);
@@ -755,7 +695,7 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
   buffer.push_back('\0');
   XmlDocument doc;
   try {
-    if (xmlns::ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
+    if (ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
       throw rapidxml::parse_error("document nested too deeply", buffer.data());
     doc.parse<0>(buffer.data());
   } catch (const rapidxml::parse_error& e) {
@@ -763,14 +703,14 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
     TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);
     SoapError(text);
   }
-  const XmlNode* envelope = xmlns::FirstChildNs(&doc, kEnvelopeNamespace, "Envelope");
+  const XmlNode* envelope = veltrane::xmlns::FirstChildNs(&doc, kEnvelopeNamespace, "Envelope");
   if (!envelope) SoapError("Invalid Response: Envelope not found");
-  const XmlNode* soapBody = xmlns::FirstChildNs(envelope, kEnvelopeNamespace, "Body");
+  const XmlNode* soapBody = veltrane::xmlns::FirstChildNs(envelope, kEnvelopeNamespace, "Body");
   if (!soapBody) SoapError("Invalid Response: Body not found");
   CComBSTR name;
   Check(call->get_Function(&name), "IFunctionCall::get_Function");
-  std::string function = WideToUtf8(View(name));
-  const XmlNode* response = xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
+  std::string function = WideToUtf8(BstrView(name));
+  const XmlNode* response = veltrane::xmlns::FirstChildNs(soapBody, kRfcNamespace, function + ".Response");
   if (!response) ThrowFault(soapBody, function);
   ReadParams(response, Group(call, &IFunctionCall::get_Exporting, "IFunctionCall::get_Exporting"), u"EXPORTING");
   ReadParams(response, Group(call, &IFunctionCall::get_Changing, "IFunctionCall::get_Changing"), u"CHANGING");

@@ -2,51 +2,49 @@
 
 #include <boost/format.hpp>
 
-#include "model/model.h"
 #include "platform/comdef.h"
+#include "platform/unicode.h"
 #include "runtime/exceptions.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
 #include "soap/http_system_data.h"
-#include "soap/soap_metadata_import.h"
 #include "soap/soap_rfc_xml.h"
 
 namespace {
 
-constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);    // 519
-constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);  // 520
-constexpr HRESULT kCallRunning = static_cast<HRESULT>(0x8004020A);   // 522
-constexpr HRESULT kConnected = static_cast<HRESULT>(0x8004020B);     // 523
-constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);      // 543
-
-HRESULT Report(UINT code, HRESULT hr) { return ReportError(CLSID_SoapSession, code, hr); }
+HRESULT Report(Text text) { return ReportError(CLSID_SoapSession, text); }
 
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 
-// The boundary handlers of Connect and CallFunction, by what was caught.
-// The trace lines name the operation, not this helper.
-template <class Body>
-HRESULT Guarded(const char* operation, Body body, const std::function<void(const CXSoapErrorResponse&)>& onFault) {
-  auto log = [operation](const boost::format& text) { ::TraceLog(TRACE_ERROR, text, operation, __FILE__, __LINE__); };
-  try {
-    return body();
-  } catch (const CXSoapErrorResponse& e) {
-    onFault(e);
-    return S_OK;
-  } catch (const CXVeltrane& e) {
-    log(boost::format("CXVeltrane Error: %1% in CSOAPSession::%2%()") % e.what() % operation);
-    return Report(519, kUnexpected);
-  } catch (const _com_error& e) {
-    log(boost::format("COM Error %1% (%2%) in CSOAPSession::%3%()") % e.Error() % Narrow(e.ErrorMessage()) % operation);
-    return e.Error();
-  } catch (const std::exception& e) {
-    log(boost::format("C++ Exception: %1% in CSOAPSession::%2%()") % e.what() % operation);
-    return Report(519, kUnexpected);
-  }
-}
-
 }  // namespace
+
+// One call over HTTP: its envelope and its request.
+class CSoapSession::SoapCall final : public RunningCall {
+ public:
+  SoapCall(CSoapSession* session, std::string envelope, std::unique_ptr<WinHttpRequest> request)
+      : m_session(session), m_envelope(std::move(envelope)), m_request(std::move(request)) {}
+
+  void RunSynchronously() override {
+    m_request->Send(m_envelope, 0);
+    const WinHttpResponse response = m_request->AwaitResponse(kResponseLimit);
+    m_session->HandleResponse(response);  // ends the call and destroys this object
+  }
+
+  // The callback goes on before the request is sent, so that an answer
+  // faster than this thread is not lost. From Send on, the worker may end
+  // the call and destroy this object.
+  void Start() override {
+    m_request->SetCallback(&CSoapSession::StatusCallback, m_session);
+    m_request->Send(m_envelope, 0);
+  }
+
+  void Abort() override { m_request->Close(); }
+
+ private:
+  CSoapSession* m_session;
+  std::string m_envelope;
+  std::unique_ptr<WinHttpRequest> m_request;
+};
 
 HRESULT CSoapSession::FinalConstruct() {
   CHttpSystemData* data = nullptr;
@@ -54,17 +52,6 @@ HRESULT CSoapSession::FinalConstruct() {
   if (FAILED(hr)) return hr;
   m_systemData.Attach(data);
   return S_OK;
-}
-
-HRESULT CSoapSession::CreateObject(REFIID riid, void** ppv) {
-  if (!ppv) return E_POINTER;
-  *ppv = nullptr;
-  CSoapSession* session = nullptr;
-  HRESULT hr = CreateInstance(&session);
-  if (FAILED(hr)) return hr;
-  hr = session->QueryInterface(riid, ppv);
-  session->Release();
-  return hr;
 }
 
 CSoapSession::~CSoapSession() {
@@ -81,8 +68,7 @@ HRESULT CSoapSession::get_IsConnected(VARIANT_BOOL* pVal) {
 
 HRESULT CSoapSession::get_CallActive(VARIANT_BOOL* pVal) {
   if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_exchangeMutex);
-  *pVal = m_transport && m_activeRequest ? VARIANT_TRUE : VARIANT_FALSE;
+  *pVal = m_transport && CallRunning() ? VARIANT_TRUE : VARIANT_FALSE;
   return S_OK;
 }
 
@@ -104,27 +90,24 @@ HRESULT CSoapSession::CallTRFCFunction(BSTR tid, IFunctionCall* fn) { return E_N
 // ---------------------------------------------------------------- methods
 
 HRESULT CSoapSession::Connect() {
-  if (m_transport) return Report(523, kConnected);
-  return Guarded(
-      "Connect",
-      [&]() -> HRESULT {
-        const std::u16string file = OptionValue(u"trace.file");
-        if (!file.empty() && !TraceIsOpen()) TraceOpen(u"Veltrane", file, true);
-        TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect()");
-        CComPtr<ILogonData> logon;
-        ThrowIfFailed(get_LogonData(&logon));
-        m_transport = std::make_unique<WinHttpTransport>(m_systemData, logon);
-        m_transport->Connect();
-        VARIANT_BOOL stateful = VARIANT_FALSE;
-        ThrowIfFailed(m_systemData->get_Stateful(&stateful));
-        RfcPing(stateful ? 1 : 0);
-        if (!ErrorFlag()) {
-          TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect(): ok");
-          return S_OK;
-        }
-        return Report(543, kRfcError);
-      },
-      [&](const CXSoapErrorResponse& e) { SetError(VARIANT_TRUE, e.Group(), e.FaultText(), e.Detail(), u""); });
+  if (m_transport) return Report(Text::AlreadyConnected);
+  return Guard("Connect", [&]() -> HRESULT {
+    const std::u16string file = OptionValue(u"trace.file");
+    if (!file.empty() && !TraceIsOpen()) TraceOpen(u"Veltrane", file, true);
+    TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect()");
+    CComPtr<ILogonData> logon;
+    ThrowIfFailed(get_LogonData(&logon));
+    m_transport = std::make_unique<WinHttpTransport>(m_systemData, logon);
+    m_transport->Connect();
+    VARIANT_BOOL stateful = VARIANT_FALSE;
+    ThrowIfFailed(m_systemData->get_Stateful(&stateful));
+    RfcPing(stateful ? 1 : 0);
+    if (!ErrorFlag()) {
+      TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect(): ok");
+      return S_OK;
+    }
+    return Report(Text::RfcError);
+  });
 }
 
 void CSoapSession::RfcPing(int sessionMode) {
@@ -134,58 +117,19 @@ void CSoapSession::RfcPing(int sessionMode) {
   ThrowIfFailed(call->put_Function(CComBSTR(u"RFC_PING")));
   const std::string envelope = SoapRfcXML::BuildEnvelope(call);
   std::unique_ptr<WinHttpRequest> request = m_transport->CreateRequest(call, sessionMode);
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    m_activeCall = call;
-  }
+  BeginOwnCall(call);
   request->Send(envelope, 0);
   const WinHttpResponse response = request->AwaitResponse(kResponseLimit);
   HandleResponse(response);
 }
 
-HRESULT CSoapSession::CallFunction(IFunctionCall* call, VARIANT_BOOL synchronous) {
-  if (!m_transport) return Report(520, kNotConnected);
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    if (m_activeRequest) return Report(522, kCallRunning);
-  }
-  if (!call) return E_POINTER;
-  return Guarded(
-      "CallFunction",
-      [&]() -> HRESULT {
-        SetError(VARIANT_FALSE, 0, u"", u"", u"");
-        ThrowIfFailed(PruneOptionalParameters(call));
-        const std::string envelope = SoapRfcXML::BuildEnvelope(call);
-        std::unique_ptr<WinHttpRequest> created = m_transport->CreateRequest(call, 0);
-        WinHttpRequest* request = created.get();
-        {
-          std::lock_guard<std::mutex> lock(m_exchangeMutex);
-          m_activeRequest = std::move(created);
-          m_activeCall = call;
-        }
-        if (synchronous == VARIANT_TRUE) {
-          request->Send(envelope, 0);
-          const WinHttpResponse response = request->AwaitResponse(kResponseLimit);
-          HandleResponse(response);
-        } else {
-          // The callback goes on before the request is sent, so that an
-          // answer faster than this thread is not lost. From Send on, the
-          // worker may end the exchange and destroy the request.
-          request->SetCallback(&CSoapSession::StatusCallback, this);
-          Pin();
-          request->Send(envelope, 0);
-        }
-        return S_OK;
-      },
-      [&](const CXSoapErrorResponse& e) { SetError(VARIANT_TRUE, e.Group(), e.FaultText(), e.Detail(), u""); });
+std::unique_ptr<RunningCall> CSoapSession::PrepareCall(IFunctionCall* call) {
+  std::string envelope = SoapRfcXML::BuildEnvelope(call);
+  return std::make_unique<SoapCall>(this, std::move(envelope), m_transport->CreateRequest(call, 0));
 }
 
 void CSoapSession::HandleResponse(const WinHttpResponse& response) {
-  CComPtr<IFunctionCall> call;
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    call = m_activeCall;
-  }
+  CComPtr<IFunctionCall> call = ActiveCall();
   const std::u16string& status = response.statusCode;
   try {
     if (status == u"401" || status == u"403")
@@ -210,20 +154,7 @@ void CSoapSession::HandleResponse(const WinHttpResponse& response) {
     TRACE_LOG(TRACE_ERROR, (boost::format("%1% in CSOAPSession::HandleResponse()") % text));
     SetError(VARIANT_TRUE, RFCERROR_SYSTEM_FAILURE, u"SOAP_ERROR", Utf8ToWideLossy(text), u"");
   }
-  EndExchange();
-}
-
-void CSoapSession::EndExchange() {
-  std::unique_ptr<WinHttpRequest> request;
-  CComPtr<IFunctionCall> call;
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    request = std::move(m_activeRequest);
-    call.Attach(m_activeCall.Detach());
-  }
-  // Destroyed outside the lock: closing a request waits for a notification
-  // that may be running on the worker.
-  request.reset();
+  EndCall();
 }
 
 void CSoapSession::StatusCallback(WinHttpRequest* request, int32_t status, void* context) {
@@ -239,59 +170,14 @@ void CSoapSession::StatusCallback(WinHttpRequest* request, int32_t status, void*
     // fires so that a client waiting for it is not left hanging.
     TRACE_LOG(TRACE_ERROR, (boost::format("CXVeltrane Error: %1% in CSOAPSession::StatusCallback()") % e.what()));
   }
-  session->FireCallFinished();
-  // The last statement: a sink may have released the client's last reference.
-  session->Unpin();
-}
-
-void CSoapSession::Pin() {
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    if (m_pinned) return;
-    m_pinned = true;
-  }
-  AddRef();
-}
-
-void CSoapSession::Unpin() {
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    if (!m_pinned) return;
-    m_pinned = false;
-  }
-  Release();
-}
-
-HRESULT CSoapSession::AbortCall() {
-  std::unique_ptr<WinHttpRequest> request;
-  CComPtr<IFunctionCall> call;
-  {
-    std::lock_guard<std::mutex> lock(m_exchangeMutex);
-    if (!m_transport || !m_activeRequest) return S_OK;
-    request = std::move(m_activeRequest);
-    call.Attach(m_activeCall.Detach());
-  }
-  try {
-    request->Close();
-  } catch (const std::exception& e) {
-    TRACE_LOG(TRACE_ERROR, (boost::format("Exception: %1% in CSOAPSession::AbortCall()") % e.what()));
-    return Report(519, kUnexpected);
-  }
-  request.reset();
-  Unpin();
-  return S_OK;
+  session->FinishAsynchronousCall();
 }
 
 HRESULT CSoapSession::Disconnect() {
   Trace(u"CSoapSession->Disconnect()\n");
-  if (!m_transport) return Report(520, kNotConnected);
+  if (!m_transport) return Report(Text::NotConnected);
   try {
-    bool running;
-    {
-      std::lock_guard<std::mutex> lock(m_exchangeMutex);
-      running = m_activeRequest != nullptr;
-    }
-    if (running) AbortCall();
+    if (CallRunning()) AbortCall();
     VARIANT_BOOL stateful = VARIANT_FALSE;
     ThrowIfFailed(m_systemData->get_Stateful(&stateful));
     if (stateful) RfcPing(2);
@@ -300,7 +186,7 @@ HRESULT CSoapSession::Disconnect() {
     return S_OK;
   } catch (const std::exception& e) {
     TRACE_LOG(TRACE_ERROR, (boost::format("C++ Exception: %1% in CSOAPSession::Disconnect()") % e.what()));
-    return Report(519, kUnexpected);
+    return Report(Text::Unexpected);
   }
 }
 
@@ -320,19 +206,10 @@ void CSoapSession::SetError(VARIANT_BOOL flag, long group, const std::u16string&
 
 // ----------------------------------------------------------------- import
 
-SoapImportContext CSoapSession::MakeImportContext() {
-  SoapImportContext ctx;
-  ctx.isConnected = [this] { return m_transport != nullptr; };
-  ctx.callFunction = [this](IFunctionCall* call) { return CallFunction(call, VARIANT_TRUE); };
-  ctx.importType = [this](BSTR name, IRfcType** type) { return ImportType(name, type); };
-  ctx.clsid = &CLSID_SoapSession;
-  return ctx;
-}
+MetadataImport CSoapSession::Importer() { return MetadataImport(Self(), CLSID_SoapSession, "CSoapSession"); }
 
-HRESULT CSoapSession::ImportTypeFromBackend(BSTR name, IRfcType* type) {
-  return SoapImportType(MakeImportContext(), name, type);
-}
+HRESULT CSoapSession::ImportTypeFromBackend(BSTR name, IRfcType* type) { return Importer().Type(name, type); }
 
 HRESULT CSoapSession::ImportCallFromBackend(BSTR name, VARIANT_BOOL ignoreUnsupportedParams, IFunctionCall* call) {
-  return SoapImportCall(MakeImportContext(), name, ignoreUnsupportedParams, call);
+  return Importer().Call(name, ignoreUnsupportedParams, call);
 }

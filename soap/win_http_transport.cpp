@@ -18,10 +18,10 @@
 
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
-#include "runtime/winhttp_errors.h"
+#include "platform/unicode.h"
+#include "veltrane_errors.h"
 
-namespace winhttp {
+namespace veltrane::winhttp {
 
 namespace {
 
@@ -509,10 +509,10 @@ size_t RequestCore::OnBody(char* data, size_t size, size_t count, void* self) {
   return n;
 }
 
-}  // namespace winhttp
+}  // namespace veltrane::winhttp
 
-using winhttp::Engine;
-using winhttp::RequestCore;
+using veltrane::winhttp::Engine;
+using veltrane::winhttp::RequestCore;
 
 DWORD WinHttpErrorFromCurl(int curlCode) {
   switch (static_cast<CURLcode>(curlCode)) {
@@ -664,7 +664,7 @@ void WinHttpTransport::Connect() {
   engine->Start();
   m_session = engine;
   m_proxy.clear();
-  if (proxyHost.Length() > 0) SetProxy(winhttp::BstrWide(proxyHost), proxyPort);
+  if (proxyHost.Length() > 0) SetProxy(veltrane::winhttp::BstrWide(proxyHost), proxyPort);
 
   CComBSTR host;
   LONG port = 0;
@@ -678,7 +678,7 @@ void WinHttpTransport::Connect() {
     Close();
     throw CXWinHTTPError(ERROR_WINHTTP_INVALID_URL);
   }
-  std::string name = winhttp::BstrUtf8(host);
+  std::string name = veltrane::winhttp::BstrUtf8(host);
   if (name.find(':') != std::string::npos && name.front() != '[') name = "[" + name + "]";
   m_connection = "http://" + name;
   if (port > 0) m_connection += ":" + std::to_string(port);
@@ -701,8 +701,8 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   ThrowIfFailed(m_logonData->get_Language(&language));
   ThrowIfFailed(call->get_Function(&function));
 
-  std::string path = (boost::format("/%1%?sap-client=%2%&sap-language=%3%") % winhttp::BstrUtf8(endpoint) %
-                      winhttp::BstrUtf8(client) % winhttp::BstrUtf8(language))
+  std::string path = (boost::format("/%1%?sap-client=%2%&sap-language=%3%") % veltrane::winhttp::BstrUtf8(endpoint) %
+                      veltrane::winhttp::BstrUtf8(client) % veltrane::winhttp::BstrUtf8(language))
                          .str();
   if (sessionMode == 1) path += "&session_mode=1";
   if (sessionMode == 2) path += "&session_mode=2";
@@ -747,19 +747,19 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   if (user.Length() > 0) {
     // Basic credentials go out with the first request, without waiting for a challenge.
     ok &= curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_USERNAME, winhttp::BstrUtf8(user).c_str()) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PASSWORD, winhttp::BstrUtf8(password).c_str()) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_USERNAME, veltrane::winhttp::BstrUtf8(user).c_str()) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_PASSWORD, veltrane::winhttp::BstrUtf8(password).c_str()) == CURLE_OK;
   }
   if (proxyUser.Length() > 0) {
     ok &= curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, winhttp::BstrUtf8(proxyUser).c_str()) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, winhttp::BstrUtf8(proxyPassword).c_str()) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, veltrane::winhttp::BstrUtf8(proxyUser).c_str()) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, veltrane::winhttp::BstrUtf8(proxyPassword).c_str()) == CURLE_OK;
   }
   if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_LOGIN_FAILURE);
 
   const std::string action =
       (boost::format("SOAPAction: %1%") %
-       (boost::format("\"urn:sap-com:document:sap:rfc:functions/%1%\"") % winhttp::BstrUtf8(function)))
+       (boost::format("\"urn:sap-com:document:sap:rfc:functions/%1%\"") % veltrane::winhttp::BstrUtf8(function)))
           .str();
   const char* lines[] = {"Content-Type: text/xml; charset=UTF-8", "Accept-Charset: UTF-8", action.c_str(),
                          // What WinHTTP does not send either.
@@ -773,7 +773,7 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
     throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
   if (ticket.Length() > 0) {
     // The ticket joins the transport's cookies in the one Cookie header.
-    const std::string cookie = (boost::format("MYSAPSSO2=%1%") % winhttp::BstrUtf8(ticket)).str();
+    const std::string cookie = (boost::format("MYSAPSSO2=%1%") % veltrane::winhttp::BstrUtf8(ticket)).str();
     if (curl_easy_setopt(easy, CURLOPT_COOKIE, cookie.c_str()) != CURLE_OK)
       throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
   }

@@ -53,10 +53,10 @@ struct WinHttpResponse {
   std::string body;            // bytes as received
 };
 
-namespace winhttp {
+namespace veltrane::winhttp {
 class Engine;
 class RequestCore;
-}  // namespace winhttp
+}  // namespace veltrane::winhttp
 
 class WinHttpRequest;
 
@@ -93,9 +93,9 @@ class WinHttpRequest {
 
  private:
   friend class WinHttpTransport;
-  WinHttpRequest(std::shared_ptr<winhttp::RequestCore> core, std::u16string path);
+  WinHttpRequest(std::shared_ptr<veltrane::winhttp::RequestCore> core, std::u16string path);
 
-  std::shared_ptr<winhttp::RequestCore> m_core;
+  std::shared_ptr<veltrane::winhttp::RequestCore> m_core;
   std::u16string m_path;
 };
 
@@ -123,9 +123,9 @@ class WinHttpTransport {
   bool IsOpen() const { return m_session != nullptr; }
 
  private:
-  std::shared_ptr<winhttp::Engine> m_session;  // session handle
-  std::string m_connection;                    // connection: "http://host[:port]"
-  std::string m_proxy;                         // named proxy, "host[:port]"; empty for none
+  std::shared_ptr<veltrane::winhttp::Engine> m_session;  // session handle
+  std::string m_connection;                              // connection: "http://host[:port]"
+  std::string m_proxy;                                   // named proxy, "host[:port]"; empty for none
   bool m_proxyPortGiven = false;
   CComPtr<IHttpSystemData> m_systemData;
   CComPtr<ILogonData> m_logonData;

@@ -8,7 +8,7 @@
 
 #include <rapidxml/rapidxml.hpp>
 
-namespace xmlns {
+namespace veltrane::xmlns {
 
 using Node = rapidxml::xml_node<char>;
 
@@ -37,9 +37,4 @@ const Node* FirstChildNs(const Node* parent, std::string_view ns, std::string_vi
 // First child element whose qualified name, as written, is qname; null if none.
 const Node* FirstChild(const Node* parent, std::string_view qname);
 
-// The deepest nesting of elements in text (up to a zero byte or its end),
-// found by a scan that needs no parse: comments, CDATA, processing
-// instructions and declarations are skipped, "/>" and "</" close.
-size_t ElementDepth(std::string_view text);
-
-}  // namespace xmlns
+}  // namespace veltrane::xmlns

@@ -5,10 +5,18 @@ Reads the library description (a MIDL subset, see docs/typelib.md) and writes:
 
   <header-dir>/veltrane_tlb.h         enums, identifiers, interface declarations
   <header-dir>/veltrane_events.h      CProxy_<Event> firing helpers
+  <header-dir>/veltrane_decl.h        declarations for implementers: the members
+                                      of each interface (VELTRANE_DECL_<ITF>) and
+                                      the bases of each coclass's class
   <source-dir>/veltrane_tlb_guids.cpp identifier definitions
   <source-dir>/veltrane_tlb_desc.cpp  type descriptions and dispatch tables
   <source-dir>/veltrane_tlb_thunks.h  declarations of the late-bound entries
   <source-dir>/veltrane_tlb_thunks_N.cpp  late-bound entries, split in parts
+
+With --object-map FILE it writes the module's object map instead: one entry
+per creatable coclass that the build implements (--creatable NAME=HEADER, the
+class C<NAME> declared in HEADER); every other class of the library stays out
+of the map.
 
 Malformed input ends the program with "file:line: error: text" and exit code 1.
 Only the Python standard library is used.
@@ -18,6 +26,10 @@ import argparse
 import os
 import re
 import sys
+
+sys.dont_write_bytecode = True  # nothing written beside the sources
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+from cxxgen import u16, write_if_changed  # noqa: E402
 
 VT = {
     "VT_EMPTY": 0, "VT_I2": 2, "VT_I4": 3, "VT_R4": 4, "VT_R8": 5, "VT_CY": 6, "VT_DATE": 7,
@@ -1008,26 +1020,6 @@ def guid_init(g):
     return "{0x%s, 0x%s, 0x%s, {%s}}" % (parts[0], parts[1], parts[2], bytes_)
 
 
-def u16(s):
-    if s is None:
-        return "nullptr"
-    out = []
-    for ch in s:
-        if ch == "\\":
-            out.append("\\\\")
-        elif ch == '"':
-            out.append('\\"')
-        elif ch == "\n":
-            out.append("\\n")
-        elif ch == "\t":
-            out.append("\\t")
-        elif ord(ch) < 0x20 or ord(ch) > 0x7e:
-            out.append("\\u%04x" % ord(ch))
-        else:
-            out.append(ch)
-    return 'u"%s"' % "".join(out)
-
-
 def value_vt(t):
     """VARTYPE name of the value a parameter carries (pointer level removed)."""
     if t.kind == "array":
@@ -1118,14 +1110,17 @@ def emit_header(lib, source_name):
     w(HEADER_BANNER % source_name)
     w("#pragma once\n\n")
     w('#include "platform/oaidl.h"\n\n')
-    w("namespace veltrane::tlb {\nstruct TypeData;\n}  // namespace veltrane::tlb\n")
+    w("namespace veltrane::tlb {\nstruct TypeData;\nstruct LibraryData;\n")
+    w("// The description of %s, registered with the platform when loaded.\n" % lib.name)
+    w("const LibraryData& %sLibrary();\n" % library_function_prefix(lib))
+    w("}  // namespace veltrane::tlb\n")
     w("// Dispatch table of a generated interface: veltrane_dispatch_table<IRfcType>::get().\n")
     w("template <class Itf>\nstruct veltrane_dispatch_table;\n\n")
 
     w("// Library %s %d.%d\n" % (lib.name, lib.version[0], lib.version[1]))
-    w('extern "C" const GUID LIBID_%s;\n' % lib.name)
+    w('extern "C" VELTRANE_API const GUID LIBID_%s;\n' % lib.name)
     if lib.appid:
-        w('extern "C" const GUID APPID_%s;\n' % lib.name)
+        w('extern "C" VELTRANE_API const GUID APPID_%s;\n' % lib.name)
     w("inline constexpr WORD %s_MAJOR = %d;\n" % (lib.name, lib.version[0]))
     w("inline constexpr WORD %s_MINOR = %d;\n\n" % (lib.name, lib.version[1]))
 
@@ -1143,10 +1138,10 @@ def emit_header(lib, source_name):
 
     for itf in lib.interfaces:
         prefix = "DIID" if itf.dispinterface else "IID"
-        w('extern "C" const IID %s_%s;\n' % (prefix, itf.name))
+        w('extern "C" VELTRANE_API const IID %s_%s;\n' % (prefix, itf.name))
     w("\n")
     for cc in lib.coclasses:
-        w('extern "C" const CLSID CLSID_%s;\n' % cc.name)
+        w('extern "C" VELTRANE_API const CLSID CLSID_%s;\n' % cc.name)
     w("\n")
 
     for itf in lib.interfaces:
@@ -1165,7 +1160,7 @@ def emit_header(lib, source_name):
         w("\n protected:\n  ~%s() = default;\n};\n" % itf.name)
         w("VELTRANE_DECLARE_IID(%s, IID_%s);\n" % (itf.name, itf.name))
         w("template <>\nstruct veltrane_base_of<%s> {\n  using type = %s;\n};\n" % (itf.name, base))
-        w("template <>\nstruct veltrane_dispatch_table<%s> {\n  static const veltrane::tlb::TypeData& get();\n};\n\n"
+        w("template <>\nstruct VELTRANE_API veltrane_dispatch_table<%s> {\n  static const veltrane::tlb::TypeData& get();\n};\n\n"
           % itf.name)
 
     w("// ProgIDs of the classes.\n")
@@ -1402,19 +1397,71 @@ def emit_desc(lib, source_name):
             "true" if cc.activatable else "false", "true" if cc.control else "false"))
     w("};\n\n")
 
-    w("const GUID kLibId = %s;\n\n" % guid_init(lib.uuid))
-    w("}  // namespace\n\n")
-    w("const LibraryData& VeltraneTypeLibrary() {\n")
-    w("  static const LibraryData library{%s, &kLibId, %d, %d, 0x%x, %s, %d, kTypes, %d, kClasses};\n" % (
+    w("const GUID kLibId = %s;\n" % guid_init(lib.uuid))
+    w("const LibraryData kLibrary{%s, &kLibId, %d, %d, 0x%x, %s, %d, kTypes, %d, kClasses};\n\n" % (
         u16(lib.name), lib.version[0], lib.version[1], lib.lcid, u16(lib.doc or None), len(lib.order),
         len(lib.coclasses)))
-    w("  return library;\n}\n\n")
+    w("// The library reaches the platform when the program or library holding it\n"
+      "// is loaded.\n")
+    w("[[maybe_unused]] const HRESULT kRegistered = RegisterTypeLibrary(kLibrary);\n\n")
+    w("}  // namespace\n\n")
+    w("const LibraryData& %sLibrary() { return kLibrary; }\n\n" % library_function_prefix(lib))
     w("}  // namespace veltrane::tlb\n\n")
     for itf in lib.interfaces:
         if itf.dispinterface:
             continue
         w("const veltrane::tlb::TypeData& veltrane_dispatch_table<%s>::get() {\n" % itf.name)
-        w("  return veltrane::tlb::VeltraneTypeLibrary().types[%d];\n}\n" % itf.index)
+        w("  return veltrane::tlb::kTypes[%d];\n}\n" % itf.index)
+    return "".join(o)
+
+
+def library_function_prefix(lib):
+    """VELTRANELib -> Veltrane: the name of the library's accessor, <prefix>Library()."""
+    name = lib.name[:-3] if lib.name.endswith("Lib") else lib.name
+    return name[:1] + name[1:].lower()
+
+
+def default_interface(cc):
+    """The coclass's default incoming interface, or None."""
+    for itf, flags, _line in cc.impls:
+        if "default" in flags and "source" not in flags:
+            return itf
+    for itf, flags, _line in cc.impls:
+        if "source" not in flags:
+            return itf
+    return None
+
+
+def emit_decl(lib, source_name):
+    o = [HEADER_BANNER % source_name, "#pragma once\n\n", '#include "platform/dispatch_impl.h"\n',
+         '#include "veltrane_tlb.h"\n\n']
+    w = o.append
+    w("// The members of an interface as its implementing class declares them,\n"
+      "// to define each one out of line; members of the bases are not included:\n"
+      "//   class CRfcError : ... {\n"
+      "//    public:\n"
+      "//     VELTRANE_DECL_IRFCERROR\n"
+      "//   };\n")
+    for itf in lib.interfaces:
+        if itf.dispinterface or not itf.members:
+            continue
+        lines = []
+        for m in itf.members:
+            params = ", ".join("%s %s" % (param_cxx(p), p.name) for p in m.params)
+            lines.append("  HRESULT STDMETHODCALLTYPE %s(%s) override;" % (m.cxx_name, params))
+        w("#define VELTRANE_DECL_%s \\\n%s\n\n" % (itf.name.upper(), " \\\n".join(lines)))
+    w("// The bases of the class behind a coclass, for CComObjectBase: Impl\n"
+      "// implements the default interface (IDispatchImpl unless given), the class\n"
+      "// answers ISupportErrorInfo for that interface and its bases in the library,\n"
+      "// and ClassId() gives the coclass's class id.\n"
+      "//   class CRfcType : public CComObjectBase<CRfcType, CoClassRfcType<CRfcType>> { ... };\n")
+    for cc in lib.coclasses:
+        itf = default_interface(cc)
+        if itf is None:
+            continue
+        iids = ", ".join("&IID_%s" % i.name for i in reversed(itf.chain()))
+        w("template <class Derived, class Impl = IDispatchImpl<Derived, %s>>\n" % itf.name)
+        w("using CoClass%s = CComCoClass<Impl, &CLSID_%s, %s>;\n" % (cc.name, cc.name, iids))
     return "".join(o)
 
 
@@ -1453,17 +1500,37 @@ def emit_events(lib, source_name):
     return "".join(o)
 
 
-def write_if_changed(path, text):
-    try:
-        with open(path, "r", encoding="utf-8") as f:
-            if f.read() == text:
-                return
-    except OSError:
-        pass
-    tmp = path + ".tmp"
-    with open(tmp, "w", encoding="utf-8") as f:
-        f.write(text)
-    os.replace(tmp, path)
+def emit_object_map(lib, source_name, creatable):
+    """The object map over the creatable coclasses that the build implements."""
+    by_name = {cc.name: cc for cc in lib.coclasses}
+    entries = []
+    for name, header in creatable:
+        cc = by_name.get(name)
+        if cc is None:
+            raise IdlError(1, "--creatable %s: the library has no coclass of that name" % name)
+        if not cc.activatable:
+            raise IdlError(cc.line, "--creatable %s: the coclass is not creatable by its class id" % name)
+        entries.append((cc, header))
+    missing = [cc.name for cc in lib.coclasses if cc.activatable and cc.name not in dict(creatable)]
+    o = [HEADER_BANNER % source_name]
+    o.append("// The classes a client creates by class id, each with its factory function:\n"
+             "// the creatable coclasses of the library that this build implements.\n")
+    if missing:
+        o.append("// Not built, so not creatable (CLASS_E_CLASSNOTAVAILABLE): %s.\n" % ", ".join(missing))
+    o.append('#include "shell/object_map.h"\n')
+    for header in sorted({h for _cc, h in entries}):
+        o.append('#include "%s"\n' % header)
+    o.append("\nnamespace veltrane::shell {\n\n")
+    if entries:
+        o.append("namespace {\n\nconstexpr ObjectEntry kEntries[] = {\n")
+        for cc, _header in entries:
+            o.append("    {&CLSID_%s, &CreateObjectOf<C%s>},\n" % (cc.name, cc.name))
+        o.append("};\n\n}  // namespace\n\n")
+        o.append("std::span<const ObjectEntry> ObjectMap() { return kEntries; }\n\n")
+    else:
+        o.append("std::span<const ObjectEntry> ObjectMap() { return {}; }\n\n")
+    o.append("}  // namespace veltrane::shell\n")
+    return "".join(o)
 
 
 def load(path):
@@ -1484,13 +1551,27 @@ def main(argv):
     ap.add_argument("--source-dir", help="directory of the generated sources")
     ap.add_argument("--thunk-parts", type=int, default=3, help="number of files for the late-bound entries")
     ap.add_argument("--check", action="store_true", help="only check the description")
+    ap.add_argument("--object-map", help="write the module's object map to this file, and nothing else")
+    ap.add_argument("--creatable", action="append", default=[], metavar="NAME=HEADER",
+                    help="a creatable class the build implements: C<NAME>, declared in HEADER")
     args = ap.parse_args(argv)
     try:
         lib = load(args.idl)
+        creatable = []
+        for item in args.creatable:
+            name, sep, header = item.partition("=")
+            if not sep or not name or not header:
+                ap.error("--creatable takes NAME=HEADER, not '%s'" % item)
+            creatable.append((name, header))
+        object_map = emit_object_map(lib, os.path.basename(args.idl), creatable) if args.object_map else None
     except IdlError as e:
         sys.stderr.write("%s:%d: error: %s\n" % (args.idl, e.line, e.text))
         return 1
     if args.check:
+        return 0
+    if object_map is not None:
+        os.makedirs(os.path.dirname(os.path.abspath(args.object_map)), exist_ok=True)
+        write_if_changed(args.object_map, object_map)
         return 0
     if not args.header_dir or not args.source_dir:
         ap.error("--header-dir and --source-dir are required unless --check is given")
@@ -1501,6 +1582,7 @@ def main(argv):
     os.makedirs(args.source_dir, exist_ok=True)
     write_if_changed(os.path.join(args.header_dir, "veltrane_tlb.h"), emit_header(lib, source_name))
     write_if_changed(os.path.join(args.header_dir, "veltrane_events.h"), emit_events(lib, source_name))
+    write_if_changed(os.path.join(args.header_dir, "veltrane_decl.h"), emit_decl(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_guids.cpp"), emit_guids(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_desc.cpp"), emit_desc(lib, source_name))
     write_if_changed(os.path.join(args.source_dir, "veltrane_tlb_thunks.h"), emit_thunk_decls(lib, source_name))

@@ -3,7 +3,7 @@
 // the conversions from text to every scalar type under two locales.
 #include "platform/atlbase.h"
 #include "runtime/environment.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "runtime/wformat.h"
 
 #include <cstdint>

@@ -25,7 +25,7 @@ struct Sim {
     system = std::make_unique<vsim::System>(o);
     service = std::make_unique<vsim::soap::SoapService>(*system, log);
   }
-  vsim::soap::Log log{vsim::soap::LogLevel::Off};
+  vsim::Log log{vsim::LogLevel::Off};
   std::unique_ptr<vsim::System> system;
   std::unique_ptr<vsim::soap::SoapService> service;
 };

@@ -5,7 +5,7 @@
 
 extern "C" {
 // S_OK when no object and no server lock of the library is alive, else S_FALSE.
-HRESULT DllCanUnloadNow();
+VELTRANE_API HRESULT DllCanUnloadNow();
 // The class factory of a creatable class; CLASS_E_CLASSNOTAVAILABLE otherwise.
-HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
+VELTRANE_API HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv);
 }

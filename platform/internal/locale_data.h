@@ -7,7 +7,7 @@
 
 #include <cstddef>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 // Order of day, month and year in a short date (the locale's "iDate").
 enum class DateOrder { MDY = 0, DMY = 1, YMD = 2 };
@@ -71,4 +71,4 @@ size_t TextLength(const char16_t* s);
 // Returns -1, 0 or 1.
 int CollateCompare(const LocaleInfo& locale, const char16_t* a, size_t na, const char16_t* b, size_t nb, ULONG flags);
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

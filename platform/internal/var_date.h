@@ -7,7 +7,7 @@
 
 #include <string>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 constexpr double kDateMin = VTDATEGRE_MIN;  // 1 January 100
 constexpr double kDateMax = VTDATEGRE_MAX;  // 31 December 9999
@@ -40,4 +40,4 @@ HRESULT FormatDate(double date, const LocaleInfo& locale, DateTextForm form, std
 // locale, times joined by ":" with AM/PM. DISP_E_TYPEMISMATCH otherwise.
 HRESULT ParseDate(const char16_t* text, const LocaleInfo& locale, DateTextForm form, double* out);
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <string>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 using Int128 = __int128;
 using UInt128 = unsigned __int128;
@@ -111,4 +111,4 @@ std::u16string FormatReal(double v, int significant, const LocaleInfo& locale);
 std::u16string FormatExact(const ExactDecimal& e, const LocaleInfo& locale);
 std::u16string FormatInteger(Int128 v);
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

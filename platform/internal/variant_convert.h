@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-namespace platform_detail {
+namespace veltrane::platform::detail {
 
 enum class SourceKind { Empty, Signed, Unsigned, Bool, Real4, Real8, Date, Currency, Decimal, Text };
 
@@ -51,4 +51,4 @@ HRESULT ScalarToExact(const Scalar& in, const ConversionContext& ctx, ExactDecim
 HRESULT TextToBool(const OLECHAR* text, const ConversionContext& ctx, VARIANT_BOOL* out);
 HRESULT ScalarToText(const Scalar& in, const ConversionContext& ctx, BSTR* out);
 
-}  // namespace platform_detail
+}  // namespace veltrane::platform::detail

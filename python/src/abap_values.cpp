@@ -120,7 +120,7 @@ py::object ReadDate(const VARIANT& v) {
     return DateOf(st.wYear, st.wMonth, st.wDay);
   }
   if (v.vt == VT_BSTR) {
-    std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
+    std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
     if (text.size() == 10 && text[4] == '-' && text[7] == '-')
       text = text.substr(0, 4) + text.substr(5, 2) + text.substr(8, 2);
     if (text.empty() || text == "00000000") return py::none();
@@ -139,7 +139,7 @@ py::object ReadTime(const VARIANT& v) {
     return py::reinterpret_steal<py::object>(PyTime_FromTime(st.wHour, st.wMinute, st.wSecond, 0));
   }
   if (v.vt == VT_BSTR) {
-    std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
+    std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
     if (text.size() == 8 && text[2] == ':' && text[5] == ':')
       text = text.substr(0, 2) + text.substr(3, 2) + text.substr(6, 2);
     if (text.size() == 6 && AllDigits(text)) {
@@ -158,7 +158,7 @@ py::object ReadDecimal(const VARIANT& v) {
     if (PyLong_Check(value.ptr())) return MakeDecimal(py::str(value).cast<std::string>());
     return value;
   }
-  std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
+  std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
   if (text.empty()) return MakeDecimal("0");
   if (text.back() == '-') text = "-" + Trimmed(text.substr(0, text.size() - 1));  // ABAP's trailing sign
   try {
@@ -170,7 +170,7 @@ py::object ReadDecimal(const VARIANT& v) {
 
 py::object ReadInteger(const VARIANT& v) {
   if (v.vt == VT_BSTR) {
-    const std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
+    const std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
     if (text.empty()) return py::int_(0);
     PyObject* n = PyLong_FromString(text.c_str(), nullptr, 10);
     if (n) return py::reinterpret_steal<py::object>(n);
@@ -181,7 +181,7 @@ py::object ReadInteger(const VARIANT& v) {
 
 py::object ReadFloat(const VARIANT& v) {
   if (v.vt == VT_BSTR) {
-    const std::string text = Trimmed(vcli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
+    const std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
     if (text.empty()) return py::float_(0.0);
     char* end = nullptr;
     const double d = std::strtod(text.c_str(), &end);
@@ -232,7 +232,7 @@ py::object ReadScalar(const VARIANT& v, int abapType, bool rstrip) {
 // ---- writing ---------------------------------------------------------------
 
 void PutText(const std::string& text, VARIANT* out) {
-  const std::u16string wide = vcli::toUtf16(text);
+  const std::u16string wide = veltrane::cli::toUtf16(text);
   out->bstrVal = SysAllocStringLen(wide.data(), static_cast<UINT>(wide.size()));
   if (!out->bstrVal) throw std::bad_alloc();
   out->vt = VT_BSTR;
@@ -391,8 +391,9 @@ std::shared_ptr<Schema> SchemaOf(IDispatch* type, int depth) {
         CComVariant name;
         Get(member, "name", &name);
         const std::string text =
-            name.vt == VT_BSTR ? vcli::toUtf8(std::u16string_view(name.bstrVal, SysStringLen(name.bstrVal))) : "";
-        schema->positions[vcli::upperAscii(text)] = schema->names.size();
+            name.vt == VT_BSTR ? veltrane::cli::toUtf8(std::u16string_view(name.bstrVal, SysStringLen(name.bstrVal)))
+                               : "";
+        schema->positions[veltrane::cli::upperAscii(text)] = schema->names.size();
         schema->names.push_back(text);
         schema->keys.push_back(py::str(text));
         schema->members.push_back(SchemaOf(member, depth + 1));
@@ -449,7 +450,7 @@ void WriteFields(const Schema& schema, IDispatch* fields, py::handle value, cons
   for (auto item : py::reinterpret_borrow<py::object>(value).attr("items")()) {
     py::tuple pair = py::reinterpret_borrow<py::tuple>(item);
     const std::string key = py::str(pair[0]).cast<std::string>();
-    auto it = schema.positions.find(vcli::upperAscii(key));
+    auto it = schema.positions.find(veltrane::cli::upperAscii(key));
     if (it == schema.positions.end()) {
       std::string known;
       for (const auto& n : schema.names) known += (known.empty() ? "" : ", ") + n;

@@ -24,7 +24,7 @@ py::handle ComErrorClass() {
 }
 
 void ThrowComError(HRESULT hr, const std::string& context) {
-  std::string description = vcli::toUtf8(HResultMessage(hr));
+  std::string description = veltrane::cli::toUtf8(HResultMessage(hr));
   if (!context.empty()) description = context + ": " + description;
   Raise(ComErrorClass()(static_cast<uint32_t>(hr), description));
 }
@@ -35,7 +35,7 @@ void ThrowInvokeError(HRESULT hr, EXCEPINFO& info, py::object argerr, const std:
     HRESULT code = info.scode;
     if (code == S_OK) code = info.wCode ? MAKE_HRESULT(SEVERITY_ERROR, FACILITY_ITF, info.wCode) : hr;
     py::object description = Text(info.bstrDescription);
-    if (description.is_none()) description = py::str(vcli::toUtf8(HResultMessage(code)));
+    if (description.is_none()) description = py::str(veltrane::cli::toUtf8(HResultMessage(code)));
     py::object source = Text(info.bstrSource), helpfile = Text(info.bstrHelpFile);
     const DWORD context = info.dwHelpContext;
     SysFreeString(info.bstrSource);
@@ -44,8 +44,8 @@ void ThrowInvokeError(HRESULT hr, EXCEPINFO& info, py::object argerr, const std:
     info = EXCEPINFO{};
     Raise(ComErrorClass()(static_cast<uint32_t>(code), description, source, helpfile, context, argerr, member));
   }
-  Raise(ComErrorClass()(static_cast<uint32_t>(hr), vcli::toUtf8(HResultMessage(hr)), py::none(), py::none(), 0, argerr,
-                        member));
+  Raise(ComErrorClass()(static_cast<uint32_t>(hr), veltrane::cli::toUtf8(HResultMessage(hr)), py::none(), py::none(), 0,
+                        argerr, member));
 }
 
 }  // namespace vpy

@@ -198,7 +198,7 @@ std::string DispatchObject::typeName() {
 }
 
 DISPID DispatchObject::idOf(const std::string& name) {
-  const std::string key = vcli::upperAscii(name);
+  const std::string key = veltrane::cli::upperAscii(name);
   auto it = m_ids.find(key);
   if (it != m_ids.end()) return it->second;
   const DISPID id = IdOfName(m_dispatch, name);
@@ -231,7 +231,7 @@ size_t IdentityHash(IUnknown* object) {
 
 CComPtr<IDispatch> CreateObject(const std::string& progIdOrClsid) {
   EnsureApartment();
-  const std::u16string name = vcli::toUtf16(progIdOrClsid);
+  const std::u16string name = veltrane::cli::toUtf16(progIdOrClsid);
   CLSID clsid{};
   HRESULT hr =
       !name.empty() && name[0] == u'{' ? CLSIDFromString(name.c_str(), &clsid) : CLSIDFromProgID(name.c_str(), &clsid);

@@ -74,9 +74,9 @@ class PythonHandler : public UntypedDispatch<PythonHandler> {
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override {
     if (!names || !ids || count == 0) return E_INVALIDARG;
     for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
-    const std::string wanted = vcli::upperAscii(vcli::toUtf8(names[0]));
+    const std::string wanted = veltrane::cli::upperAscii(veltrane::cli::toUtf8(names[0]));
     for (const auto& [id, name] : m_events)
-      if (vcli::upperAscii(name) == wanted) ids[0] = id;
+      if (veltrane::cli::upperAscii(name) == wanted) ids[0] = id;
     return ids[0] == DISPID_UNKNOWN || count > 1 ? DISP_E_UNKNOWNNAME : S_OK;
   }
 
@@ -114,7 +114,7 @@ class PythonHandler : public UntypedDispatch<PythonHandler> {
       *info = EXCEPINFO{};
       info->scode = E_FAIL;
       info->bstrSource = SysAllocString(u"Python");
-      const std::u16string text = vcli::toUtf16(failure);
+      const std::u16string text = veltrane::cli::toUtf16(failure);
       info->bstrDescription = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
     }
     return DISP_E_EXCEPTION;

@@ -90,7 +90,7 @@ py::object ReadOut(const OutValue& out) {
 }  // namespace
 
 DISPID IdOfName(IDispatch* dispatch, std::string_view name) {
-  std::u16string wide = vcli::toUtf16(name);
+  std::u16string wide = veltrane::cli::toUtf16(name);
   LPOLESTR names[] = {wide.data()};
   DISPID id = DISPID_UNKNOWN;
   if (FAILED(dispatch->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id))) return DISPID_UNKNOWN;
@@ -130,10 +130,10 @@ py::object InvokeMember(IDispatch* dispatch, DISPID id, WORD flags, const std::s
   std::vector<DISPID> namedIds;
   if (put) namedIds.push_back(DISPID_PROPERTYPUT);
   if (!kwargs.empty()) {
-    std::vector<std::u16string> wide{vcli::toUtf16(name)};
+    std::vector<std::u16string> wide{veltrane::cli::toUtf16(name)};
     for (auto item : kwargs) {
       keywords.push_back(py::str(item.first).cast<std::string>());
-      wide.push_back(vcli::toUtf16(keywords.back()));
+      wide.push_back(veltrane::cli::toUtf16(keywords.back()));
     }
     std::vector<LPOLESTR> names;
     for (auto& w : wide) names.push_back(w.data());

@@ -76,22 +76,23 @@ PYBIND11_MODULE(_veltrane, m) {
       "can_unload", [] { return DllCanUnloadNow() == S_OK; },
       "True when no object of the library is alive (the library could be unloaded).");
   m.def(
-      "hresult_message", [](uint32_t hr) { return vcli::toUtf8(HResultMessage(static_cast<HRESULT>(hr))); },
+      "hresult_message", [](uint32_t hr) { return veltrane::cli::toUtf8(HResultMessage(static_cast<HRESULT>(hr))); },
       py::arg("hresult"), "The platform's text of a result code.");
 
   // The table-reading plan of the veltrane command.
   m.def(
-      "selection_lines", [](const std::vector<std::string>& conditions) { return vcli::selectionLines(conditions); },
+      "selection_lines",
+      [](const std::vector<std::string>& conditions) { return veltrane::cli::selectionLines(conditions); },
       py::arg("conditions"), "Conditions joined with AND and broken into lines of the width RFC_READ_TABLE takes.");
   m.def(
-      "field_list", [](const std::vector<std::string>& options) { return vcli::fieldList(options); },
+      "field_list", [](const std::vector<std::string>& options) { return veltrane::cli::fieldList(options); },
       py::arg("options"), "'A,B , c' and repeated entries into upper-case field names.");
   m.def(
       "split_fields",
       [](const std::vector<std::pair<std::string, int>>& fields) {
-        std::vector<vcli::FieldLayout> layout;
+        std::vector<veltrane::cli::FieldLayout> layout;
         for (const auto& [name, length] : fields) layout.push_back({name, length, ""});
-        return vcli::splitFields(layout);
+        return veltrane::cli::splitFields(layout);
       },
       py::arg("fields"),
       "Splits (name, length) pairs, in order, into groups of indexes whose data fits one line of\n"

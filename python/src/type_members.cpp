@@ -17,7 +17,7 @@ std::string MemberName(ITypeInfo* info, MEMBERID id) {
   BSTR name = nullptr;
   UINT count = 0;
   if (FAILED(info->GetNames(id, &name, 1, &count)) || count == 0) return {};
-  std::string text = vcli::toUtf8(std::u16string_view(name, SysStringLen(name)));
+  std::string text = veltrane::cli::toUtf8(std::u16string_view(name, SysStringLen(name)));
   SysFreeString(name);
   return text;
 }
@@ -25,7 +25,7 @@ std::string MemberName(ITypeInfo* info, MEMBERID id) {
 std::string TypeName(ITypeInfo* info) {
   BSTR name = nullptr;
   if (FAILED(info->GetDocumentation(MEMBERID_NIL, &name, nullptr, nullptr, nullptr)) || !name) return "object";
-  std::string text = vcli::toUtf8(std::u16string_view(name, SysStringLen(name)));
+  std::string text = veltrane::cli::toUtf8(std::u16string_view(name, SysStringLen(name)));
   SysFreeString(name);
   return text;
 }
@@ -79,14 +79,15 @@ std::shared_ptr<TypeMembers> Load(ITypeInfo* info, const TYPEATTR& attr) {
     }
     info->ReleaseVarDesc(v);
   }
-  for (size_t i = 0; i < type->members.size(); ++i) type->byName.emplace(vcli::upperAscii(type->members[i].name), i);
+  for (size_t i = 0; i < type->members.size(); ++i)
+    type->byName.emplace(veltrane::cli::upperAscii(type->members[i].name), i);
   return type;
 }
 
 }  // namespace
 
 const Member* TypeMembers::Find(std::string_view name) const {
-  auto it = byName.find(vcli::upperAscii(name));
+  auto it = byName.find(veltrane::cli::upperAscii(name));
   return it == byName.end() ? nullptr : &members[it->second];
 }
 

@@ -45,6 +45,8 @@ std::int64_t parseInteger(const TypeDesc& type, std::string_view text) {
   std::int64_t lo = std::numeric_limits<std::int32_t>::min(), hi = std::numeric_limits<std::int32_t>::max();
   if (type.kind == Kind::Int1) lo = 0, hi = 255;
   if (type.kind == Kind::Int2) lo = -32768, hi = 32767;
+  if (type.kind == Kind::Int8)
+    lo = std::numeric_limits<std::int64_t>::min(), hi = std::numeric_limits<std::int64_t>::max();
   if (v < lo || v > hi) fail(type, text, "overflow");
   return v;
 }
@@ -88,6 +90,72 @@ std::string parseNumc(const TypeDesc& type, std::string_view text) {
   while (t.size() > static_cast<size_t>(type.length) && t.front() == '0') t.remove_prefix(1);
   if (t.size() > static_cast<size_t>(type.length)) fail(type, text, "overflow");
   return std::string(static_cast<size_t>(type.length) - t.size(), '0') + std::string(t);
+}
+
+// A decimal floating point number: [sign] digits [. digits] [E [sign] digits], at most `digits`
+// significant digits. Kept as written, without a plus sign and with an upper-case E.
+std::string parseDecFloat(const TypeDesc& type, std::string_view text) {
+  std::string_view t = trim(text);
+  if (t.empty()) return "0";
+  std::string out;
+  size_t i = 0;
+  if (t[i] == '+' || t[i] == '-') {
+    if (t[i] == '-') out += '-';
+    ++i;
+  }
+  int significant = 0, mantissaDigits = 0;
+  bool leading = true, point = false;
+  for (; i < t.size() && t[i] != 'E' && t[i] != 'e'; ++i) {
+    const char c = t[i];
+    if (c == '.' && !point) {
+      point = true;
+    } else if (c >= '0' && c <= '9') {
+      ++mantissaDigits;
+      if (c != '0' || !leading) {
+        leading = false;
+        ++significant;
+      }
+    } else {
+      fail(type, text, "not a decimal floating point number");
+    }
+    out += c;
+  }
+  if (mantissaDigits == 0) fail(type, text, "not a decimal floating point number");
+  if (significant > (type.kind == Kind::DecF16 ? 16 : 34)) fail(type, text, "too many digits");
+  if (i < t.size()) {
+    out += 'E';
+    ++i;
+    if (i < t.size() && (t[i] == '+' || t[i] == '-')) out += t[i++];
+    const std::string_view exponent = t.substr(i);
+    if (!allDigits(exponent) || exponent.size() > 4) fail(type, text, "bad exponent");
+    const int e = std::atoi(std::string(exponent).c_str());
+    if (e > (type.kind == Kind::DecF16 ? 398 : 6176)) fail(type, text, "exponent out of range");
+    out += exponent;
+  }
+  return out;
+}
+
+// A UTC time stamp: YYYY-MM-DDTHH:MM:SS[.F...] (up to 7 fraction digits) or the same without
+// separators; empty is the initial value. Kept as YYYY-MM-DDTHH:MM:SS.FFFFFFF.
+std::string parseUtcLong(const TypeDesc& type, std::string_view text) {
+  std::string_view t = trim(text);
+  if (t.empty()) return {};
+  std::string digits;
+  for (char c : t)
+    if (c >= '0' && c <= '9')
+      digits += c;
+    else if (c != '-' && c != ':' && c != 'T' && c != '.' && c != ' ' && c != ',')
+      fail(type, text, "not a time stamp (YYYY-MM-DDTHH:MM:SS.FFFFFFF)");
+  if (digits.size() < 14 || digits.size() > 21) fail(type, text, "not a time stamp (YYYY-MM-DDTHH:MM:SS.FFFFFFF)");
+  digits.append(21 - digits.size(), '0');
+  auto num = [&](size_t at, size_t n) { return std::atoi(digits.substr(at, n).c_str()); };
+  const int year = num(0, 4), month = num(4, 2), day = num(6, 2), hour = num(8, 2), minute = num(10, 2),
+            second = num(12, 2);
+  if (year < 1 || month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 59 ||
+      civilFromDays(daysFromCivil(year, month, day)) != digits.substr(0, 8))
+    fail(type, text, "not a valid time stamp");
+  return digits.substr(0, 4) + "-" + digits.substr(4, 2) + "-" + digits.substr(6, 2) + "T" + digits.substr(8, 2) + ":" +
+         digits.substr(10, 2) + ":" + digits.substr(12, 2) + "." + digits.substr(14);
 }
 
 // Places a text right-aligned into `width` characters; a longer text is cut on the left
@@ -440,7 +508,11 @@ Value parseValue(const TypeDesc& type, std::string_view text, TextForm form) {
     case Kind::Float: return trim(text).empty() ? Value(0.0) : Value(parseFloat(type, text));
     case Kind::Int:
     case Kind::Int1:
-    case Kind::Int2: return trim(text).empty() ? Value(std::int64_t{0}) : Value(parseInteger(type, text));
+    case Kind::Int2:
+    case Kind::Int8: return trim(text).empty() ? Value(std::int64_t{0}) : Value(parseInteger(type, text));
+    case Kind::DecF16:
+    case Kind::DecF34: return Value(parseDecFloat(type, text));
+    case Kind::UtcLong: return Value(parseUtcLong(type, text));
     case Kind::Struct:
     case Kind::Table: break;
   }
@@ -452,7 +524,10 @@ std::string formatXml(const TypeDesc& type, const Value& value) {
     case Kind::Char: return std::string(trimRight(value.text()));
     case Kind::String:
     case Kind::Numc:
-    case Kind::Packed: return value.text();
+    case Kind::Packed:
+    case Kind::DecF16:
+    case Kind::DecF34:
+    case Kind::UtcLong: return value.text();
     case Kind::Date: {
       const std::string& d = value.text();
       if (d.size() != 8) return d;
@@ -477,7 +552,8 @@ std::string formatXml(const TypeDesc& type, const Value& value) {
     }
     case Kind::Int:
     case Kind::Int1:
-    case Kind::Int2: return std::to_string(value.integer());
+    case Kind::Int2:
+    case Kind::Int8: return std::to_string(value.integer());
     case Kind::Struct:
     case Kind::Table: break;
   }
@@ -501,7 +577,10 @@ std::string formatWrite(const TypeDesc& type, const Value& value, int width) {
     case Kind::String:
     case Kind::Numc:
     case Kind::Date:
-    case Kind::Time: return padRight(value.text(), w);
+    case Kind::Time:
+    case Kind::UtcLong: return padRight(value.text(), w);
+    case Kind::DecF16:
+    case Kind::DecF34: return rightAligned(value.text(), width);
     case Kind::Raw:
     case Kind::XString: return padRight(hexEncode(value.text()), w);
     case Kind::Packed: {
@@ -511,9 +590,10 @@ std::string formatWrite(const TypeDesc& type, const Value& value, int width) {
     }
     case Kind::Int:
     case Kind::Int1:
-    case Kind::Int2: {
+    case Kind::Int2:
+    case Kind::Int8: {
       const std::int64_t v = value.integer();
-      std::string digits = std::to_string(v < 0 ? -v : v);
+      std::string digits = v < 0 ? std::to_string(v).substr(1) : std::to_string(v);
       return rightAligned(digits + (v < 0 ? "-" : " "), width);
     }
     case Kind::Float: {
@@ -536,7 +616,10 @@ int compareValues(const TypeDesc& type, const Value& a, const Value& b) {
     case Kind::Float: return three(a.real(), b.real());
     case Kind::Int:
     case Kind::Int1:
-    case Kind::Int2: return three(a.integer(), b.integer());
+    case Kind::Int2:
+    case Kind::Int8: return three(a.integer(), b.integer());
+    case Kind::DecF16:
+    case Kind::DecF34: return three(std::strtold(a.text().c_str(), nullptr), std::strtold(b.text().c_str(), nullptr));
     case Kind::Char: return three(trimRight(a.text()), trimRight(b.text()));
     default: return three(std::string_view(a.text()), std::string_view(b.text()));
   }

@@ -165,7 +165,7 @@ void apply(const Outcome& o, CallContext& ctx) {
     ctx.raise(o.raise);
   }
   if (o.message && (o.message->type == "E" || o.message->type == "A"))
-    throw SystemFailure("ERROR_MESSAGE_STATE", o.message->text);
+    throw SystemFailure("ERROR_MESSAGE_STATE", o.message->text, *o.message);
 }
 
 class Loader {

@@ -24,6 +24,10 @@ TypePtr Dictionary::builtin(std::string_view ref) {
   if (ref == "INT2" || ref == "s") return makeScalar(Kind::Int2);
   if (ref == "STRING" || ref == "g") return makeScalar(Kind::String);
   if (ref == "XSTRING" || ref == "y") return makeScalar(Kind::XString);
+  if (ref == "INT8" || ref == "8") return makeScalar(Kind::Int8);
+  if (ref == "DECFLOAT16" || ref == "a") return makeScalar(Kind::DecF16);
+  if (ref == "DECFLOAT34" || ref == "e") return makeScalar(Kind::DecF34);
+  if (ref == "UTCLONG" || ref == "p") return makeScalar(Kind::UtcLong);
   if (ref.size() < 2) return nullptr;
   const char k = ref[0];
   int length = 0, decimals = 0;

@@ -62,17 +62,22 @@ class AbapException : public std::runtime_error {
 };
 
 // A failure outside the interface: unknown module, missing authorization, runtime error,
-// an error message without RAISING, a value that does not convert.
+// an error message without RAISING (which keeps the message), a value that does not convert.
 class SystemFailure : public std::runtime_error {
  public:
-  SystemFailure(std::string key, std::string message)
-      : std::runtime_error(message), key_(std::move(key)), message_(std::move(message)) {}
+  SystemFailure(std::string key, std::string message, std::optional<AbapMessage> abapMessage = std::nullopt)
+      : std::runtime_error(message),
+        key_(std::move(key)),
+        message_(std::move(message)),
+        abapMessage_(std::move(abapMessage)) {}
   const std::string& key() const { return key_; }
   const std::string& message() const { return message_; }
+  const std::optional<AbapMessage>& abapMessage() const { return abapMessage_; }
 
  private:
   std::string key_;
   std::string message_;
+  std::optional<AbapMessage> abapMessage_;
 };
 
 struct Logon {

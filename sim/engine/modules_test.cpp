@@ -73,6 +73,14 @@ Value changed(const TypeDesc& t, const Value& v) {
     }
     case Kind::Int1: return Value((v.integer() + 1) % 256);
     case Kind::Int2: return Value(v.integer() == 32767 ? std::int64_t{-32768} : v.integer() + 1);
+    case Kind::Int8:
+      return Value(v.integer() == std::numeric_limits<std::int64_t>::max() ? std::numeric_limits<std::int64_t>::min()
+                                                                           : v.integer() + 1);
+    case Kind::DecF16:
+    case Kind::DecF34:
+      if (v.text() == "0") return v;
+      return Value(v.text()[0] == '-' ? v.text().substr(1) : "-" + v.text());
+    case Kind::UtcLong: return v;
     case Kind::Struct: {
       Value out = v;
       for (size_t i = 0; i < t.components.size(); ++i) out.items()[i] = changed(*t.components[i].type, v.items()[i]);
@@ -118,6 +126,25 @@ void installTestModules(System& s) {
     });
   }
 
+  {
+    // The types that newer releases added; a client meets here a type it may not know.
+    const ScalarParam newer[] = {
+        {"INT8", "INT8"}, {"DECF16", "DECFLOAT16"}, {"DECF34", "DECFLOAT34"}, {"UTCLONG", "UTCLONG"}};
+    ModuleBuilder b(s, "Z_VSIM_NEW_TYPES", "ZVSIM", "Types of newer releases in every direction");
+    for (const auto& p : newer)
+      b.imp(std::string("IV_") + p.suffix, p.type, true, {}, std::string("Importing ") + p.suffix);
+    for (const auto& p : newer) b.exp(std::string("EV_") + p.suffix, p.type, std::string("Echo of IV_") + p.suffix);
+    for (const auto& p : newer)
+      b.chg(std::string("CV_") + p.suffix, p.type, true, {}, std::string("Changed ") + p.suffix);
+    b.install([newer](CallContext& ctx) {
+      for (const auto& p : newer) {
+        const std::string suffix = p.suffix;
+        ctx["EV_" + suffix] = ctx["IV_" + suffix];
+        ctx["CV_" + suffix] = changed(ctx.typeOf("CV_" + suffix), ctx["CV_" + suffix]);
+      }
+    });
+  }
+
   ModuleBuilder(s, "Z_VSIM_RAISE", "ZVSIM", "Raises an exception or sends a message on request")
       .imp("EXCEPTION", "C30", true, {}, "Exception to raise")
       .imp("MESSAGE_ID", "SYMSGID", true, {}, "Message class")
@@ -152,8 +179,8 @@ void installTestModules(System& s) {
           ctx.raise(exception);
         }
         if (!hasMessage) return;
-        if (m.type == "X") throw SystemFailure("MESSAGE_TYPE_X", m.text);
-        if (m.type == "E" || m.type == "A") throw SystemFailure("ERROR_MESSAGE_STATE", m.text);
+        if (m.type == "X") throw SystemFailure("MESSAGE_TYPE_X", m.text, m);
+        if (m.type == "E" || m.type == "A") throw SystemFailure("ERROR_MESSAGE_STATE", m.text, m);
       });
 
   ModuleBuilder(s, "Z_VSIM_WAIT", "ZVSIM", "Waits a given time")

@@ -18,6 +18,17 @@ System::System(SystemOptions options) : options_(options) {
   installSecurityModules(*this);
   installFlightModules(*this);
   installTestModules(*this);
+  installGatewayModules(*this);
+}
+
+size_t System::dropRegisteredPrograms() {
+  Gateway* g = gateway_;
+  return g ? g->dropAll() : 0;
+}
+
+std::int64_t System::count(const std::string& key, std::int64_t add) {
+  std::lock_guard lock(countersMutex_);
+  return counters_[key] += add;
 }
 
 Parameter System::param(Direction d, const std::string& name, const std::string& typeRef, bool optional,

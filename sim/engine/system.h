@@ -5,13 +5,17 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 
 #include "engine/dictionary.h"
+#include "engine/faults.h"
 #include "engine/function.h"
+#include "engine/gateway.h"
 #include "engine/table_store.h"
+#include "engine/transactions.h"
 #include "engine/users.h"
 
 namespace vsim {
@@ -51,6 +55,17 @@ class System {
   UserStore& users() { return users_; }
   const SystemInfo& info() const { return info_; }
   const SystemOptions& options() const { return options_; }
+  FaultBoard& faults() { return faults_; }
+  TransactionLog& transactions() { return transactions_; }
+
+  // The gateway of registered programs, set by the front that offers it (none: null).
+  void setGateway(Gateway* gateway) { gateway_ = gateway; }
+  Gateway* gateway() const { return gateway_; }
+  // Ends the connections of all registered programs; 0 without a gateway.
+  size_t dropRegisteredPrograms();
+
+  // Counters by name, for test modules that show how often they ran. Returns the new value.
+  std::int64_t count(const std::string& key, std::int64_t add);
 
   // Runs a call: defaults for the importing parameters not supplied, the authorization check,
   // then the module. Throws AbapException or SystemFailure.
@@ -90,6 +105,11 @@ class System {
   std::condition_variable waitCv_;
   std::atomic<bool> stopping_{false};
   std::string ticketSecret_;
+  FaultBoard faults_;
+  TransactionLog transactions_;
+  std::atomic<Gateway*> gateway_{nullptr};
+  std::mutex countersMutex_;
+  std::map<std::string, std::int64_t> counters_;
 };
 
 // Standard content, one concern per file.
@@ -102,5 +122,6 @@ void installReadTable(System& system);
 void installSecurityModules(System& system);
 void installFlightModules(System& system);
 void installTestModules(System& system);
+void installGatewayModules(System& system);
 
 }  // namespace vsim

@@ -44,6 +44,16 @@ void scalarLayout(TypeDesc& t) {
         size = 2;
         align = 2;
         break;
+      case Kind::Int8:
+      case Kind::UtcLong:
+      case Kind::DecF16:
+        size = 8;
+        align = 8;
+        break;
+      case Kind::DecF34:
+        size = 16;
+        align = 16;
+        break;
       case Kind::Int1:
         size = 1;
         align = 1;
@@ -86,6 +96,10 @@ char TypeDesc::exid() const {
     case Kind::XString: return 'y';
     case Kind::Struct: return deep ? 'v' : 'u';
     case Kind::Table: return 'h';
+    case Kind::Int8: return '8';
+    case Kind::DecF16: return 'a';
+    case Kind::DecF34: return 'e';
+    case Kind::UtcLong: return 'p';
   }
   return ' ';
 }
@@ -102,6 +116,10 @@ int TypeDesc::ddicLength() const {
     case Kind::Int: return 10;
     case Kind::Int1: return 3;
     case Kind::Int2: return 5;
+    case Kind::Int8: return 19;
+    case Kind::DecF16: return 16;
+    case Kind::DecF34: return 34;
+    case Kind::UtcLong: return 27;
     default: return 0;
   }
 }
@@ -122,6 +140,10 @@ const char* kindName(Kind kind) {
     case Kind::XString: return "RAWSTRING";
     case Kind::Struct: return "STRUCTURE";
     case Kind::Table: return "TABLE";
+    case Kind::Int8: return "INT8";
+    case Kind::DecF16: return "DECFLOAT16";
+    case Kind::DecF34: return "DECFLOAT34";
+    case Kind::UtcLong: return "UTCLONG";
   }
   return "?";
 }
@@ -252,7 +274,11 @@ Value initialValue(const TypeDesc& type) {
     case Kind::Float: return Value(0.0);
     case Kind::Int:
     case Kind::Int1:
-    case Kind::Int2: return Value(std::int64_t{0});
+    case Kind::Int2:
+    case Kind::Int8: return Value(std::int64_t{0});
+    case Kind::DecF16:
+    case Kind::DecF34: return Value(std::string("0"));
+    case Kind::UtcLong: return Value(std::string());
     case Kind::Struct: {
       Value::List items;
       items.reserve(type.components.size());

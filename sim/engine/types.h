@@ -27,6 +27,10 @@ enum class Kind : std::uint8_t {
   XString,  // y
   Struct,   // u (flat) or v (deep)
   Table,    // h
+  Int8,     // 8
+  DecF16,   // a: decimal floating point, 16 digits
+  DecF34,   // e: decimal floating point, 34 digits
+  UtcLong,  // p: time stamp, UTC, 100 ns
 };
 
 // Layouts of a structure by bytes per character: one-byte, two-byte, four-byte.
@@ -61,11 +65,12 @@ struct TypeDesc {
     return kind == Kind::Char || kind == Kind::Numc || kind == Kind::Date || kind == Kind::Time;
   }
   bool isNumeric() const {
-    return kind == Kind::Packed || kind == Kind::Float || kind == Kind::Int || kind == Kind::Int1 || kind == Kind::Int2;
+    return kind == Kind::Packed || kind == Kind::Float || kind == Kind::Int || kind == Kind::Int1 ||
+           kind == Kind::Int2 || kind == Kind::Int8 || kind == Kind::DecF16 || kind == Kind::DecF34;
   }
   // Index of a component by name, -1 when absent.
   int find(std::string_view component) const;
-  // Dictionary type letter (EXID): C N D T X P F I b s g y u v h.
+  // Dictionary type letter (EXID): C N D T X P F I b s g y u v h 8 a e p.
   char exid() const;
   // Length as the dictionary states it (characters, digits for P, output width for numbers).
   int ddicLength() const;
@@ -83,7 +88,8 @@ const char* kindName(Kind kind);
 
 // A value of any ABAP type. Scalars: C, N, D, T, P, g hold text (C without trailing blanks,
 // N zero-padded, D YYYYMMDD, T HHMMSS, P a canonical decimal with all its decimals);
-// X and y hold raw bytes as text; F a double; I, b, s an integer. Structures hold one value
+// X and y hold raw bytes as text; F a double; I, b, s, 8 an integer; a and e a decimal text
+// without exponent ("0" initially); p "YYYY-MM-DDTHH:MM:SS.FFFFFFF" or empty (initial). Structures hold one value
 // per component, tables one structure value (or scalar value) per row.
 class Value {
  public:

@@ -16,6 +16,8 @@
 #include <thread>
 #include <vector>
 
+#include "net/listen.h"
+
 namespace vsim::soap {
 
 namespace asio = boost::asio;
@@ -211,17 +213,7 @@ HttpServer::HttpServer(Handler handler, Options options) : impl_(std::make_uniqu
 HttpServer::~HttpServer() { stop(); }
 
 unsigned short HttpServer::listen(const std::string& address, unsigned short port) {
-  beast::error_code ec;
-  const auto addr = asio::ip::make_address(address, ec);
-  if (ec) throw std::runtime_error("invalid listen address " + address + ": " + ec.message());
-  const tcp::endpoint ep(addr, port);
-  auto& a = impl_->acceptor;
-  a.open(ep.protocol(), ec);
-  if (!ec) a.set_option(asio::socket_base::reuse_address(true), ec);
-  if (!ec) a.bind(ep, ec);
-  if (!ec) a.listen(asio::socket_base::max_listen_connections, ec);
-  if (ec) throw std::runtime_error("cannot listen on " + address + ":" + std::to_string(port) + ": " + ec.message());
-  return a.local_endpoint().port();
+  return net::listen(impl_->acceptor, address, port);
 }
 
 void HttpServer::start() {

@@ -31,17 +31,6 @@ std::string jsonString(const std::string& s) {
   return out + "\"";
 }
 
-std::string faultText(const FaultSpec& f) {
-  switch (f.kind) {
-    case FaultSpec::Kind::Delay: return "delay:" + std::to_string(f.value);
-    case FaultSpec::Kind::Close: return "close";
-    case FaultSpec::Kind::Status: return "status:" + std::to_string(f.value);
-    case FaultSpec::Kind::Malformed: return "malformed";
-    case FaultSpec::Kind::Namespace: return "namespace";
-  }
-  return "?";
-}
-
 HttpResponse textResponse(int status, const std::string& contentType, std::string body) {
   HttpResponse r;
   r.status = status;
@@ -92,40 +81,6 @@ void applyFault(HttpResponse& r, const FaultSpec& f) {
 }
 
 }  // namespace
-
-std::optional<FaultSpec> parseFault(const std::string& text) {
-  const std::string t(trim(text));
-  const size_t colon = t.find(':');
-  const std::string kind = colon == std::string::npos ? t : t.substr(0, colon);
-  const std::string arg = colon == std::string::npos ? std::string() : t.substr(colon + 1);
-  auto number = [&](std::int64_t lo, std::int64_t hi) -> std::optional<std::int64_t> {
-    if (arg.empty() || arg.size() > 9 || arg.find_first_not_of("0123456789") != std::string::npos) return std::nullopt;
-    const std::int64_t v = std::stoll(arg);
-    if (v < lo || v > hi) return std::nullopt;
-    return v;
-  };
-  FaultSpec f;
-  if (kind == "delay") {
-    auto v = number(0, 600000);
-    if (!v) return std::nullopt;
-    f.kind = FaultSpec::Kind::Delay;
-    f.value = *v;
-  } else if (kind == "status") {
-    auto v = number(200, 599);
-    if (!v) return std::nullopt;
-    f.kind = FaultSpec::Kind::Status;
-    f.value = *v;
-  } else if (kind == "close" && arg.empty()) {
-    f.kind = FaultSpec::Kind::Close;
-  } else if (kind == "malformed" && arg.empty()) {
-    f.kind = FaultSpec::Kind::Malformed;
-  } else if (kind == "namespace" && arg.empty()) {
-    f.kind = FaultSpec::Kind::Namespace;
-  } else {
-    return std::nullopt;
-  }
-  return f;
-}
 
 std::string urlDecode(std::string_view s, bool plusAsSpace) {
   std::string out;
@@ -236,19 +191,6 @@ HttpResponse SoapService::logonFailed(const std::string& client, const std::stri
   appendEscaped(r.body, reason);
   r.body += "</p></body></html>";
   return r;
-}
-
-std::optional<FaultSpec> SoapService::takeFault(const Logon& logon, const std::string& contextId) {
-  std::lock_guard lock(mutex_);
-  for (auto it = faults_.begin(); it != faults_.end(); ++it) {
-    if (!it->client.empty() && it->client != logon.client) continue;
-    if (!it->user.empty() && it->user != logon.user) continue;
-    if (!it->context.empty() && it->context != contextId) continue;
-    FaultSpec f = it->fault;
-    if (it->remaining > 0 && --it->remaining == 0) faults_.erase(it);
-    return f;
-  }
-  return std::nullopt;
 }
 
 HttpResponse SoapService::handle(const HttpRequest& request) {
@@ -416,7 +358,7 @@ HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::s
     }
     if (context) context->lastUsed = std::chrono::steady_clock::now();
   }
-  if (!fault) fault = takeFault(*logon, context ? contextId : std::string());
+  if (!fault) fault = system_.faults().take(Front::Soap, *logon, context ? contextId : std::string());
 
   std::unique_ptr<Session> stateless;
   std::unique_lock<std::mutex> contextLock;
@@ -466,6 +408,10 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     if (!f) return badRequest("fault= needs delay:MS, close, status:CODE, malformed or namespace");
     FaultRule rule;
     rule.fault = *f;
+    const auto front = parseFront(q("front"));
+    if (!front) return badRequest("front= is soap or rfc");
+    if (!faultFitsFront(*f, *front)) return badRequest("the RFC front takes delay:MS, close or malformed");
+    rule.front = *front;
     rule.client = q("client");
     rule.user = toUpper(q("user"));
     rule.context = q("context").empty() ? std::string() : contextIdOf(q("context"));
@@ -475,31 +421,35 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
         return badRequest("count= needs a number (0: until reset)");
       rule.remaining = std::stoll(count);
     }
-    std::lock_guard lock(mutex_);
-    rule.id = nextFaultId_++;
-    faults_.push_back(rule);
-    return textResponse(200, "application/json", "{\"id\":" + std::to_string(rule.id) + "}\n");
+    const int id = system_.faults().add(rule);
+    return textResponse(200, "application/json", "{\"id\":" + std::to_string(id) + "}\n");
   }
   if (path == "reset") {
-    std::lock_guard lock(mutex_);
-    const size_t n = faults_.size();
-    faults_.clear();
+    const size_t n = system_.faults().clear();
     return textResponse(200, "application/json", "{\"cleared\":" + std::to_string(n) + "}\n");
   }
   if (path == "status") {
-    std::lock_guard lock(mutex_);
-    std::string body = "{\"requests\":" + std::to_string(requests_.load()) +
-                       ",\"contexts\":" + std::to_string(contexts_.size()) +
-                       ",\"securitySessions\":" + std::to_string(securitySessions_.size()) + ",\"faults\":[";
-    for (size_t i = 0; i < faults_.size(); ++i) {
-      const FaultRule& f = faults_[i];
+    const auto rules = system_.faults().rules();
+    std::string body;
+    {
+      std::lock_guard lock(mutex_);
+      body = "{\"requests\":" + std::to_string(requests_.load()) + ",\"contexts\":" + std::to_string(contexts_.size()) +
+             ",\"securitySessions\":" + std::to_string(securitySessions_.size()) + ",\"faults\":[";
+    }
+    for (size_t i = 0; i < rules.size(); ++i) {
+      const FaultRule& f = rules[i];
       if (i) body += ",";
       body += "{\"id\":" + std::to_string(f.id) + ",\"fault\":" + jsonString(faultText(f.fault)) +
-              ",\"client\":" + jsonString(f.client) + ",\"user\":" + jsonString(f.user) +
-              ",\"context\":" + jsonString(f.context) + ",\"remaining\":" + std::to_string(f.remaining) + "}";
+              ",\"front\":" + jsonString(frontName(f.front)) + ",\"client\":" + jsonString(f.client) +
+              ",\"user\":" + jsonString(f.user) + ",\"context\":" + jsonString(f.context) +
+              ",\"remaining\":" + std::to_string(f.remaining) + "}";
     }
     body += "]}\n";
     return textResponse(200, "application/json", body);
+  }
+  if (path == "gateway/drop") {
+    const size_t n = system_.dropRegisteredPrograms();
+    return textResponse(200, "application/json", "{\"dropped\":" + std::to_string(n) + "}\n");
   }
   if (path == "ticket") {
     Logon logon{q("client").empty() ? system_.info().defaultClient : q("client"), toUpper(q("user")), "E"};
@@ -515,7 +465,7 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     return textResponse(200, "text/plain", system_.issueTicket(logon, seconds) + "\n");
   }
   (void)request;
-  return htmlPage(404, "Not Found", "Control endpoints: fault, reset, status, ticket");
+  return htmlPage(404, "Not Found", "Control endpoints: fault, reset, status, ticket, gateway/drop");
 }
 
 }  // namespace vsim::soap

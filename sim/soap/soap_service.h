@@ -13,23 +13,18 @@
 #include <string>
 #include <vector>
 
+#include "engine/faults.h"
 #include "engine/system.h"
 #include "soap/http_types.h"
-#include "soap/log.h"
+#include "engine/log.h"
 
 namespace vsim::soap {
 
 inline constexpr const char* kRfcPath = "/sap/bc/soap/rfc";
 inline constexpr const char* kControlPath = "/vsim/control/";
 
-// A planned misbehaviour of the service.
-struct FaultSpec {
-  enum class Kind { Delay, Close, Status, Malformed, Namespace };
-  Kind kind = Kind::Delay;
-  std::int64_t value = 0;  // milliseconds for Delay, the code for Status
-};
-// "delay:500", "close", "status:503", "malformed", "namespace"; nullopt for anything else.
-std::optional<FaultSpec> parseFault(const std::string& text);
+using vsim::FaultSpec;
+using vsim::parseFault;
 
 struct ServiceOptions {
   std::chrono::seconds securitySessionTimeout{1800};
@@ -55,19 +50,11 @@ class SoapService {
     std::unique_ptr<Session> session;
     std::chrono::steady_clock::time_point lastUsed;
   };
-  struct FaultRule {
-    int id = 0;
-    FaultSpec fault;
-    std::string client, user, context;  // empty: any
-    std::int64_t remaining = 1;         // 0: until reset
-  };
-
   HttpResponse soap(const HttpRequest& request, const std::map<std::string, std::string>& query,
                     const std::map<std::string, std::string>& cookies, std::string& function, std::string& user);
   HttpResponse control(const HttpRequest& request, const std::string& path,
                        const std::map<std::string, std::string>& query);
   HttpResponse logonFailed(const std::string& client, const std::string& reason) const;
-  std::optional<FaultSpec> takeFault(const Logon& logon, const std::string& contextId);
   std::string newId(size_t bytes);
   void prune();
 
@@ -77,8 +64,6 @@ class SoapService {
   mutable std::mutex mutex_;
   std::map<std::string, SecuritySession> securitySessions_;
   std::map<std::string, std::shared_ptr<Context>> contexts_;
-  std::vector<FaultRule> faults_;
-  int nextFaultId_ = 1;
   std::mt19937_64 rng_;
   std::atomic<std::uint64_t> requests_{0};
 };

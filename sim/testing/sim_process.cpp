@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +51,8 @@ std::map<std::string, std::string> SimProcess::parseReadyLine(const std::string&
 SimProcess::SimProcess(SimOptions options) {
   const std::string program = options.program.empty() ? defaultProgram() : options.program;
   std::vector<std::string> args = {program, "--soap-port", "0", "--log-level", options.logLevel};
+  if (std::find(options.args.begin(), options.args.end(), "--rfc-port") == options.args.end())
+    args.insert(args.end(), {"--rfc-port", "0"});
   args.insert(args.end(), options.args.begin(), options.args.end());
   std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
@@ -129,6 +132,12 @@ SimProcess::SimProcess(SimOptions options) {
   soapUrl_ = addresses_["soap"];
   const size_t colon = soapUrl_.rfind(':');
   soapPort_ = static_cast<unsigned short>(std::atoi(soapUrl_.c_str() + colon + 1));
+  if (auto it = addresses_.find("rfc"); it != addresses_.end()) {
+    const size_t c = it->second.rfind(':');
+    rfcHost_ = it->second.substr(0, c);
+    if (rfcHost_.size() > 2 && rfcHost_.front() == '[') rfcHost_ = rfcHost_.substr(1, rfcHost_.size() - 2);
+    rfcPort_ = static_cast<unsigned short>(std::atoi(it->second.c_str() + c + 1));
+  }
 }
 
 SimProcess::~SimProcess() { stop(); }

@@ -3,6 +3,7 @@
 //
 //   vsim::testing::SimProcess sim;              // the built program, --soap-port 0
 //   std::string url = sim.soapUrl();           // "http://127.0.0.1:40123"
+//   std::string host = sim.rfcHost();          // "127.0.0.1", with sim.rfcPort() the RFC front
 //   int status = sim.stop();                   // 0 after a clean shutdown
 #pragma once
 
@@ -34,6 +35,9 @@ class SimProcess {
   // Base URL of the SOAP front, such as "http://127.0.0.1:40123".
   const std::string& soapUrl() const { return soapUrl_; }
   unsigned short soapPort() const { return soapPort_; }
+  // Address of the RFC front and gateway (--rfc-port 0 is passed unless the arguments name one).
+  const std::string& rfcHost() const { return rfcHost_; }
+  unsigned short rfcPort() const { return rfcPort_; }
   // All name=address fields of the ready line (later fronts add theirs).
   const std::map<std::string, std::string>& addresses() const { return addresses_; }
   pid_t pid() const { return pid_; }
@@ -52,6 +56,8 @@ class SimProcess {
   int status_ = -1;
   std::string soapUrl_;
   unsigned short soapPort_ = 0;
+  std::string rfcHost_;
+  unsigned short rfcPort_ = 0;
   std::map<std::string, std::string> addresses_;
 };
 

@@ -2,10 +2,12 @@
 // the planning of table reads, values and output.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
 #include "args.h"
+#include "backends.h"
 #include "base64.h"
 #include "failure.h"
 #include "output.h"
@@ -13,7 +15,7 @@
 #include "text.h"
 #include "values.h"
 
-using namespace vcli;
+using namespace veltrane::cli;
 
 namespace {
 
@@ -30,6 +32,44 @@ std::string usageMessage(const std::vector<std::string>& args) {
 }
 
 }  // namespace
+
+TEST(CliBackends, TheTableNamesEachBackEndAndItsClass) {
+  ASSERT_FALSE(backends().empty());
+  const Backend& soap = backendNamed("soap");
+  EXPECT_EQ(soap.progId, "Veltrane.SoapSession");
+  EXPECT_EQ(backends().front().name, "soap");
+  try {
+    backendNamed("nwrfc");
+    FAIL() << "no error";
+  } catch (const UsageError& e) {
+    EXPECT_STREQ(e.what(), "unsupported back end 'nwrfc': this version supports only 'soap'");
+  }
+}
+
+TEST(CliBackends, ConnectionOptionsAreTheCommonOnesAndEachBackEndsOwn) {
+  std::vector<std::string> names;
+  for (const OptionDef& o : connectionOptions()) names.push_back(o.name);
+  for (const char* name : {"backend", "host", "client", "user", "lang", "trace"})
+    EXPECT_NE(std::find(names.begin(), names.end(), name), names.end()) << name;
+  for (const OptionDef& o : backendNamed("soap").options)
+    EXPECT_NE(std::find(names.begin(), names.end(), o.name), names.end()) << o.name;
+}
+
+TEST(CliBackends, SettingsOfTheSoapBackEnd) {
+  ParsedArgs args;
+  args.add("user", "demo");
+  args.add("port", "8123");
+  args.add("endpoint", "/my/path");
+  args.add("proxy", "proxy.local:3128");
+  const ConnectionSettings s = connectionSettings(args);
+  EXPECT_EQ(s.backend, "soap");
+  EXPECT_EQ(s.user, "DEMO");
+  EXPECT_EQ(s.port, 8123);
+  EXPECT_EQ(s.endpoint, "my/path");
+  EXPECT_EQ(s.proxyHost, "proxy.local");
+  EXPECT_EQ(s.proxyPort, 3128);
+  EXPECT_EQ(s.address(), "http://127.0.0.1:8123/my/path");
+}
 
 TEST(CliArgs, ValuesFlagsAndPositionals) {
   ParsedArgs a = parseArgs({"SFLIGHT", "--max", "10", "--where=A = 1", "--where", "B = 2", "--raw", "-h", "--", "--x"},

@@ -17,7 +17,7 @@
 #include "call_sets.h"
 #include "platform/atlbase.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "veltrane_tlb.h"
 
 namespace model_test {

@@ -148,10 +148,10 @@ TEST(ComGuids, TextRoundTrip) {
 }
 
 TEST(ComObject, QueryInterfaceAndReferenceCounts) {
-  const LONG before = platform::ModuleLockCount();
+  const LONG before = veltrane::platform::ModuleLockCount();
   CCounter* raw = nullptr;
   ASSERT_EQ(CCounter::CreateInstance(&raw), S_OK);
-  EXPECT_EQ(platform::ModuleLockCount(), before + 1);
+  EXPECT_EQ(veltrane::platform::ModuleLockCount(), before + 1);
   EXPECT_EQ(raw->RefCount(), 1u);
   CComPtr<ICounter> counter;
   EXPECT_EQ(raw->QueryInterface(&counter), S_OK);
@@ -171,7 +171,7 @@ TEST(ComObject, QueryInterfaceAndReferenceCounts) {
   sei.Release();
   u1.Release();
   u2.Release();
-  EXPECT_EQ(platform::ModuleLockCount(), before);
+  EXPECT_EQ(veltrane::platform::ModuleLockCount(), before);
 }
 
 TEST(ComObject, ReleaseFromManyThreads) {

@@ -6,7 +6,7 @@
 
 namespace {
 
-std::string Text(BSTR b) {
+std::string TextOf(BSTR b) {
   std::string s = Printable(b);
   SysFreeString(b);
   return s;
@@ -66,20 +66,20 @@ TEST(TypedFunctions, DateFromText) {
 TEST(TypedFunctions, ToText) {
   BSTR out = nullptr;
   ASSERT_EQ(VarBstrFromI4(-5, 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"-5\"");
+  EXPECT_EQ(TextOf(out), "\"-5\"");
   ASSERT_EQ(VarBstrFromI8(std::numeric_limits<int64_t>::min(), 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"-9223372036854775808\"");
+  EXPECT_EQ(TextOf(out), "\"-9223372036854775808\"");
   ASSERT_EQ(VarBstrFromR8(0.1, 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"0.1\"");
+  EXPECT_EQ(TextOf(out), "\"0.1\"");
   ASSERT_EQ(VarBstrFromR8(1e20, 0x0407, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"1E+20\"");
+  EXPECT_EQ(TextOf(out), "\"1E+20\"");
   CY cy;
   cy.int64 = 15000;
   ASSERT_EQ(VarBstrFromCy(cy, 0x0407, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"1,5\"");
+  EXPECT_EQ(TextOf(out), "\"1,5\"");
   DECIMAL dec = MakeDecimal(3, 0, 0, 1500);
   ASSERT_EQ(VarBstrFromDec(&dec, 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"1.5\"");
+  EXPECT_EQ(TextOf(out), "\"1.5\"");
   EXPECT_EQ(VarBstrFromDec(nullptr, 0x0409, 0, &out), E_INVALIDARG);
   EXPECT_EQ(VarBstrFromR8(1.0, 0x0409, 0, nullptr), E_INVALIDARG);
 }
@@ -87,23 +87,23 @@ TEST(TypedFunctions, ToText) {
 TEST(TypedFunctions, BoolToTextIsAlwaysWords) {
   BSTR out = nullptr;
   ASSERT_EQ(VarBstrFromBool(VARIANT_TRUE, 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"True\"");
+  EXPECT_EQ(TextOf(out), "\"True\"");
   ASSERT_EQ(VarBstrFromBool(VARIANT_FALSE, 0x0407, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"False\"");
+  EXPECT_EQ(TextOf(out), "\"False\"");
   ASSERT_EQ(VarBstrFromBool(VARIANT_FALSE, 0x0407, VAR_LOCALBOOL, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"Falsch\"");
+  EXPECT_EQ(TextOf(out), "\"Falsch\"");
 }
 
 TEST(TypedFunctions, DateToText) {
   BSTR out = nullptr;
   ASSERT_EQ(VarBstrFromDate(37623.25, 0x0409, 0, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"1/2/2003 6:00:00 AM\"");
+  EXPECT_EQ(TextOf(out), "\"1/2/2003 6:00:00 AM\"");
   ASSERT_EQ(VarBstrFromDate(37623.25, 0x0409, VAR_DATEVALUEONLY, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"1/2/2003\"");
+  EXPECT_EQ(TextOf(out), "\"1/2/2003\"");
   ASSERT_EQ(VarBstrFromDate(37623.25, 0x0409, VAR_TIMEVALUEONLY, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"6:00:00 AM\"");
+  EXPECT_EQ(TextOf(out), "\"6:00:00 AM\"");
   ASSERT_EQ(VarBstrFromDate(0.0, 0x0409, LOCALE_USE_NLS, &out), S_OK);
-  EXPECT_EQ(Text(out), "\"12/30/1899 12:00:00 AM\"");
+  EXPECT_EQ(TextOf(out), "\"12/30/1899 12:00:00 AM\"");
   EXPECT_EQ(VarBstrFromDate(1e7, 0x0409, 0, &out), E_INVALIDARG);
 }
 

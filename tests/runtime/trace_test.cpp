@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "temp_dir.h"
 
 namespace {

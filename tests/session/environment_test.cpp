@@ -3,12 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "platform/typelib.h"
+#include "veltrane_tlb.h"
 
 namespace {
 
 class SessionEnvironment : public ::testing::Environment {
  public:
-  void SetUp() override { ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK); }
+  void SetUp() override { ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary()), S_OK); }
 };
 
 [[maybe_unused]] ::testing::Environment* const kEnvironment =

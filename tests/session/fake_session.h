@@ -15,8 +15,9 @@
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
 #include "platform/connection_point.h"
+#include "runtime/exceptions.h"
 #include "runtime/report_error.h"
-#include "runtime/rfc_error.h"
+#include "session/rfc_error.h"
 #include "session/session_impl.h"
 #include "veltrane_events.h"
 #include "veltrane_tlb.h"
@@ -170,6 +171,8 @@ class FakeBackend {
   std::u16string importWithWarning;
   // Replaces the built-in answers when set.
   std::function<HRESULT(IFunctionCall*)> handler;
+  // The imports raise what a failed accessor raises.
+  bool importsRaise = false;
 };
 
 template <class Derived, class Itf>
@@ -240,6 +243,7 @@ class FakeSessionImpl : public ISessionImpl<Derived, Itf>, public FakeBackend {
   HRESULT ImportTypeFromBackend(BSTR name, IRfcType* type) override {
     if (!connected) return ReportError(CLSID_SoapSession, 520);
     ++typeImports;
+    if (importsRaise) throw CXCOMError(E_INVALIDARG);
     if (Str(name) != u"ZSTRUCT") {
       Fail({RFCERROR_APPLICATION_EXCEPTION, u"NOT_FOUND", u"NOT_FOUND"}, u"RFC_GET_NAMETAB");
       return ReportError(CLSID_SoapSession, 524);
@@ -253,6 +257,7 @@ class FakeSessionImpl : public ISessionImpl<Derived, Itf>, public FakeBackend {
   HRESULT ImportCallFromBackend(BSTR name, VARIANT_BOOL ignore, IFunctionCall* call) override {
     if (!connected) return ReportError(CLSID_SoapSession, 520);
     ++callImports;
+    if (importsRaise) throw CXCOMError(E_INVALIDARG);
     const std::u16string fn = Str(name);
     importedCalls.push_back(fn);
     importFlags.push_back(ignore);
@@ -373,6 +378,7 @@ class CFakeSoapSession
                             IConnectionPointContainerImpl<CFakeSoapSession, CProxy_SessionEvents<CFakeSoapSession>>,
                             ISupportErrorInfoImpl<&IID_ISoapSession, &IID_ISession>> {
  public:
+  static constexpr SessionBoundary kBoundary{CLSID_SoapSession, "CFakeSoapSession"};
   HRESULT STDMETHODCALLTYPE get_HttpSystemData(IHttpSystemData** pVal) override {
     if (!pVal) return E_POINTER;
     *pVal = nullptr;
@@ -385,6 +391,7 @@ class CFakeRfcSession
                             IConnectionPointContainerImpl<CFakeRfcSession, CProxy_SessionEvents<CFakeRfcSession>>,
                             ISupportErrorInfoImpl<&IID_IRfcSession, &IID_ISession>> {
  public:
+  static constexpr SessionBoundary kBoundary{CLSID_RfcSession, "CFakeRfcSession"};
   HRESULT STDMETHODCALLTYPE get_RfcSystemData(IRfcSystemData** pVal) override {
     if (!pVal) return E_POINTER;
     *pVal = nullptr;

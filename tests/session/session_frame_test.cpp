@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -12,8 +14,9 @@
 
 #include <unistd.h>
 
+#include "late_bound.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 using namespace session_test;
 
@@ -153,8 +156,12 @@ TEST_F(SessionFrameTest, TraceFileOpensTheTraceAndWritesTheHeaderLines) {
   EXPECT_NE(text.find("\tExecutable Path: " + std::filesystem::read_symlink("/proc/self/exe").string() + "\n"),
             std::string::npos)
       << text;
-  EXPECT_NE(text.find("libveltrane.so"), std::string::npos) << text;
-  EXPECT_NE(text.find("\tDLL Path: /"), std::string::npos) << text;
+  // The file that holds the component's code: this test links it statically,
+  // a client finds libveltrane.so here.
+  Dl_info self{};
+  ASSERT_NE(dladdr(reinterpret_cast<const void*>(&TraceOpen), &self), 0);
+  const std::string holder = std::filesystem::canonical(self.dli_fname).string();
+  EXPECT_NE(text.find("\tDLL Path: " + holder + "\n"), std::string::npos) << text;
   EXPECT_NE(text.find("\tWorkdir: " + std::filesystem::current_path().string() + "\n"), std::string::npos) << text;
   EXPECT_NE(text.find(std::string("\tSearch Path: ") + (getenv("PATH") ? getenv("PATH") : "") + "\n"),
             std::string::npos)
@@ -382,6 +389,63 @@ TEST_F(SessionFrameTest, IgnoreUnsupportedParamsIsNoPartOfTheCacheKey) {
   ASSERT_EQ(s->ImportCall(CComBSTR(u"Z_TEST"), VARIANT_FALSE, &b), S_OK);
   ASSERT_EQ(s->importFlags.size(), 1u);
   EXPECT_EQ(s->importFlags[0], VARIANT_TRUE);
+}
+
+// ------------------------------------ failures reach the client as results
+
+constexpr HRESULT kUnexpected = static_cast<HRESULT>(0x80040207);
+constexpr char16_t kUnexpectedText[] = u"An unexpected error has occured - check trace for details";
+
+TEST_F(SessionFrameTest, AnImportCallThatRaisesReportsThroughItsResult) {
+  auto s = NewSoapSession();
+  s->importsRaise = true;
+  CComPtr<IFunctionCall> call;
+  call.p = reinterpret_cast<IFunctionCall*>(0x1);  // overwritten with null
+  EXPECT_EQ(s->ImportCall(CComBSTR(u"Z_TEST"), VARIANT_FALSE, &call), kUnexpected);
+  EXPECT_TRUE(call.p == nullptr);
+  ErrorRecord r = TakeError();
+  EXPECT_EQ(r.description, kUnexpectedText);
+  EXPECT_EQ(r.source, u"Veltrane.SoapSession.1");
+}
+
+TEST_F(SessionFrameTest, AnImportTypeThatRaisesReportsThroughItsResult) {
+  auto s = NewRfcSession();
+  s->importsRaise = true;
+  CComPtr<IRfcType> type;
+  EXPECT_EQ(s->ImportType(CComBSTR(u"ZSTRUCT"), &type), kUnexpected);
+  EXPECT_FALSE(type);
+  ErrorRecord r = TakeError();
+  EXPECT_EQ(r.description, kUnexpectedText);
+  EXPECT_EQ(r.source, u"Veltrane.RfcSession.1");
+}
+
+TEST_F(SessionFrameTest, ServiceCallsThatRaiseReportThroughTheirResult) {
+  auto s = NewSoapSession();
+  s->handler = [](IFunctionCall*) -> HRESULT { throw std::runtime_error("broken back end"); };
+  VARIANT_BOOL flag = VARIANT_TRUE;
+  EXPECT_EQ(s->CheckPasswordExpired(&flag), kUnexpected);
+  EXPECT_EQ(TakeError().description, kUnexpectedText);
+  CComPtr<ILogonData> logon;
+  s->get_LogonData(&logon);
+  logon->put_Password(CComBSTR(u"Welcome1"));
+  EXPECT_EQ(s->ChangePassword(CComBSTR(u"new")), kUnexpected);
+  EXPECT_EQ(TakeError().description, kUnexpectedText);
+  // A COM error keeps its own result, with no record.
+  s->handler = [](IFunctionCall*) -> HRESULT { throw _com_error(E_INVALIDARG); };
+  SetErrorInfo(0, nullptr);
+  EXPECT_EQ(s->CheckUnicodeSupport(&flag), E_INVALIDARG);
+  EXPECT_FALSE(TakeError().present);
+}
+
+TEST_F(SessionFrameTest, AnImportCallThatRaisesIsAnExceptionOfTheDispatchLateBound) {
+  auto s = NewSoapSession();
+  s->importsRaise = true;
+  test_support::LateBoundResult r;
+  test_support::InvokeLateBound(static_cast<ISoapSession*>(s.p), u"ImportCall", CComVariant(u"Z_TEST"), r);
+  EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
+  EXPECT_EQ(r.info.scode, kUnexpected);
+  EXPECT_EQ(Str(r.info.bstrDescription), kUnexpectedText);
+  EXPECT_EQ(Str(r.info.bstrSource), u"Veltrane.SoapSession.1");
 }
 
 TEST_F(SessionFrameTest, FailedImportCallHandsOutNullAndIsNotCached) {

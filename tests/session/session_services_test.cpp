@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 
 using namespace session_test;
 

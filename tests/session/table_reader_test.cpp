@@ -13,7 +13,7 @@
 
 #include "platform/oleauto.h"
 #include "runtime/trace.h"
-#include "runtime/unicode.h"
+#include "platform/unicode.h"
 #include "session/table_reader.h"
 
 using namespace session_test;

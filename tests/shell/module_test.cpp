@@ -40,6 +40,21 @@ TEST(Module, ClassesOutsideTheObjectMapHaveNoFactory) {
   EXPECT_EQ(DllGetClassObject(CLSID_RfcField, IID_IClassFactory, nullptr), E_POINTER);
 }
 
+// The map holds the creatable classes this tree implements; the others of
+// the library have no factory yet.
+TEST(Module, ObjectMapHoldsTheImplementedCreatableClasses) {
+  ASSERT_EQ(veltrane::shell::ObjectMap().size(), 1u);
+  EXPECT_EQ(*veltrane::shell::ObjectMap()[0].clsid, CLSID_SoapSession);
+  EXPECT_NE(veltrane::shell::FindObjectEntry(CLSID_SoapSession), nullptr);
+  void* p = reinterpret_cast<void*>(1);
+  EXPECT_EQ(DllGetClassObject(CLSID_RfcSession, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
+  EXPECT_EQ(p, nullptr);
+  CComPtr<ISoapSession> session;
+  EXPECT_EQ(veltrane::shell::ObjectMap()[0].createInstance(IID_ISoapSession, reinterpret_cast<void**>(&session)),
+            S_OK);
+  EXPECT_TRUE(session);
+}
+
 TEST(Module, ObjectMapEntriesAreCreatableClasses) {
   for (const auto& e : veltrane::shell::ObjectMap()) {
     const auto* id = veltrane::tlb::FindClassIdentity(*e.clsid);

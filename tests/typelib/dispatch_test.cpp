@@ -313,7 +313,7 @@ TEST(Dispatch, MethodResultsAndInterfaceArguments) {
 }
 
 TEST(Dispatch, FailureFillsExcepInfoFromTheErrorRecord) {
-  ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK);
+  ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary()), S_OK);
   auto e = Make<CFakeRfcError, IRfcError>();
   EXCEPINFO info{};
   EXPECT_EQ(Put(e, 4, CComVariant(u"bad"), &info), DISP_E_EXCEPTION);

@@ -294,7 +294,7 @@ TEST(TypeLibTables, ObjectMapAndLibraryIdentifiers) {
 TEST(TypeLibTables, ClassIdentities) {
   using veltrane::tlb::ClassIdentity;
   using veltrane::tlb::FindClassIdentity;
-  const auto& lib = veltrane::tlb::VeltraneTypeLibrary();
+  const auto& lib = veltrane::tlb::VeltraneLibrary();
   int activatable = 0;
   std::vector<std::u16string> seen;
   for (USHORT i = 0; i < lib.classCount; ++i) {
@@ -332,7 +332,7 @@ TEST(TypeLibTables, ClassIdentities) {
 }
 
 TEST(TypeLibTables, ClassIdentitiesAnswerProgIdQueries) {
-  ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK);
+  ASSERT_EQ(veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary()), S_OK);
   LPOLESTR progId = nullptr;
   ASSERT_EQ(ProgIDFromCLSID(CLSID_RfcType, &progId), S_OK);
   EXPECT_EQ(std::u16string(progId), u"Veltrane.RfcType.1");
@@ -343,5 +343,5 @@ TEST(TypeLibTables, ClassIdentitiesAnswerProgIdQueries) {
   ASSERT_EQ(CLSIDFromProgID(u"Veltrane.NWRfcSession.1", &clsid), S_OK);
   EXPECT_EQ(clsid, CLSID_NWRfcSession);
   // Without a factory, nothing can be created yet.
-  EXPECT_EQ(veltrane::tlb::RegisterClassIdentities(), S_OK);
+  EXPECT_EQ(veltrane::tlb::RegisterClassIdentities(veltrane::tlb::VeltraneLibrary()), S_OK);
 }

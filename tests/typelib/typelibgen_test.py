@@ -52,6 +52,42 @@ class BrokenDescriptions(unittest.TestCase):
             self.assertEqual(os.listdir(out), [])
 
 
+class ObjectMap(unittest.TestCase):
+    def generate(self, *creatable):
+        with tempfile.TemporaryDirectory() as out:
+            path = os.path.join(out, "object_map.cpp")
+            args = [IDL, "--object-map", path]
+            for c in creatable:
+                args += ["--creatable", c]
+            result = run(*args)
+            text = open(path, encoding="utf-8").read() if os.path.exists(path) else None
+            return result, text
+
+    def test_one_entry_per_implemented_class(self):
+        result, text = self.generate("SoapSession=soap/soap_session.h", "RfcSession=rfc/rfc_session.h")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn('#include "soap/soap_session.h"', text)
+        self.assertIn("{&CLSID_SoapSession, &CreateObjectOf<CSoapSession>}", text)
+        self.assertIn("{&CLSID_RfcSession, &CreateObjectOf<CRfcSession>}", text)
+        self.assertIn("Not built, so not creatable (CLASS_E_CLASSNOTAVAILABLE): BSPApplication", text)
+
+    def test_no_class_gives_an_empty_map(self):
+        result, text = self.generate()
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("std::span<const ObjectEntry> ObjectMap() { return {}; }", text)
+
+    def test_a_class_that_is_not_creatable_is_refused(self):
+        result, text = self.generate("RfcType=model/rfc_type.h")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("--creatable RfcType: the coclass is not creatable by its class id", result.stderr)
+        self.assertIsNone(text)
+
+    def test_an_unknown_class_is_refused(self):
+        result, _text = self.generate("NoSuchClass=x.h")
+        self.assertNotEqual(result.returncode, 0)
+        self.assertIn("--creatable NoSuchClass: the library has no coclass of that name", result.stderr)
+
+
 class RealDescription(unittest.TestCase):
     def test_checks_clean(self):
         result = run(IDL, "--check")

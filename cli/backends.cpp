@@ -1,0 +1,97 @@
+#include "backends.h"
+
+#include <cstdlib>
+
+#include "failure.h"
+#include "text.h"
+
+namespace veltrane::cli {
+
+namespace {
+
+long portNumber(const std::string& text, const std::string& what) {
+  auto v = parseInteger(text);
+  if (!v || *v < 1 || *v > 65535) throw UsageError(what + ": '" + text + "' is not a port number (1 to 65535)");
+  return static_cast<long>(*v);
+}
+
+// ------------------------------------------------------------------- SOAP
+
+void readSoap(const ParsedArgs& args, ConnectionSettings& s) {
+  if (auto port = args.value("port")) {
+    s.port = portNumber(*port, "option --port");
+  } else if (const char* env = std::getenv("VELTRANE_PORT"); env && *env) {
+    s.port = portNumber(env, "VELTRANE_PORT");
+  }
+  s.endpoint = args.valueOr("endpoint", s.endpoint);
+  while (!s.endpoint.empty() && s.endpoint.front() == '/') s.endpoint.erase(0, 1);
+  if (s.endpoint.empty()) throw UsageError("option --endpoint: the path is empty");
+  s.stateful = args.has("stateful");
+  if (auto proxy = args.value("proxy")) {
+    const size_t colon = proxy->rfind(':');
+    s.proxyHost = proxy->substr(0, colon);
+    if (colon != std::string::npos) s.proxyPort = portNumber(proxy->substr(colon + 1), "option --proxy");
+    if (s.proxyHost.empty()) throw UsageError("option --proxy: the host is empty");
+  }
+  s.proxyUser = args.valueOr("proxy-user", "");
+}
+
+void configureSoap(ISession* session, const ConnectionSettings& s) {
+  CComQIPtr<ISoapSession> soap(session);
+  if (!soap) throw ComFailure("reading the connection data", E_NOINTERFACE, "the session is no SOAP session");
+  CComPtr<IHttpSystemData> http;
+  check(soap->get_HttpSystemData(&http), "reading the connection data");
+  check(http->put_Host(bstr(s.host)), "setting the host");
+  check(http->put_Port(s.port), "setting the port");
+  check(http->put_SoapEndpoint(bstr(s.endpoint)), "setting the endpoint");
+  check(http->put_Stateful(s.stateful ? VARIANT_TRUE : VARIANT_FALSE), "setting the session mode");
+  if (s.proxyHost.empty()) return;
+  check(http->put_ProxyHost(bstr(s.proxyHost)), "setting the proxy");
+  if (s.proxyPort > 0) check(http->put_ProxyPort(s.proxyPort), "setting the proxy port");
+  if (s.proxyUser.empty()) return;
+  check(http->put_ProxyUser(bstr(s.proxyUser)), "setting the proxy user");
+  const char* proxyPassword = std::getenv("VELTRANE_PROXY_PASSWORD");
+  check(http->put_ProxyPassword(bstr(proxyPassword ? proxyPassword : "")), "setting the proxy password");
+}
+
+std::string soapAddress(const ConnectionSettings& s) {
+  return "http://" + s.host + ":" + std::to_string(s.port) + "/" + s.endpoint;
+}
+
+std::string soapPlace(const ConnectionSettings& s) { return s.host + ":" + std::to_string(s.port); }
+
+std::string names() {
+  std::string text;
+  for (const Backend& b : backends()) text += (text.empty() ? "'" : ", '") + b.name + "'";
+  return text;
+}
+
+}  // namespace
+
+const std::vector<Backend>& backends() {
+  static const std::vector<Backend> table = {
+      {"soap",
+       "SOAP",
+       "Veltrane.SoapSession",
+       {
+           {"port", "PORT", "HTTP port of the SOAP service (default 8000, or $VELTRANE_PORT)"},
+           {"endpoint", "PATH", "path of the SOAP service (default sap/bc/soap/rfc)"},
+           {"stateful", "", "keep one ABAP session for the whole command"},
+           {"proxy", "HOST[:PORT]", "HTTP proxy"},
+           {"proxy-user", "USER", "user for the proxy; its password is $VELTRANE_PROXY_PASSWORD"},
+       },
+       readSoap,
+       configureSoap,
+       soapAddress,
+       soapPlace},
+  };
+  return table;
+}
+
+const Backend& backendNamed(const std::string& name) {
+  for (const Backend& b : backends())
+    if (b.name == name) return b;
+  throw UsageError("unsupported back end '" + name + "': this version supports only " + names());
+}
+
+}  // namespace veltrane::cli

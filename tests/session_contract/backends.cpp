@@ -1,0 +1,13 @@
+// The back ends that keep the session contract. A back end joins with one
+// line below, naming the ContractSystem that reaches the simulated system
+// through it (see soap_system.cpp).
+#include "contract.h"
+
+namespace contract {
+
+std::unique_ptr<ContractSystem> StartSoapSystem();  // soap_system.cpp
+
+INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
+                         ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem}), PrintBackend);
+
+}  // namespace contract
