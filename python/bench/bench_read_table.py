@@ -63,7 +63,7 @@ def main():
     options = args.parse_args()
     rounds = options.rounds or max(3, int(options.benchmark_min_time * 10))
 
-    sim = subprocess.Popen([os.environ.get("VELTRANE_SIM", "veltrane-sim"), "--soap-port", "0", "--log-level", "error",
+    sim = subprocess.Popen([os.environ.get("VELTRANE_SIM", "veltrane-sim"), "--soap-port", "0", "--rfc-port", "0", "--log-level", "error",
                             "--flight-rows", str(options.rows)], stdout=subprocess.PIPE, text=True,
                            preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGTERM))  # ends with this process
     try:

@@ -42,9 +42,9 @@ def _end_with_parent():
 
 
 def start_sim(*args):
-    """Starts veltrane-sim with --soap-port 0 and waits for its ready line."""
+    """Starts veltrane-sim on free ports and waits for its ready line."""
     program = os.environ.get("VELTRANE_SIM", "veltrane-sim")
-    process = subprocess.Popen([program, "--soap-port", "0", "--log-level", "error", *args],
+    process = subprocess.Popen([program, "--soap-port", "0", "--rfc-port", "0", "--log-level", "error", *args],
                                stdout=subprocess.PIPE, stdin=subprocess.DEVNULL, text=True,
                                preexec_fn=_end_with_parent)
     line = process.stdout.readline().strip()
