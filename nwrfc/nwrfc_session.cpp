@@ -10,6 +10,7 @@
 #include "nwrfc/nwrfc_field.h"
 #include "nwrfc/sdk_error.h"
 #include "nwrfc/sdk_text.h"
+#include "nwrfc_return_codes.h"
 #include "platform/comdef.h"
 #include "platform/unicode.h"
 #include "runtime/report_error.h"
@@ -147,7 +148,12 @@ HRESULT CNWRfcSession::PublishRfcResult(const RFC_ERROR_INFO& info, std::u16stri
   }
   SetError(ErrorRecordOf(info));
   if (TraceLevel() >= TRACE_ERROR) {
-    const std::string rc = Narrow(SapText(Sdk().RfcGetRcAsString(info.code)));
+    std::string rc = Narrow(SapText(Sdk().RfcGetRcAsString(info.code)));
+    // A code the SDK gives no name for: the error table's, or its number.
+    if (rc.empty()) {
+      const char* known = NwRfcReturnCodeName(info.code);
+      rc = known ? known : std::to_string(static_cast<int>(info.code));
+    }
     const std::string key = Narrow(SapText(info.key)), message = Narrow(SapText(info.message));
     if (context.empty())
       Log(TRACE_ERROR, boost::format("RFC Error %1%: %2% %3%") % rc % key % message, "PublishRfcResult");

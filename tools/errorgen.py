@@ -8,6 +8,9 @@ Reads errors/errors.table (its header describes the format) and writes:
   <component-dir>/veltrane_errors.h
                                   the string table (enum class Text), the code
                                   groups, the enum groups and the error kinds
+  <component-dir>/<header>        a code group with header=<header>: an SDK's
+                                  codes, whose type only the code that talks to
+                                  that SDK knows
 
 Malformed input ends the program with "file:line: error: text" and exit code 1,
 and nothing is written. Only the Python standard library is used.
@@ -27,12 +30,13 @@ OPTIONS = {
     "result": set(),
     "win32": set(),
     "text": set(),
-    "code": {"type", "constants", "lookup", "texts", "include"},
+    "code": {"type", "constants", "lookup", "texts", "include", "header"},
     "enum": {"type", "lookup", "include"},
     "kind": set(),
 }
 REQUIRED = {"code": {"type", "lookup"}, "enum": {"type", "lookup"}}
 SINGLE = ("text", "kind")  # at most one group of these kinds
+RESERVED_HEADERS = ("result_codes.h", "result_names.h", "veltrane_errors.h")
 
 IDENT = r"[A-Za-z_][A-Za-z0-9_]*"
 TOKEN_RE = re.compile(r'\s*(?:(?P<string>"(?:[^"\\\n]|\\.)*")|(?P<number>0[xX][0-9A-Fa-f]+|[0-9]+)(?![A-Za-z0-9_])'
@@ -147,6 +151,9 @@ def parse_options(raw, kind, line):
         options.setdefault("constants", "macro")
         if options["constants"] not in ("macro", "none"):
             raise TableError(line, "constants= is macro or none, not '%s'" % options["constants"])
+        header = options.get("header")
+        if header is not None and (not re.fullmatch(r"[a-z][a-z0-9_]*\.h", header) or header in RESERVED_HEADERS):
+            raise TableError(line, "header= names a header of its own (lower case, .h), not '%s'" % header)
     return options
 
 
@@ -228,6 +235,13 @@ def check(groups):
         if g.kind == "code" and "texts" not in g.options and any(r.text is not None for r in g.rows):
             texted = next(r for r in g.rows if r.text is not None)
             raise TableError(texted.line, "%s: a text needs the option texts= on the group" % texted.name)
+    headers = {}
+    for g in groups:
+        header = g.options.get("header")
+        if header in headers:
+            raise TableError(g.line, "header %s is group %s's already" % (header, headers[header]))
+        if header:
+            headers[header] = g.name
     for kind in SINGLE:
         found = [g for g in groups if g.kind == kind]
         if len(found) > 1:
@@ -322,7 +336,7 @@ def emit_component(groups, source):
              "// talks to, the names of the error groups and the kinds of internal errors.\n")
     o.append("#pragma once\n\n#include <cstdint>\n#include <span>\n#include <string_view>\n\n"
              "#include \"platform/wtypes.h\"\n")
-    includes = sorted({g.options["include"] for g in groups if "include" in g.options})
+    includes = sorted({g.options["include"] for g in groups if "include" in g.options and "header" not in g.options})
     for inc in includes:
         o.append("#include \"%s\"\n" % inc)
     o.append("\n")
@@ -361,20 +375,8 @@ def emit_component(groups, source):
              "template <class Number>\nstruct NamedCode {\n  Number number;\n  const char* name;\n  const char* text;\n};\n\n"
              "}  // namespace veltrane::errors\n\n")
     for g in of_kind(groups, "code"):
-        t = g.options["type"]
-        if g.options["constants"] == "macro":
-            width = max(len(r.name) for r in g.rows)
-            for r in g.rows:
-                o.append("#define %s %d\n" % (r.name.ljust(width), r.number))
-            o.append("\n")
-        numbers = [str(r.number) if g.options["constants"] == "macro" else r.name for r in g.rows]
-        emit_named_rows(o, g, t, numbers)
-        o.append("// The constant's name of a code of %s, or null.\n" % g.name)
-        emit_lookup(o, g, g.options["lookup"], t, "row.number == code", "name")
-        if "texts" in g.options:
-            o.append("// The text of a code of %s, or null.\n" % g.name)
-            emit_lookup(o, g, g.options["texts"], t, "row.number == code", "text")
-        o.append("\n")
+        if "header" not in g.options:
+            emit_code_group(o, g)
 
     for g in of_kind(groups, "enum"):
         t = g.options["type"]
@@ -404,6 +406,41 @@ def emit_component(groups, source):
         o.append("inline constexpr const %sRow& %sOf(int32_t kind) {\n" % (g.name, g.name))
         o.append("  return kind < 0 || kind > %s ? k%ss[%s] : k%ss[kind];\n}\n\n" % (last_kind, g.name, last_kind, g.name))
         o.append("}  // namespace veltrane::errors\n")
+    return "".join(o)
+
+
+def emit_code_group(o, g):
+    t = g.options["type"]
+    if g.options["constants"] == "macro":
+        width = max(len(r.name) for r in g.rows)
+        for r in g.rows:
+            o.append("#define %s %d\n" % (r.name.ljust(width), r.number))
+        o.append("\n")
+    else:
+        o.append("// The declaration's values are the table's.\n")
+        for r in g.rows:
+            o.append("static_assert(static_cast<long long>(%s) == %d, \"%s is %d in the error table\");\n"
+                     % (r.name, r.number, r.name, r.number))
+        o.append("\n")
+    numbers = [str(r.number) if g.options["constants"] == "macro" else r.name for r in g.rows]
+    emit_named_rows(o, g, t, numbers)
+    o.append("// The constant's name of a code of %s, or null.\n" % g.name)
+    emit_lookup(o, g, g.options["lookup"], t, "row.number == code", "name")
+    if "texts" in g.options:
+        o.append("// The text of a code of %s, or null.\n" % g.name)
+        emit_lookup(o, g, g.options["texts"], t, "row.number == code", "text")
+    o.append("\n")
+
+
+def emit_group_header(g, source):
+    o = [BANNER % source]
+    o.append("// The codes of %s, in a header of their own: only the code that talks to\n"
+             "// that library knows their type.\n" % g.name)
+    o.append("#pragma once\n\n#include \"veltrane_errors.h\"\n")
+    if "include" in g.options:
+        o.append("#include \"%s\"\n" % g.options["include"])
+    o.append("\n")
+    emit_code_group(o, g)
     return "".join(o)
 
 
@@ -444,6 +481,8 @@ def main(argv):
             "result_names.h": emit_result_names(groups, source),
             "veltrane_errors.h": emit_component(groups, source),
         }
+        headers = {g.options["header"]: emit_group_header(g, source)
+                   for g in of_kind(groups, "code") if "header" in g.options}
     except TableError as e:
         sys.stderr.write("%s:%d: error: %s\n" % (args.table, e.line, e.text))
         return 1
@@ -456,6 +495,8 @@ def main(argv):
     write_if_changed(os.path.join(args.platform_dir, "result_codes.h"), outputs["result_codes.h"])
     write_if_changed(os.path.join(args.platform_dir, "result_names.h"), outputs["result_names.h"])
     write_if_changed(os.path.join(args.component_dir, "veltrane_errors.h"), outputs["veltrane_errors.h"])
+    for name, text in headers.items():
+        write_if_changed(os.path.join(args.component_dir, name), text)
     return 0
 
 

@@ -60,12 +60,12 @@ class RealTable(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertEqual(result.stderr, "")
 
-    def test_writes_the_three_headers_and_leaves_them_when_unchanged(self):
+    def test_writes_the_headers_and_leaves_them_when_unchanged(self):
         with tempfile.TemporaryDirectory() as out:
             platform, component = os.path.join(out, "p"), os.path.join(out, "c")
             self.assertEqual(run(TABLE, "--platform-dir", platform, "--component-dir", component).returncode, 0)
             self.assertEqual(sorted(os.listdir(platform)), ["result_codes.h", "result_names.h"])
-            self.assertEqual(os.listdir(component), ["veltrane_errors.h"])
+            self.assertEqual(sorted(os.listdir(component)), ["nwrfc_return_codes.h", "veltrane_errors.h"])
             stamp = os.stat(os.path.join(component, "veltrane_errors.h")).st_mtime_ns
             self.assertEqual(run(TABLE, "--platform-dir", platform, "--component-dir", component).returncode, 0)
             self.assertEqual(os.stat(os.path.join(component, "veltrane_errors.h")).st_mtime_ns, stamp)
@@ -85,6 +85,27 @@ class RealTable(unittest.TestCase):
             self.assertIn("#define SDK_FAILED 1", header)
             self.assertIn("inline constexpr const char* SdkCodeName(int code)", header)
             self.assertIn("inline constexpr const char* SdkCodeText(int code)", header)
+
+    def test_a_group_with_a_header_of_its_own(self):
+        with open(TABLE, encoding="utf-8") as f:
+            text = f.read()
+        text += ("\ngroup OwnCode code type=OWN_RC constants=none lookup=OwnCodeName include=own/own_types.h "
+                 "header=own_codes.h\n  OWN_OK 0\n  OWN_BAD 7\n")
+        with tempfile.TemporaryDirectory() as out:
+            path = os.path.join(out, "errors.table")
+            with open(path, "w", encoding="utf-8") as f:
+                f.write(text)
+            self.assertEqual(run(path, "--platform-dir", out, "--component-dir", out).returncode, 0)
+            with open(os.path.join(out, "own_codes.h"), encoding="utf-8") as f:
+                own = f.read()
+            with open(os.path.join(out, "veltrane_errors.h"), encoding="utf-8") as f:
+                component = f.read()
+            self.assertIn('#include "veltrane_errors.h"\n#include "own/own_types.h"', own)
+            self.assertIn('static_assert(static_cast<long long>(OWN_BAD) == 7, "OWN_BAD is 7 in the error table");',
+                          own)
+            self.assertIn("inline constexpr const char* OwnCodeName(OWN_RC code)", own)
+            self.assertNotIn("own_types.h", component)
+            self.assertNotIn("OwnCode", component)
 
 
 if __name__ == "__main__":
