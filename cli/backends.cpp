@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "backend_nwrfc.h"
 #include "failure.h"
 #include "text.h"
 
@@ -83,7 +84,25 @@ const std::vector<Backend>& backends() {
        readSoap,
        configureSoap,
        soapAddress,
-       soapPlace},
+       soapPlace,
+       Transactions::None},
+      {"nwrfc",
+       "NW RFC",
+       "Veltrane.NWRfcSession",
+       {
+           {"ashost", "HOST", "application server (default: --host)"},
+           {"sysnr", "NN", "system number (default 00, or $VELTRANE_SYSNR)"},
+           {"gwserv", "SERVICE", "gateway service, a port or sapgwNN (or $VELTRANE_GWSERV), instead of --sysnr"},
+           {"dest", "NAME", "destination of the SDK's sapnwrfc.ini"},
+           {"ini", "PATH", "the SDK's sapnwrfc.ini, or its directory"},
+           {"connect", "\"NAME=VALUE ...\"", "more connection parameters of the SDK, as it names them"},
+           {"sdk", "DIR", "directory of libsapnwrfc.so (default: SAP's SDK where found, else Veltrane's own)"},
+       },
+       readNwRfc,
+       configureNwRfc,
+       nwrfcAddress,
+       nwrfcPlace,
+       Transactions::OwnSession},
   };
   return table;
 }
@@ -91,7 +110,17 @@ const std::vector<Backend>& backends() {
 const Backend& backendNamed(const std::string& name) {
   for (const Backend& b : backends())
     if (b.name == name) return b;
-  throw UsageError("unsupported back end '" + name + "': this version supports only " + names());
+  throw UsageError("unsupported back end '" + name + "': this version supports " + names());
+}
+
+void requireTransactions(const ConnectionSettings& settings, const std::string& foreignId) {
+  const Backend& backend = backendNamed(settings.backend);
+  if (backend.transactions == Transactions::None)
+    throw UsageError("the " + backend.name + " back end has no transactional RFC");
+  if (!foreignId.empty() && backend.transactions == Transactions::OwnSession)
+    throw UsageError(foreignId + ": the " + backend.name +
+                     " back end knows only the transaction IDs its own session created; "
+                     "send again with --send N and confirm with --confirm in the one command");
 }
 
 }  // namespace veltrane::cli

@@ -14,6 +14,10 @@
 
 namespace veltrane::cli {
 
+// How far a back end's transactional RFC reaches: not at all, within the
+// session that created a transaction ID, or to any session of the system.
+enum class Transactions { None, OwnSession, AnySession };
+
 struct Backend {
   std::string name;                // --backend NAME
   std::string label;               // in texts: "SOAP"
@@ -28,6 +32,7 @@ struct Backend {
   std::string (*address)(const ConnectionSettings& settings);
   // The system as the password prompt names it: "HOST:PORT".
   std::string (*place)(const ConnectionSettings& settings);
+  Transactions transactions;
 };
 
 // All back ends; the first is the default.
@@ -35,5 +40,10 @@ const std::vector<Backend>& backends();
 
 // The back end of that name; anything else is a UsageError.
 const Backend& backendNamed(const std::string& name);
+
+// A UsageError unless the settings' back end has transactional RFC, and,
+// when `foreignId` names what brings an ID from elsewhere ("--tid",
+// "confirm"), takes IDs of other sessions.
+void requireTransactions(const ConnectionSettings& settings, const std::string& foreignId);
 
 }  // namespace veltrane::cli

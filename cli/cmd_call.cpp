@@ -3,6 +3,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "backends.h"
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
@@ -211,6 +212,36 @@ void printResultTable(IFunctionCall* call, const Json& result) {
   if (first) std::cout << "(no results)\n";
 }
 
+// Sends the call as a transactional call: under --tid, or a new ID, --send
+// times, then confirms it with --confirm. Prints the ID.
+void sendTransactional(const ParsedArgs& args, Connection& connection, IFunctionCall* call, Format format) {
+  ISession* session = connection.session();
+  std::string tid;
+  if (auto given = args.value("tid")) {
+    tid = *given;
+  } else {
+    CComBSTR created;
+    checkSession(session->CreateTransID(&created), session, "creating a transaction ID");
+    tid = utf8(created);
+  }
+  const long sends = static_cast<long>(args.number("send", 1, 1, 100));
+  for (long i = 0; i < sends; ++i)
+    checkSession(session->CallTRFCFunction(bstr(tid), call), session, "sending the call under " + tid);
+  const bool confirm = args.has("confirm");
+  if (confirm) checkSession(session->ConfirmTransID(bstr(tid)), session, "confirming " + tid);
+  Json result = Json::object();
+  result["tid"] = tid;
+  result["sent"] = sends;
+  result["confirmed"] = confirm;
+  if (format == Format::Json) {
+    printJson(std::cout, result);
+  } else {
+    TextTable table{{"PROPERTY", "VALUE"}, {}, {}};
+    for (const auto& [key, value] : result.items()) table.rows.push_back({key, cellText(value)});
+    printTable(std::cout, table);
+  }
+}
+
 int runCall(const ParsedArgs& args) {
   if (args.positionals().empty()) throw UsageError("call needs a FUNCTION");
   const Format format = outputFormat(args);
@@ -220,9 +251,19 @@ int runCall(const ParsedArgs& args) {
     if (a.find('=') == std::string::npos || a[0] == '=')
       throw UsageError("argument '" + a + "' is not of the form NAME=VALUE");
   }
-  Connection connection(connectionSettings(args));
+  ConnectionSettings settings = connectionSettings(args);
+  const bool transactional = args.has("trfc");
+  if (!transactional && (args.has("tid") || args.has("send") || args.has("confirm")))
+    throw UsageError("--tid, --send and --confirm go with --trfc");
+  if (transactional) requireTransactions(settings, args.has("tid") ? "--tid" : "");
+  Connection connection(std::move(settings));
   CComPtr<IFunctionCall> call = connection.importCall(function);
   for (size_t i = 1; i < args.positionals().size(); ++i) assignArgument(call, function, args.positionals()[i]);
+  if (transactional) {
+    sendTransactional(args, connection, call, format);
+    connection.close();
+    return 0;
+  }
   connection.call(call, function);
   const Json result = resultJson(call);
   if (format == Format::Json) {
@@ -249,10 +290,23 @@ Command callCommand() {
           "objects. NAME=@FILE reads the value from FILE (for a scalar without its last line\n"
           "break); a value starting with \"@@\" stands for the text with one \"@\" less.\n"
           "\n"
-          "Example:\n"
+          "\n"
+          "With --trfc the call goes out as a transactional call (tRFC) and the command\n"
+          "prints its transaction ID instead of results: the system runs it once, however\n"
+          "often it is sent under that ID (--tid, --send), until the ID is confirmed\n"
+          "(--confirm, or 'veltrane confirm TID'). The nwrfc back end knows only the IDs its\n"
+          "own session created: there, send again and confirm within one command.\n"
+          "\n"
+          "Examples:\n"
           "  veltrane call BAPI_FLIGHT_GETLIST AIRLINE=LH \\\n"
-          "      'DATE_RANGE=[{\"SIGN\":\"I\",\"OPTION\":\"BT\",\"LOW\":\"2024-01-01\",\"HIGH\":\"2024-03-31\"}]'",
-          {},
+          "      'DATE_RANGE=[{\"SIGN\":\"I\",\"OPTION\":\"BT\",\"LOW\":\"2024-01-01\",\"HIGH\":\"2024-03-31\"}]'\n"
+          "  veltrane --backend nwrfc call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS KEY=demo",
+          {
+              {"trfc", "", "send as a transactional call and print its transaction ID"},
+              {"tid", "TID", "the transaction ID to send under (default: a new one)"},
+              {"send", "N", "send N times under the one ID (default 1); it runs once"},
+              {"confirm", "", "confirm the ID after sending"},
+          },
           true,
           runCall};
 }

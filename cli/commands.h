@@ -24,6 +24,7 @@ Command describeCommand();
 Command readTableCommand();
 Command checkPasswordCommand();
 Command checkUnicodeCommand();
+Command confirmCommand();
 
 const std::vector<Command>& allCommands();
 

@@ -28,6 +28,11 @@ struct ConnectionSettings {
   long proxyPort = 0;
   std::string proxyUser;
 
+  // NW RFC: where the connection goes, as the SDK's parameters
+  std::string connectString;  // built from --ashost, --sysnr, --gwserv, --dest, --connect
+  std::string iniPath;        // --ini: the SDK's sapnwrfc.ini, or its directory
+  std::string sdkDir;         // --sdk: the SDK's directory; empty: found at connect
+
   // Where the session goes, as the back end says: "http://HOST:PORT/ENDPOINT".
   std::string address() const;
 };

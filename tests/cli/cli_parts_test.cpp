@@ -38,11 +38,14 @@ TEST(CliBackends, TheTableNamesEachBackEndAndItsClass) {
   const Backend& soap = backendNamed("soap");
   EXPECT_EQ(soap.progId, "Veltrane.SoapSession");
   EXPECT_EQ(backends().front().name, "soap");
+  EXPECT_EQ(backendNamed("nwrfc").progId, "Veltrane.NWRfcSession");
   try {
-    backendNamed("nwrfc");
+    backendNamed("bogus");
     FAIL() << "no error";
   } catch (const UsageError& e) {
-    EXPECT_STREQ(e.what(), "unsupported back end 'nwrfc': this version supports only 'soap'");
+    EXPECT_NE(std::string(e.what()).find("unsupported back end 'bogus': this version supports 'soap', 'nwrfc'"),
+              std::string::npos)
+        << e.what();
   }
 }
 
@@ -69,6 +72,61 @@ TEST(CliBackends, SettingsOfTheSoapBackEnd) {
   EXPECT_EQ(s.proxyHost, "proxy.local");
   EXPECT_EQ(s.proxyPort, 3128);
   EXPECT_EQ(s.address(), "http://127.0.0.1:8123/my/path");
+}
+
+namespace {
+
+ConnectionSettings nwrfcSettings(std::initializer_list<std::pair<const char*, const char*>> options) {
+  ParsedArgs args;
+  args.add("user", "demo");
+  args.add("backend", "nwrfc");
+  for (const auto& [name, value] : options) args.add(name, value);
+  return connectionSettings(args);
+}
+
+}  // namespace
+
+TEST(CliBackends, TheNwRfcConnectStringFromTheOptions) {
+  EXPECT_EQ(nwrfcSettings({}).connectString, "ashost=127.0.0.1 sysnr=00");
+  EXPECT_EQ(nwrfcSettings({{"ashost", "app1"}, {"sysnr", "42"}}).connectString, "ashost=app1 sysnr=42");
+  EXPECT_EQ(nwrfcSettings({{"host", "h"}, {"gwserv", "sapgw07"}}).connectString, "ashost=h gwserv=sapgw07");
+  EXPECT_EQ(nwrfcSettings({{"dest", "PRD"}}).connectString, "dest=PRD");
+  EXPECT_EQ(nwrfcSettings({{"connect", "MSHOST=m R3NAME=PRD GROUP=g"}}).connectString, "MSHOST=m R3NAME=PRD GROUP=g");
+  EXPECT_EQ(nwrfcSettings({{"connect", "lang=DE "}}).connectString, "ashost=127.0.0.1 sysnr=00 lang=DE");
+  EXPECT_EQ(nwrfcSettings({{"ashost", "a b"}}).connectString, "ashost=\"a b\" sysnr=00");
+  const ConnectionSettings s = nwrfcSettings({{"ini", "/etc/sap"}, {"sdk", "/opt/sdk/lib"}});
+  EXPECT_EQ(s.iniPath, "/etc/sap");
+  EXPECT_EQ(s.sdkDir, "/opt/sdk/lib");
+}
+
+TEST(CliBackends, TheNwRfcOptionsAreChecked) {
+  EXPECT_THROW(nwrfcSettings({{"sysnr", "7"}}), UsageError);
+  EXPECT_THROW(nwrfcSettings({{"sysnr", "ab"}}), UsageError);
+  EXPECT_THROW(nwrfcSettings({{"dest", ""}}), UsageError);
+  EXPECT_THROW(nwrfcSettings({{"sdk", ""}}), UsageError);
+}
+
+TEST(CliBackends, TheNwRfcAddressHidesAPasswordAndThePromptNamesThePlace) {
+  EXPECT_EQ(nwrfcSettings({{"connect", "ASHOST=x PASSWD=\"se cret\" lang=DE"}}).address(),
+            "nwrfc: ASHOST=x PASSWD=*** lang=DE");
+  const Backend& nw = backendNamed("nwrfc");
+  EXPECT_EQ(nw.place(nwrfcSettings({{"ashost", "app1"}})), "app1/00");
+  EXPECT_EQ(nw.place(nwrfcSettings({{"gwserv", "3300"}})), "127.0.0.1:3300");
+  EXPECT_EQ(nw.place(nwrfcSettings({{"dest", "PRD"}})), "PRD");
+}
+
+TEST(CliBackends, TransactionalRfcByBackEnd) {
+  ParsedArgs soapArgs;
+  soapArgs.add("user", "demo");
+  EXPECT_THROW(requireTransactions(connectionSettings(soapArgs), ""), UsageError);
+  const ConnectionSettings nw = nwrfcSettings({});
+  EXPECT_NO_THROW(requireTransactions(nw, ""));
+  try {
+    requireTransactions(nw, "--tid");
+    FAIL() << "no error";
+  } catch (const UsageError& e) {
+    EXPECT_NE(std::string(e.what()).find("own session"), std::string::npos) << e.what();
+  }
 }
 
 TEST(CliArgs, ValuesFlagsAndPositionals) {

@@ -404,7 +404,7 @@ TEST_F(CliProgram, UsageErrorsExitWithTwo) {
       {{"read-table", "SFLIGHT", "--page-size", "-1"}, "option --page-size: -1 is out of range"},
       {{"read-table"}, "read-table needs exactly one TABLE"},
       {{"ping", "--format", "xml"}, "option --format: 'xml' is not a format"},
-      {{"ping", "--backend", "nwrfc"}, "unsupported back end 'nwrfc'"},
+      {{"ping", "--backend", "bogus"}, "unsupported back end 'bogus'"},
       {{"ping", "--client", "1"}, "option --client: '1' is not a client"},
       {{"frobnicate"}, "unknown command 'frobnicate'"},
       {{"call"}, "call needs a FUNCTION"},

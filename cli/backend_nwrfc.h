@@ -1,0 +1,34 @@
+// The NW RFC back end of the command: its options, the connect string built
+// from them, and the SDK the session loads.
+#pragma once
+
+#include <string>
+
+#include <veltrane.h>
+
+#include "args.h"
+#include "connection.h"
+
+namespace veltrane::cli {
+
+// --ashost, --sysnr, --gwserv, --dest, --connect into the connect string;
+// --ini, --sdk as they stand. Without --ashost, --dest and --connect, the
+// host of --host (or $VELTRANE_HOST) is the application server, and without
+// --gwserv system number 00 (or $VELTRANE_SYSNR, $VELTRANE_GWSERV) is its
+// gateway.
+void readNwRfc(const ParsedArgs& args, ConnectionSettings& settings);
+// The session's RfcSystemData and options; says on stderr which SDK it takes
+// when --sdk did not name one.
+void configureNwRfc(ISession* session, const ConnectionSettings& settings);
+// "nwrfc: ashost=... sysnr=..." with a password of --connect masked.
+std::string nwrfcAddress(const ConnectionSettings& settings);
+// The destination or "HOST/NN" for the password prompt.
+std::string nwrfcPlace(const ConnectionSettings& settings);
+
+// The SDK's directory for the session's option "nwrfc.path", in this order:
+// $SAPNWRFC_HOME/lib, a libsapnwrfc.so the loader finds (the option stays
+// empty), /usr/local/sap/nwrfcsdk/lib, and Veltrane's own library beside the
+// program (<bin>/../lib/veltrane/nwrfcsdk). note tells which was taken.
+std::string findNwRfcSdk(std::string* note);
+
+}  // namespace veltrane::cli
