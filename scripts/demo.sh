@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The Veltrane tour: starts veltrane-sim on a free loopback port, talks to it
-# with the veltrane command, and stops it again (also when a step fails).
+# The Veltrane tour: starts veltrane-sim on free loopback ports, talks to it
+# with the veltrane command over SOAP and over NW RFC (our libsapnwrfc.so),
+# and stops it again (also when a step fails).
 #
-#   scripts/demo.sh BUILD_DIR     (BUILD_DIR holds cli/veltrane and sim/veltrane-sim)
+#   scripts/demo.sh BUILD_DIR     (BUILD_DIR holds cli/veltrane, sim/veltrane-sim
+#                                  and lib/veltrane/nwrfcsdk/libsapnwrfc.so)
 set -euo pipefail
 
 if [[ $# -ne 1 ]]; then
@@ -61,19 +63,48 @@ quote() {
     printf '"%s"' "$arg"
   fi
 }
-# Shows the command line, then runs it.
-run() {
+# The command line as typed.
+show() {
   local shown=("veltrane")
   local arg
   for arg in "$@"; do shown+=("$(quote "$arg")"); done
   printf '$ %s\n' "${shown[*]}"
+}
+# Shows the command line, then runs it.
+run() {
+  show "$@"
   "$VELTRANE_BIN" "$@"
+}
+# Runs a command over SOAP and over NW RFC and shows the two answers next to
+# each other.
+side_by_side() {
+  show "$@"
+  show "${NWRFC[@]}" "$@"
+  "$VELTRANE_BIN" "$@" >"$WORK/soap.out"
+  "$VELTRANE_BIN" "${NWRFC[@]}" "$@" >"$WORK/nwrfc.out" 2>"$WORK/nwrfc.err"
+  awk 'NR == FNR { soap[FNR] = $0; n = FNR; next }
+       { nw[FNR] = $0; if (FNR > n) n = FNR }
+       END { printf "%-40s %s\n", "-- over SOAP", "-- over NW RFC"
+             for (i = 1; i <= n; ++i) printf "%-40s %s\n", soap[i], nw[i] }' "$WORK/soap.out" "$WORK/nwrfc.out"
+}
+# Runs a command over SOAP, then over NW RFC, and says whether they answered
+# alike.
+one_after_the_other() {
+  show "$@"
+  "$VELTRANE_BIN" "$@" | tee "$WORK/soap.out"
+  show "${NWRFC[@]}" "$@"
+  "$VELTRANE_BIN" "${NWRFC[@]}" "$@" | tee "$WORK/nwrfc.out"
+  if cmp -s "$WORK/soap.out" "$WORK/nwrfc.out"; then
+    echo "(the same answer over both back ends)"
+  else
+    echo "(the answers differ)"
+  fi
 }
 
 heading "Starting the simulated ABAP system"
 # The sim writes exactly one line to standard output: its ready line.
 mkfifo "$WORK/ready"
-"$SIM_BIN" --soap-port 0 --host 127.0.0.1 --log-level warn >"$WORK/ready" 2>"$WORK/sim.log" &
+"$SIM_BIN" --soap-port 0 --rfc-port 0 --host 127.0.0.1 --log-level warn >"$WORK/ready" 2>"$WORK/sim.log" &
 SIM_PID=$!
 # Kept open to the end, so that the sim never writes into a closed pipe.
 exec 3<"$WORK/ready"
@@ -86,7 +117,12 @@ fi
 URL="${READY#*soap=}"
 URL="${URL%% *}"
 PORT="${URL##*:}"
+RFC="${READY#*rfc=}"
+RFC="${RFC%% *}"
+RFC_PORT="${RFC##*:}"
 echo "$READY"
+# The NW back end reaches the RFC front through the SDK's gateway service.
+NWRFC=(--backend nwrfc --gwserv "$RFC_PORT")
 
 heading "Connecting (the connect sends RFC_PING)"
 export VELTRANE_PASSWORD="Welcome1"
@@ -116,6 +152,20 @@ run check-password --user EXPIRED
 
 heading "Unicode support"
 run check-unicode
+
+heading "The NW RFC back end: our libsapnwrfc.so, loaded at the first connect"
+run "${NWRFC[@]}" ping --format table
+
+heading "The same calls over SOAP and over NW RFC"
+side_by_side check-password --format table
+side_by_side check-unicode --format table
+one_after_the_other call BAPI_FLIGHT_GETLIST AIRLINE=LH MAX_ROWS=3 --format table
+one_after_the_other read-table SCARR --fields CARRID,CARRNAME,CURRCODE --max 4 --format table
+
+heading "Transactional RFC over NW RFC: sent twice under one ID, run once"
+KEY="DEMO-$$"
+run "${NWRFC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --format table
+run "${NWRFC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
 
 heading "Stopping the simulated ABAP system"
 if stop_sim; then
