@@ -217,6 +217,13 @@ HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars) {
   unsigned hour = static_cast<unsigned>(RfcParseDigits(chars, 2, false));
   unsigned minute = static_cast<unsigned>(RfcParseDigits(chars + 2, 2, false));
   unsigned second = static_cast<unsigned>(RfcParseDigits(chars + 4, 2, false));
+  // A time of the day: the fraction the platform makes of its text, without
+  // the text (tables read many).
+  if (hour < 24 && minute < 60 && second < 60) {
+    result->vt = VT_DATE;
+    result->date = static_cast<double>(hour * 3600 + minute * 60 + second) / 86400.0;
+    return S_OK;
+  }
   char text[9];
   std::snprintf(text, sizeof text, "%02u:%02u:%02u", hour, minute, second);
   char16_t wide[9];
@@ -265,9 +272,11 @@ void RfcVariantToTime(char16_t* target, VARIANT* value) {
     }
   }
   SYSTEMTIME st{};
-  std::u16string before = VariantTraceText(*value);
-  if (FAILED(VariantChangeType(value, value, 0, VT_DATE)))
-    throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME", before);
+  if (value->vt != VT_DATE) {
+    std::u16string before = VariantTraceText(*value);
+    if (FAILED(VariantChangeType(value, value, 0, VT_DATE)))
+      throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME", before);
+  }
   if (!VariantTimeToSystemTime(value->date, &st))
     throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME",
                      VariantTraceText(*value));

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -269,6 +271,24 @@ TEST(ScalarTime, TimeToVariant) {
   EXPECT_EQ(RfcTimeToVariant(&v, u"      "), S_OK);
   EXPECT_EQ(v.vt, VT_DATE);
   EXPECT_EQ(v.date, 0.0);
+}
+
+// Every time of the day reads as the platform reads its "HH:MM:SS" text,
+// to the bit.
+TEST(ScalarTime, EverySecondOfTheDayAsThePlatformReadsItsText) {
+  for (unsigned s = 0; s < 86400; ++s) {
+    char text[7];
+    std::snprintf(text, sizeof text, "%02u%02u%02u", s / 3600, s / 60 % 60, s % 60);
+    const std::u16string digits(text, text + 6);
+    char clock[9];
+    std::snprintf(clock, sizeof clock, "%02u:%02u:%02u", s / 3600, s / 60 % 60, s % 60);
+    CComVariant expected(std::u16string(clock, clock + 8).c_str());
+    ASSERT_EQ(expected.ChangeType(VT_DATE), S_OK) << clock;
+    CComVariant v;
+    ASSERT_EQ(RfcTimeToVariant(&v, digits.c_str()), S_OK) << text;
+    ASSERT_EQ(v.vt, VT_DATE);
+    ASSERT_EQ(std::memcmp(&v.date, &expected.date, sizeof(double)), 0) << text;
+  }
 }
 
 TEST(ScalarTime, UnreadableTimeStaysText) {

@@ -1,0 +1,287 @@
+// A table parameter of 100,000 rows (TT_FLAT of Z_VSIM_TYPES: ten fields of
+// every flat type) sent to veltrane-sim and read back, side by side in one
+// loop:
+//   - through NWRfcSession (the data converter fills the SDK's table from
+//     the call's RfcRows and reads the answer back into them);
+//   - through the SDK's setters and getters directly, on the same data held
+//     in plain C++ rows (the floor for any client of the SDK);
+//   - through SoapSession, the same call over the SOAP front.
+// Each side sends what it read back the time before, so every iteration
+// moves the same rows (the module changes each row and appends one).
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "nwrfc/nwrfc_library.h"
+#include "platform/atlbase.h"
+#include "platform/objbase.h"
+#include "testing/sim_process.h"
+#include "veltrane_tlb.h"
+
+namespace {
+
+using veltrane::nwrfc::EntryPoints;
+
+constexpr int kRows = 100000;
+
+vsim::testing::SimProcess& Sim() {
+  static vsim::testing::SimProcess sim;
+  return sim;
+}
+
+std::u16string Wide(const std::string& s) { return std::u16string(s.begin(), s.end()); }
+
+// ------------------------------------------------------------- sessions
+
+CComPtr<ISession> NWSession() {
+  CComPtr<IRfcSession> session;
+  CoCreateInstance(CLSID_NWRfcSession, nullptr, CLSCTX_INPROC_SERVER, IID_IRfcSession,
+                   reinterpret_cast<void**>(&session));
+  if (!session) return nullptr;
+  session->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(VELTRANE_NWRFC_SDK_DIR));
+  CComPtr<IRfcSystemData> system;
+  session->get_RfcSystemData(&system);
+  system->put_ConnectString(CComBSTR(Wide("ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort()))));
+  return CComPtr<ISession>(session.p);
+}
+
+CComPtr<ISession> SoapSession() {
+  CComPtr<ISoapSession> session;
+  CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
+                   reinterpret_cast<void**>(&session));
+  if (!session) return nullptr;
+  CComPtr<IHttpSystemData> data;
+  session->get_HttpSystemData(&data);
+  data->put_Host(CComBSTR(u"127.0.0.1"));
+  data->put_Port(Sim().soapPort());
+  return CComPtr<ISession>(session.p);
+}
+
+bool Connect(ISession* session) {
+  CComPtr<ILogonData> logon;
+  session->get_LogonData(&logon);
+  logon->put_Client(CComBSTR(u"001"));
+  logon->put_Language(CComBSTR(u"EN"));
+  logon->put_User(CComBSTR(u"DEMO"));
+  logon->put_Password(CComBSTR(u"Welcome1"));
+  return session->Connect() == S_OK;
+}
+
+// Z_VSIM_TYPES with TT_FLAT filled with the benchmark's rows.
+CComPtr<IFunctionCall> FilledCall(ISession* session) {
+  CComPtr<IFunctionCall> call;
+  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &call) != S_OK) return nullptr;
+  CComPtr<IRfcParameters> tables;
+  call->get_Tables(&tables);
+  CComPtr<IRfcParameter> table;
+  tables->get_Item(CComVariant(u"TT_FLAT"), &table);
+  CComPtr<IRfcRows> rows;
+  table->get_Rows(&rows);
+  rows->AddRows(kRows);
+  for (LONG i = 1; i <= kRows; ++i) {
+    CComPtr<IRfcFields> row;
+    rows->get_Item(i, &row);
+    auto set = [&](const char16_t* name, const CComVariant& value) {
+      CComPtr<IRfcField> field;
+      row->get_Item(CComVariant(name), &field);
+      field->put_value(value);
+    };
+    set(u"CHAR", CComVariant(Wide("row " + std::to_string(i)).c_str()));
+    set(u"NUMC", CComVariant(Wide(std::to_string(i)).c_str()));
+    CComVariant date;
+    date.vt = VT_DATE;
+    date.date = 45292.0 + i % 365;  // 2024-01-01 on
+    set(u"DATE", date);
+    CComVariant time;
+    time.vt = VT_DATE;
+    time.date = (i % 86400) / 86400.0;
+    set(u"TIME", time);
+    SAFEARRAY* bytes = SafeArrayCreateVector(VT_UI1, 0, 4);
+    std::memcpy(bytes->pvData, &i, 4);
+    CComVariant raw;
+    raw.vt = VT_ARRAY | VT_UI1;
+    raw.parray = bytes;
+    set(u"RAW", raw);
+    set(u"PACKED", CComVariant(Wide(std::to_string(i) + ".25").c_str()));
+    set(u"FLOAT", CComVariant(i * 0.5));
+    set(u"INT", CComVariant(static_cast<LONG>(i)));
+    set(u"INT1", CComVariant(static_cast<LONG>(i % 100)));
+    set(u"INT2", CComVariant(static_cast<LONG>(i % 1000)));
+  }
+  return call;
+}
+
+// --------------------------------------------------------- the SDK alone
+
+// A row of TT_FLAT as a client of the SDK would keep it.
+struct FlatRow {
+  std::u16string text, numc, packed;
+  RFC_DATE date;
+  RFC_TIME time;
+  SAP_RAW raw[4];
+  double number;
+  int integer;
+  RFC_INT1 tiny;
+  short small;
+};
+
+std::vector<FlatRow> SdkRows() {
+  std::vector<FlatRow> rows(kRows);
+  for (int i = 0; i < kRows; ++i) {
+    FlatRow& r = rows[static_cast<size_t>(i)];
+    const int n = i + 1;
+    r.text = Wide("row " + std::to_string(n));
+    r.numc = Wide(std::to_string(n));
+    r.packed = Wide(std::to_string(n) + ".25");
+    std::memcpy(r.date, u"20240101", sizeof r.date);
+    std::memcpy(r.time, u"000000", sizeof r.time);
+    std::memcpy(r.raw, &n, 4);
+    r.number = n * 0.5;
+    r.integer = n;
+    r.tiny = static_cast<RFC_INT1>(n % 100);
+    r.small = static_cast<short>(n % 1000);
+  }
+  return rows;
+}
+
+size_t Trimmed(const SAP_UC* text, size_t n) {
+  while (n > 0 && text[n - 1] == u' ') --n;
+  return n;
+}
+
+// Fills TT_FLAT from rows, invokes, reads the answer back into rows.
+bool SdkRoundTrip(const EntryPoints& sdk, RFC_CONNECTION_HANDLE connection, RFC_FUNCTION_DESC_HANDLE desc,
+                  std::vector<FlatRow>& rows) {
+  RFC_ERROR_INFO info;
+  RFC_FUNCTION_HANDLE f = sdk.RfcCreateFunction(desc, &info);
+  RFC_TABLE_HANDLE table = nullptr;
+  sdk.RfcGetTable(f, u"TT_FLAT", &table, &info);
+  sdk.RfcAppendNewRows(table, static_cast<unsigned>(rows.size()), &info);
+  for (size_t i = 0; i < rows.size(); ++i) {
+    const FlatRow& r = rows[i];
+    RFC_STRUCTURE_HANDLE row = sdk.RfcGetCurrentRow(table, &info);
+    sdk.RfcSetChars(row, u"CHAR", r.text.data(), static_cast<unsigned>(r.text.size()), &info);
+    sdk.RfcSetNum(row, u"NUMC", r.numc.data(), static_cast<unsigned>(r.numc.size()), &info);
+    sdk.RfcSetDate(row, u"DATE", r.date, &info);
+    sdk.RfcSetTime(row, u"TIME", r.time, &info);
+    sdk.RfcSetXString(row, u"RAW", r.raw, 4, &info);
+    sdk.RfcSetChars(row, u"PACKED", r.packed.data(), static_cast<unsigned>(r.packed.size()), &info);
+    sdk.RfcSetFloat(row, u"FLOAT", r.number, &info);
+    sdk.RfcSetInt(row, u"INT", r.integer, &info);
+    sdk.RfcSetInt1(row, u"INT1", r.tiny, &info);
+    sdk.RfcSetInt2(row, u"INT2", r.small, &info);
+    if (i + 1 < rows.size()) sdk.RfcMoveToNextRow(table, &info);
+  }
+  if (sdk.RfcInvoke(connection, f, &info) != RFC_OK) return false;
+  sdk.RfcGetTable(f, u"TT_FLAT", &table, &info);
+  unsigned count = 0;
+  sdk.RfcGetRowCount(table, &count, &info);
+  rows.resize(count);
+  sdk.RfcMoveToFirstRow(table, &info);
+  SAP_UC buffer[16];
+  for (unsigned i = 0; i < count; ++i) {
+    FlatRow& r = rows[i];
+    RFC_STRUCTURE_HANDLE row = sdk.RfcGetCurrentRow(table, &info);
+    sdk.RfcGetChars(row, u"CHAR", buffer, 10, &info);
+    r.text.assign(buffer, Trimmed(buffer, 10));
+    sdk.RfcGetChars(row, u"NUMC", buffer, 8, &info);
+    r.numc.assign(buffer, 8);
+    sdk.RfcGetDate(row, u"DATE", r.date, &info);
+    sdk.RfcGetTime(row, u"TIME", r.time, &info);
+    unsigned written = 0;
+    sdk.RfcGetXString(row, u"RAW", r.raw, 4, &written, &info);
+    sdk.RfcGetChars(row, u"PACKED", buffer, 16, &info);
+    r.packed.assign(buffer, Trimmed(buffer, 16));
+    sdk.RfcGetFloat(row, u"FLOAT", &r.number, &info);
+    sdk.RfcGetInt(row, u"INT", &r.integer, &info);
+    sdk.RfcGetInt1(row, u"INT1", &r.tiny, &info);
+    sdk.RfcGetInt2(row, u"INT2", &r.small, &info);
+    if (i + 1 < count) sdk.RfcMoveToNextRow(table, &info);
+  }
+  sdk.RfcDestroyFunction(f, &info);
+  return true;
+}
+
+// ------------------------------------------------------------- the run
+
+struct Figures {
+  double nwMs = 0, sdkMs = 0, soapMs = 0;
+} g_figures;
+
+double Median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0.0 : v[v.size() / 2];
+}
+
+// The three in one loop, so that load from elsewhere on the machine falls on
+// all alike. Counters: the median time of each and the ratio of the NW
+// session to the SDK alone.
+void BM_TableRoundTripSideBySide(benchmark::State& state) {
+  CComPtr<ISession> nw = NWSession(), soap = SoapSession();
+  if (!nw || !soap || !Connect(nw) || !Connect(soap)) return state.SkipWithError("a session does not connect");
+  CComPtr<IFunctionCall> nwCall = FilledCall(nw), soapCall = FilledCall(soap);
+  if (!nwCall || !soapCall) return state.SkipWithError("Z_VSIM_TYPES does not import");
+  const EntryPoints& sdk = *veltrane::nwrfc::NWRfcLibrary::Loaded();
+  const std::u16string host = Wide(Sim().rfcHost()), port = Wide(std::to_string(Sim().rfcPort()));
+  const RFC_CONNECTION_PARAMETER params[] = {{u"ashost", host.c_str()}, {u"gwserv", port.c_str()}, {u"client", u"001"},
+                                             {u"user", u"DEMO"},        {u"passwd", u"Welcome1"},  {u"lang", u"EN"}};
+  RFC_ERROR_INFO info;
+  RFC_CONNECTION_HANDLE connection = sdk.RfcOpenConnection(params, 6, &info);
+  RFC_FUNCTION_DESC_HANDLE desc = connection ? sdk.RfcGetFunctionDesc(connection, u"Z_VSIM_TYPES", &info) : nullptr;
+  if (!desc) return state.SkipWithError("the SDK does not connect");
+  std::vector<FlatRow> rows = SdkRows();
+
+  using clock = std::chrono::steady_clock;
+  auto ms = [](clock::time_point a, clock::time_point b) {
+    return std::chrono::duration<double, std::milli>(b - a).count();
+  };
+  std::vector<double> viaSession, viaSdk, viaSoap;
+  for (auto _ : state) {
+    const auto t0 = clock::now();
+    const HRESULT hr = nw->CallFunction(nwCall, VARIANT_TRUE);
+    const auto t1 = clock::now();
+    const bool direct = SdkRoundTrip(sdk, connection, desc, rows);
+    const auto t2 = clock::now();
+    const HRESULT soapHr = soap->CallFunction(soapCall, VARIANT_TRUE);
+    const auto t3 = clock::now();
+    VARIANT_BOOL nwError = VARIANT_FALSE, soapError = VARIANT_FALSE;
+    nw->get_Error(&nwError);
+    soap->get_Error(&soapError);
+    if (hr != S_OK || nwError || !direct || soapHr != S_OK || soapError) {
+      state.SkipWithError("a call failed");
+      break;
+    }
+    viaSession.push_back(ms(t0, t1));
+    viaSdk.push_back(ms(t1, t2));
+    viaSoap.push_back(ms(t2, t3));
+  }
+  sdk.RfcCloseConnection(connection, nullptr);
+  g_figures = {Median(viaSession), Median(viaSdk), Median(viaSoap)};
+  state.counters["nwrfc_ms"] = g_figures.nwMs;
+  state.counters["sdk_ms"] = g_figures.sdkMs;
+  state.counters["soap_ms"] = g_figures.soapMs;
+  if (g_figures.sdkMs > 0) state.counters["ratio"] = g_figures.nwMs / g_figures.sdkMs;
+  state.SetItemsProcessed(state.iterations() * kRows);
+}
+BENCHMARK(BM_TableRoundTripSideBySide)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(5);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  if (g_figures.sdkMs > 0)
+    std::printf(
+        "TT_FLAT, %d rows of ten fields out and back (median): NWRfcSession %.0f ms, the SDK alone %.0f ms, "
+        "ratio %.2f (goal: within 1.5); SoapSession %.0f ms\n",
+        kRows, g_figures.nwMs, g_figures.sdkMs, g_figures.nwMs / g_figures.sdkMs, g_figures.soapMs);
+  benchmark::Shutdown();
+  CoUninitialize();
+  return 0;
+}
