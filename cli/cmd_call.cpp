@@ -233,13 +233,7 @@ void sendTransactional(const ParsedArgs& args, Connection& connection, IFunction
   result["tid"] = tid;
   result["sent"] = sends;
   result["confirmed"] = confirm;
-  if (format == Format::Json) {
-    printJson(std::cout, result);
-  } else {
-    TextTable table{{"PROPERTY", "VALUE"}, {}, {}};
-    for (const auto& [key, value] : result.items()) table.rows.push_back({key, cellText(value)});
-    printTable(std::cout, table);
-  }
+  printProperties(std::cout, result, format);
 }
 
 int runCall(const ParsedArgs& args) {

@@ -13,11 +13,7 @@ namespace {
 void printAnswer(Format format, const std::string& key, bool value) {
   Json result = Json::object();
   result[key] = value;
-  if (format == Format::Json) {
-    printJson(std::cout, result);
-  } else {
-    printTable(std::cout, TextTable{{"PROPERTY", "VALUE"}, {}, {{key, value ? "true" : "false"}}});
-  }
+  printProperties(std::cout, result, format);
 }
 
 int runCheckPassword(const ParsedArgs& args) {

@@ -26,13 +26,7 @@ int runConfirm(const ParsedArgs& args) {
   Json result = Json::object();
   result["tid"] = tid;
   result["confirmed"] = true;
-  if (format == Format::Json) {
-    printJson(std::cout, result);
-  } else {
-    TextTable table{{"PROPERTY", "VALUE"}, {}, {}};
-    for (const auto& [key, value] : result.items()) table.rows.push_back({key, cellText(value)});
-    printTable(std::cout, table);
-  }
+  printProperties(std::cout, result, format);
   return 0;
 }
 

@@ -26,13 +26,7 @@ int runPing(const ParsedArgs& args) {
   result["language"] = s.language;
   result["stateful"] = s.stateful;
   connection.close();
-  if (format == Format::Json) {
-    printJson(std::cout, result);
-  } else {
-    TextTable table{{"PROPERTY", "VALUE"}, {}, {}};
-    for (const auto& [key, value] : result.items()) table.rows.push_back({key, cellText(value)});
-    printTable(std::cout, table);
-  }
+  printProperties(std::cout, result, format);
   return 0;
 }
 

@@ -45,6 +45,13 @@ std::string cellText(const Json& value) {
   return shown;
 }
 
+void printProperties(std::ostream& out, const Json& object, Format format) {
+  if (format == Format::Json) return printJson(out, object);
+  TextTable table{{"PROPERTY", "VALUE"}, {}, {}};
+  for (const auto& [key, value] : object.items()) table.rows.push_back({key, cellText(value)});
+  printTable(out, table);
+}
+
 void printTable(std::ostream& out, const TextTable& table) {
   const size_t columns = table.headers.size();
   std::vector<size_t> width(columns, 0);

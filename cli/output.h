@@ -27,6 +27,9 @@ struct TextTable {
 // blanks cut.
 void printTable(std::ostream& out, const TextTable& table);
 
+// A flat result object: as JSON, or as a PROPERTY/VALUE table of its members.
+void printProperties(std::ostream& out, const Json& object, Format format);
+
 // A JSON value as a cell: strings bare, null empty, objects and arrays as
 // compact JSON; line breaks and tabs shown as \n, \r, \t.
 std::string cellText(const Json& value);

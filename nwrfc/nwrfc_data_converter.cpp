@@ -51,6 +51,11 @@ void TraceValue(std::u16string_view parentName, std::u16string_view name, const 
              __FILE__, __LINE__);
 }
 
+// "<call>(<table>[<row>])", the context of a failed cursor call.
+std::u16string RowContext(const char16_t* call, const std::u16string& table, long row) {
+  return std::u16string(call) + u"(" + table + u"[" + Utf8ToWide(std::to_string(row)) + u"])";
+}
+
 std::u16string NameOf(IRfcField* field, HRESULT* hr) {
   CComBSTR name;
   *hr = field->get_name(&name);
@@ -99,6 +104,20 @@ struct CNWRFCDataConverter::RowPlan {
 HRESULT CNWRFCDataConverter::SdkFailure(std::u16string_view context) {
   return veltrane::nwrfc::ReportRfcError(m_errorInfo ? *m_errorInfo : RFC_ERROR_INFO{}, context, Text::RfcError,
                                          m_clsid);
+}
+
+RFC_STRUCTURE_HANDLE CNWRFCDataConverter::CurrentRow(RFC_TABLE_HANDLE table, std::u16string_view context, HRESULT* hr) {
+  RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+  if (row) return row;
+  // No row is a failure, whatever the record says.
+  *hr = SdkFailure(context);
+  if (SUCCEEDED(*hr)) *hr = ReportError(m_clsid, Text::RfcError);
+  return nullptr;
+}
+
+HRESULT CNWRFCDataConverter::NextRow(RFC_TABLE_HANDLE table, const std::u16string& name, long row) {
+  if (m_sdk.RfcMoveToNextRow(table, m_errorInfo) == RFC_OK) return S_OK;
+  return SdkFailure(RowContext(u"RfcMoveToNextRow", name, row));
 }
 
 // ------------------------------------------------------------ whole calls
@@ -214,25 +233,42 @@ HRESULT CNWRFCDataConverter::putRfcArgs(IRfcParameters* parameters, DATA_CONTAIN
 
 // ------------------------------------------------------------------ fields
 
-HRESULT CNWRFCDataConverter::getRfcField(DATA_CONTAINER_HANDLE container, IRfcField* field, bool traceValues,
-                                         std::u16string_view parentName) {
+HRESULT CNWRFCDataConverter::FieldHead(IRfcField* field, const char* place, std::u16string* name, RFCTYPEKIND* kind) {
   HRESULT hr;
-  const std::u16string name = NameOf(field, &hr);
+  *name = NameOf(field, &hr);
   if (FAILED(hr)) return Traced(hr, "get_name()");
   CComPtr<IRfcType> type;
+  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_Kind(kind)))
+    return Traced(hr, boost::format("%1%(%2%)") % place % Narrow(*name));
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::SubStructure(DATA_CONTAINER_HANDLE container, IRfcField* field, const std::u16string& name,
+                                          std::u16string_view failure, IRfcFields** fields,
+                                          RFC_STRUCTURE_HANDLE* structure) {
+  HRESULT hr = field->get_Fields(fields);
+  if (FAILED(hr)) return Traced(hr, boost::format("%1%: get_Fields()") % Narrow(name));
+  Required(*fields);
+  *structure = nullptr;
+  if (m_sdk.RfcGetStructure(container, name.c_str(), structure, m_errorInfo) != RFC_OK &&
+      FAILED(hr = SdkFailure(failure)))
+    return hr;
+  return S_OK;
+}
+
+HRESULT CNWRFCDataConverter::getRfcField(DATA_CONTAINER_HANDLE container, IRfcField* field, bool traceValues,
+                                         std::u16string_view parentName) {
+  std::u16string name;
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
-  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_Kind(&kind)))
-    return Traced(hr, boost::format("get_RfcType(%1%)") % Narrow(name));
+  HRESULT hr = FieldHead(field, "get_RfcType", &name, &kind);
+  if (FAILED(hr)) return hr;
   switch (kind) {
     case RFCTYPEKIND_SCALAR: return getScalarVal(container, field, traceValues, parentName);
     case RFCTYPEKIND_STRUCT: {
       CComPtr<IRfcFields> fields;
-      if (FAILED(hr = field->get_Fields(&fields))) return Traced(hr, boost::format("%1%: get_Fields()") % Narrow(name));
       RFC_STRUCTURE_HANDLE structure = nullptr;
-      if (m_sdk.RfcGetStructure(container, name.c_str(), &structure, m_errorInfo) != RFC_OK &&
-          FAILED(hr = SdkFailure(name)))
-        return hr;
-      if (FAILED(hr = getStructFields(structure, Required(fields.p), traceValues, name)))
+      if (FAILED(hr = SubStructure(container, field, name, name, &fields, &structure))) return hr;
+      if (FAILED(hr = getStructFields(structure, fields, traceValues, name)))
         return Traced(hr, boost::format("GetStructFields(%1%)") % Narrow(name));
       return S_OK;
     }
@@ -243,23 +279,18 @@ HRESULT CNWRFCDataConverter::getRfcField(DATA_CONTAINER_HANDLE container, IRfcFi
 
 HRESULT CNWRFCDataConverter::putRfcField(IRfcField* field, DATA_CONTAINER_HANDLE container, bool traceValues,
                                          std::u16string_view parentName) {
-  HRESULT hr;
-  const std::u16string name = NameOf(field, &hr);
-  if (FAILED(hr)) return Traced(hr, "get_name()");
-  CComPtr<IRfcType> type;
+  std::u16string name;
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
-  if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_Kind(&kind)))
-    return Traced(hr, boost::format("putRfcField(%1%)") % Narrow(name));
+  HRESULT hr = FieldHead(field, "putRfcField", &name, &kind);
+  if (FAILED(hr)) return hr;
   switch (kind) {
     case RFCTYPEKIND_SCALAR: return putScalarVal(field, container, traceValues, parentName);
     case RFCTYPEKIND_STRUCT: {
       CComPtr<IRfcFields> fields;
-      if (FAILED(hr = field->get_Fields(&fields))) return Traced(hr, boost::format("%1%: get_Fields()") % Narrow(name));
       RFC_STRUCTURE_HANDLE structure = nullptr;
-      if (m_sdk.RfcGetStructure(container, name.c_str(), &structure, m_errorInfo) != RFC_OK &&
-          FAILED(hr = SdkFailure(u"RfcGetStructure([" + name + u"])")))
+      if (FAILED(hr = SubStructure(container, field, name, u"RfcGetStructure([" + name + u"])", &fields, &structure)))
         return hr;
-      if (FAILED(hr = putStructFields(Required(fields.p), structure, traceValues, name)))
+      if (FAILED(hr = putStructFields(fields, structure, traceValues, name)))
         return Traced(hr, boost::format("putStructFields(%1%)") % Narrow(name));
       return S_OK;
     }
@@ -324,19 +355,13 @@ HRESULT CNWRFCDataConverter::GetTable(DATA_CONTAINER_HANDLE container, IRfcField
   }
   // Rows of another implementation: one at a time through the interfaces.
   for (unsigned i = 0; i < count; ++i) {
-    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
-    if (!row) {
-      const std::u16string context = u"RfcGetCurrentRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])";
-      hr = SdkFailure(context);
-      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
-    }
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, RowContext(u"RfcGetCurrentRow", name, i), &hr);
+    if (!row) return hr;
     CComPtr<IRfcFields> fields;
     if (FAILED(hr = rows->AddRow(&fields))) return Traced(hr, "AddRow");
     if (FAILED(hr = getStructFields(row, Required(fields.p), false, u"")))
       return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(name) % i);
-    if (i + 1 < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
-        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])")))
-      return hr;
+    if (i + 1 < count && FAILED(hr = NextRow(table, name, i))) return hr;
   }
   return S_OK;
 }
@@ -359,11 +384,10 @@ HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* ro
   VARIANT value;
   VariantInit(&value);
   for (unsigned i = 0; i < count; ++i) {
-    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, RowContext(u"RfcGetCurrentRow", name, i), &hr);
     if (!row) {
       keepRows(i);
-      hr = SdkFailure(u"RfcGetCurrentRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])");
-      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
+      return hr;
     }
     CRfcField* const* cell = cells.data() + static_cast<size_t>(i) * width;
     for (size_t j = 0; j < width; ++j) {
@@ -380,8 +404,7 @@ HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* ro
         return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(name) % i);
       }
     }
-    if (i + 1 < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
-        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])"))) {
+    if (i + 1 < count && FAILED(hr = NextRow(table, name, i))) {
       keepRows(i + 1);
       return hr;
     }
@@ -414,16 +437,11 @@ HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE co
     CComPtr<IRfcFields> fields;
     if (FAILED(hr = rows->get_Item(i, &fields)))
       return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(name) % i);
-    RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
-    if (!row) {
-      hr = SdkFailure(u"RfcGetCurrentRow([" + name + u"])");
-      return FAILED(hr) ? hr : ReportError(m_clsid, Text::RfcError);
-    }
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, u"RfcGetCurrentRow([" + name + u"])", &hr);
+    if (!row) return hr;
     if (FAILED(hr = PutRow(Required(fields.p), planned ? &plan : nullptr, row)))
       return Traced(hr, boost::format("PutStructFields(%1%[%2%])") % Narrow(name) % i);
-    if (i < count && m_sdk.RfcMoveToNextRow(table, m_errorInfo) != RFC_OK &&
-        FAILED(hr = SdkFailure(u"RfcMoveToNextRow(" + name + u"[" + Utf8ToWide(std::to_string(i)) + u"])")))
-      return hr;
+    if (i < count && FAILED(hr = NextRow(table, name, i))) return hr;
   }
   return S_OK;
 }

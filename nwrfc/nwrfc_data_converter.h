@@ -35,6 +35,7 @@
 
 #include "nwrfc/nwrfc_library.h"
 #include "nwrfc/nwrfc_types.h"
+#include "platform/atlbase.h"
 #include "platform/oaidl.h"
 #include "veltrane_tlb.h"
 
@@ -98,6 +99,15 @@ class CNWRFCDataConverter {
                     VARIANT& value);
 
   HRESULT SdkFailure(std::u16string_view context);
+  // A field's name and kind; a failure traced with place.
+  HRESULT FieldHead(IRfcField* field, const char* place, std::u16string* name, RFCTYPEKIND* kind);
+  // A structure's fields and its container; a failed RfcGetStructure is
+  // reported with the context `failure`.
+  HRESULT SubStructure(DATA_CONTAINER_HANDLE container, IRfcField* field, const std::u16string& name,
+                       std::u16string_view failure, IRfcFields** fields, RFC_STRUCTURE_HANDLE* structure);
+  // The table's current row; null, with *hr, when there is none.
+  RFC_STRUCTURE_HANDLE CurrentRow(RFC_TABLE_HANDLE table, std::u16string_view context, HRESULT* hr);
+  HRESULT NextRow(RFC_TABLE_HANDLE table, const std::u16string& name, long row);
 
   const veltrane::nwrfc::EntryPoints& m_sdk;
   RFC_ERROR_INFO* m_errorInfo;

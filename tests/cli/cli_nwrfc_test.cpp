@@ -37,14 +37,7 @@ class CliNwRfc : public ::testing::Test {
     return clitest::runProgram(VELTRANE_CLI_PROGRAM, args, env);
   }
 
-  static Json json(const RunResult& r) {
-    try {
-      return Json::parse(r.out);
-    } catch (const std::exception& e) {
-      ADD_FAILURE() << "not JSON: " << e.what() << "\n" << r.out << "\nstderr: " << r.err;
-      return Json();
-    }
-  }
+  static Json json(const RunResult& r) { return clitest::outputJson(r); }
 
   static vsim::testing::SimProcess* sim_;
 };

@@ -59,14 +59,7 @@ class CliProgram : public ::testing::Test {
     return p.string();
   }
 
-  static Json json(const RunResult& r) {
-    try {
-      return Json::parse(r.out);
-    } catch (const std::exception& e) {
-      ADD_FAILURE() << "not JSON: " << e.what() << "\n" << r.out << "\nstderr: " << r.err;
-      return Json();
-    }
-  }
+  static Json json(const RunResult& r) { return clitest::outputJson(r); }
 
   static vsim::testing::SimProcess* sim_;
   fs::path dir_;

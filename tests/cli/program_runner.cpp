@@ -1,5 +1,7 @@
 #include "program_runner.h"
 
+#include <gtest/gtest.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
@@ -74,6 +76,15 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return result;
+}
+
+nlohmann::ordered_json outputJson(const RunResult& r) {
+  try {
+    return nlohmann::ordered_json::parse(r.out);
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << "not JSON: " << e.what() << "\n" << r.out << "\nstderr: " << r.err;
+    return nlohmann::ordered_json();
+  }
 }
 
 }  // namespace clitest

@@ -2,6 +2,8 @@
 // input, and collects its output.
 #pragma once
 
+#include <nlohmann/json.hpp>
+
 #include <map>
 #include <optional>
 #include <string>
@@ -20,5 +22,8 @@ struct RunResult {
 // its own, so /dev/tty is not available to it.
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const std::map<std::string, std::optional<std::string>>& env = {});
+
+// The program's standard output as JSON; a test failure, and null, when it is none.
+nlohmann::ordered_json outputJson(const RunResult& result);
 
 }  // namespace clitest

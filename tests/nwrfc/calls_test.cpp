@@ -18,27 +18,17 @@ constexpr HRESULT kFunctionNotFound = static_cast<HRESULT>(0x8004021C);
 constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
 constexpr HRESULT kTicketModuleRequired = static_cast<HRESULT>(0x80040221);
 
-class Calls : public NWTest {
+class Calls : public SessionTest {
  protected:
-  void SetUp() override {
-    NWTest::SetUp();
-    m_session = ConnectedSession();
-  }
   void TearDown() override {
     if (m_sink) {
       m_point->Unadvise(m_cookie);
       m_point.Release();
       m_sink->Release();
     }
-    m_session.Release();
-    NWTest::TearDown();
+    SessionTest::TearDown();
   }
 
-  CComPtr<IFunctionCall> Import(const char16_t* name) {
-    CComPtr<IFunctionCall> call;
-    EXPECT_EQ(m_session->ImportCall(CComBSTR(name), VARIANT_FALSE, &call), S_OK) << ErrorDescription();
-    return call;
-  }
   CComPtr<IFunctionCall> Raise(std::initializer_list<std::pair<const char16_t*, const char16_t*>> values) {
     CComPtr<IFunctionCall> call = Import(u"Z_VSIM_RAISE");
     for (const auto& [name, value] : values) SetValue(call, u"Importing", name, CComVariant(value));
@@ -56,7 +46,6 @@ class Calls : public NWTest {
     return active == VARIANT_TRUE;
   }
 
-  CComPtr<IRfcSession> m_session;
   test_support::EventSink* m_sink = nullptr;
   CComPtr<IConnectionPoint> m_point;
   DWORD m_cookie = 0;

@@ -16,12 +16,11 @@ using veltrane::nwrfc::SapText;
 constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
 constexpr HRESULT kInvalidDateTime = static_cast<HRESULT>(0x80040215);
 
-class Converter : public NWTest {
+class Converter : public SessionTest {
  protected:
   void SetUp() override {
-    NWTest::SetUp();
-    m_session = ConnectedSession();
-    ASSERT_EQ(m_session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &m_call), S_OK) << ErrorDescription();
+    SessionTest::SetUp();
+    m_call = Import(u"Z_VSIM_TYPES");
     m_connection = std::make_unique<RawConnection>();
     m_function = std::make_unique<Function>(*m_connection, u"Z_VSIM_TYPES");
   }
@@ -29,8 +28,7 @@ class Converter : public NWTest {
     m_function.reset();
     m_connection.reset();
     m_call.Release();
-    m_session.Release();
-    NWTest::TearDown();
+    SessionTest::TearDown();
   }
 
   HRESULT Out() { return Converter_().FillOutgoingArgs(m_call, fn()); }
@@ -52,7 +50,6 @@ class Converter : public NWTest {
 
   void SetInt(const char16_t* name, RFC_INT value) { ASSERT_EQ(Sdk().RfcSetInt(fn(), name, value, nullptr), RFC_OK); }
 
-  CComPtr<IRfcSession> m_session;
   CComPtr<IFunctionCall> m_call;
   std::unique_ptr<RawConnection> m_connection;
   std::unique_ptr<Function> m_function;

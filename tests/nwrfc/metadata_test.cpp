@@ -18,25 +18,7 @@ using veltrane::nwrfc::SapText;
 constexpr HRESULT kFunctionNotFound = static_cast<HRESULT>(0x8004021C);
 constexpr HRESULT kTypeDoesNotExist = static_cast<HRESULT>(0x8004020C);
 
-class Metadata : public NWTest {
- protected:
-  void SetUp() override {
-    NWTest::SetUp();
-    m_session = ConnectedSession();
-  }
-  void TearDown() override {
-    m_session.Release();
-    NWTest::TearDown();
-  }
-
-  CComPtr<IFunctionCall> Import(const char16_t* name, VARIANT_BOOL ignore = VARIANT_FALSE) {
-    CComPtr<IFunctionCall> call;
-    EXPECT_EQ(m_session->ImportCall(CComBSTR(name), ignore, &call), S_OK) << ErrorDescription();
-    return call;
-  }
-
-  CComPtr<IRfcSession> m_session;
-};
+using Metadata = SessionTest;
 
 struct TypeFacts {
   std::string name;

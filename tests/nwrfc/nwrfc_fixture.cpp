@@ -232,4 +232,20 @@ void NWTest::TearDown() {
   CoUninitialize();
 }
 
+void SessionTest::SetUp() {
+  NWTest::SetUp();
+  m_session = ConnectedSession();
+}
+
+void SessionTest::TearDown() {
+  m_session.Release();
+  NWTest::TearDown();
+}
+
+CComPtr<IFunctionCall> SessionTest::Import(const char16_t* name, VARIANT_BOOL ignoreUnsupportedParams) {
+  CComPtr<IFunctionCall> call;
+  EXPECT_EQ(m_session->ImportCall(CComBSTR(name), ignoreUnsupportedParams, &call), S_OK) << ErrorDescription();
+  return call;
+}
+
 }  // namespace nwtest

@@ -102,4 +102,16 @@ class NWTest : public ::testing::Test {
   void TearDown() override;
 };
 
+// The same with a session of DEMO, connected.
+class SessionTest : public NWTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // ImportCall on the session, expected to succeed.
+  CComPtr<IFunctionCall> Import(const char16_t* name, VARIANT_BOOL ignoreUnsupportedParams = VARIANT_FALSE);
+
+  CComPtr<IRfcSession> m_session;
+};
+
 }  // namespace nwtest

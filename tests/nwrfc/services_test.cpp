@@ -7,24 +7,13 @@
 namespace nwtest {
 namespace {
 
-class Services : public NWTest {
+class Services : public SessionTest {
  protected:
-  void SetUp() override {
-    NWTest::SetUp();
-    m_session = ConnectedSession();
-  }
-  void TearDown() override {
-    m_session.Release();
-    NWTest::TearDown();
-  }
-
   CComPtr<ITableReader> Reader(const char16_t* table) {
     CComPtr<ITableReader> reader;
     EXPECT_EQ(m_session->GetTableReader(CComBSTR(table), &reader), S_OK);
     return reader;
   }
-
-  CComPtr<IRfcSession> m_session;
 };
 
 std::vector<std::string> Column(IRfcRows* rows, const char16_t* field) {

@@ -12,17 +12,8 @@ constexpr HRESULT kNotConnected = static_cast<HRESULT>(0x80040208);
 constexpr HRESULT kRfcError = static_cast<HRESULT>(0x8004021F);
 constexpr HRESULT kInvalidTransactionId = static_cast<HRESULT>(0x80040220);
 
-class Transactions : public NWTest {
+class Transactions : public SessionTest {
  protected:
-  void SetUp() override {
-    NWTest::SetUp();
-    m_session = ConnectedSession();
-  }
-  void TearDown() override {
-    m_session.Release();
-    NWTest::TearDown();
-  }
-
   // A call of Z_VSIM_COUNT_RUNS under a key of this test.
   CComPtr<IFunctionCall> CountRuns(bool readOnly = false) {
     CComPtr<IFunctionCall> call;
@@ -44,7 +35,6 @@ class Transactions : public NWTest {
     return tid;
   }
 
-  CComPtr<IRfcSession> m_session;
   std::u16string m_key = Utf8ToWide("NWTRFC-" + std::to_string(++s_keys) + "-" + std::to_string(getpid()));
   static inline std::atomic<int> s_keys{0};
 };

@@ -1,25 +1,14 @@
-// The simulated system as the NW RFC session reaches it: veltrane-sim with
-// the contract's modules, its RFC front through our libsapnwrfc.so, and the
-// control endpoint of its SOAP front.
-#include <regex>
-
-#include "contract.h"
-#include "loopback.h"
-#include "testing/sim_process.h"
+// The simulated system as the NW RFC session reaches it: its RFC front
+// through our libsapnwrfc.so.
+#include "sim_system.h"
 
 namespace contract {
 
 namespace {
 
-vsim::testing::SimOptions Options() {
-  vsim::testing::SimOptions options;
-  options.args = {"--data-dir", ContractDataDir()};
-  return options;
-}
-
-class NWRfcSystem final : public ContractSystem {
+class NWRfcSystem final : public SimContractSystem {
  public:
-  NWRfcSystem() : m_sim(Options()) {}
+  NWRfcSystem() : SimContractSystem("rfcRequests", false) {}
 
   CComPtr<ISession> NewSession(const char16_t* user, const char16_t* password) override {
     CComPtr<IRfcSession> session;
@@ -30,38 +19,15 @@ class NWRfcSystem final : public ContractSystem {
     session->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(VELTRANE_NWRFC_SDK_DIR));
     CComPtr<IRfcSystemData> system;
     session->get_RfcSystemData(&system);
-    const std::string connect = "ashost=" + m_sim.rfcHost() + " gwserv=" + std::to_string(m_sim.rfcPort());
+    const std::string connect = "ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort());
     system->put_ConnectString(CComBSTR(std::u16string(connect.begin(), connect.end())));
-    CComPtr<ILogonData> logon;
-    session->get_LogonData(&logon);
-    logon->put_Client(CComBSTR(u"001"));
-    logon->put_Language(CComBSTR(u"EN"));
-    logon->put_User(CComBSTR(user));
-    logon->put_Password(CComBSTR(password));
+    SetLogon(session, user, password);
     return CComPtr<ISession>(session.p);
   }
 
   void DelayNextAnswer(int milliseconds) override {
     Control("fault?front=rfc&fault=delay:" + std::to_string(milliseconds) + "&count=1");
   }
-
-  long Requests() override {
-    const std::string body = Control("status");
-    std::smatch m;
-    if (!std::regex_search(body, m, std::regex("\"rfcRequests\":([0-9]+)"))) return -1;
-    return std::stol(m[1]);
-  }
-
-  void Reset() override { Control("reset"); }
-
- private:
-  std::string Control(const std::string& what) {
-    std::string body;
-    EXPECT_EQ(soaptest::SimControl(m_sim.soapUrl(), what, &body), 200) << what;
-    return body;
-  }
-
-  vsim::testing::SimProcess m_sim;
 };
 
 }  // namespace
