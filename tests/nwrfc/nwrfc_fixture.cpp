@@ -6,6 +6,7 @@
 #include "loopback.h"
 #include "platform/unicode.h"
 #include "runtime/trace.h"
+#include "sim_logon.h"
 
 namespace nwtest {
 
@@ -55,12 +56,7 @@ CComPtr<IRfcSession> NewSession(const char16_t* user, const char16_t* password) 
   CComPtr<IRfcSystemData> system;
   session->get_RfcSystemData(&system);
   system->put_ConnectString(CComBSTR(ConnectString()));
-  CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(user));
-  logon->put_Password(CComBSTR(password));
+  test_support::SetSimLogon(session, user, password);
   return session;
 }
 

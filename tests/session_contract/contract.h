@@ -45,17 +45,6 @@ class ContractSystem {
 // CallFinished), or nothing, where the back end's SDK cannot stop a call.
 enum class AbortCall { StopsTheCall, LetsTheCallFinish };
 
-// The logon of the contract's sessions: client 001, language EN, user and
-// password.
-inline void SetLogon(ISession* session, const char16_t* user, const char16_t* password) {
-  CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(user));
-  logon->put_Password(CComBSTR(password));
-}
-
 // One back end: its name, what SessionType says, how to reach the system,
 // and what its AbortCall does.
 struct SessionBackend {

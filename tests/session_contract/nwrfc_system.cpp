@@ -1,5 +1,6 @@
 // The simulated system as the NW RFC session reaches it: its RFC front
 // through our libsapnwrfc.so.
+#include "sim_logon.h"
 #include "sim_system.h"
 
 namespace contract {
@@ -21,7 +22,7 @@ class NWRfcSystem final : public SimContractSystem {
     session->get_RfcSystemData(&system);
     const std::string connect = "ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort());
     system->put_ConnectString(CComBSTR(std::u16string(connect.begin(), connect.end())));
-    SetLogon(session, user, password);
+    test_support::SetSimLogon(session, user, password);
     return CComPtr<ISession>(session.p);
   }
 

@@ -1,4 +1,5 @@
 // The simulated system as the SOAP session reaches it: its SOAP front.
+#include "sim_logon.h"
 #include "sim_system.h"
 
 namespace contract {
@@ -20,7 +21,7 @@ class SoapSystem final : public SimContractSystem {
     session->get_HttpSystemData(&system);
     system->put_Host(CComBSTR(u"127.0.0.1"));
     system->put_Port(Sim().soapPort());
-    SetLogon(session, user, password);
+    test_support::SetSimLogon(session, user, password);
     return CComPtr<ISession>(session.p);
   }
 
