@@ -43,16 +43,22 @@ TEST(Module, ClassesOutsideTheObjectMapHaveNoFactory) {
 // The map holds the creatable classes this tree implements; the others of
 // the library have no factory yet.
 TEST(Module, ObjectMapHoldsTheImplementedCreatableClasses) {
-  ASSERT_EQ(veltrane::shell::ObjectMap().size(), 1u);
-  EXPECT_EQ(*veltrane::shell::ObjectMap()[0].clsid, CLSID_SoapSession);
+  ASSERT_EQ(veltrane::shell::ObjectMap().size(), 2u);
   EXPECT_NE(veltrane::shell::FindObjectEntry(CLSID_SoapSession), nullptr);
+  EXPECT_NE(veltrane::shell::FindObjectEntry(CLSID_NWRfcSession), nullptr);
   void* p = reinterpret_cast<void*>(1);
   EXPECT_EQ(DllGetClassObject(CLSID_RfcSession, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
   EXPECT_EQ(p, nullptr);
-  CComPtr<ISoapSession> session;
-  EXPECT_EQ(veltrane::shell::ObjectMap()[0].createInstance(IID_ISoapSession, reinterpret_cast<void**>(&session)),
+  CComPtr<ISoapSession> soap;
+  EXPECT_EQ(veltrane::shell::FindObjectEntry(CLSID_SoapSession)
+                ->createInstance(IID_ISoapSession, reinterpret_cast<void**>(&soap)),
             S_OK);
-  EXPECT_TRUE(session);
+  EXPECT_TRUE(soap);
+  CComPtr<IRfcSession> nw;
+  EXPECT_EQ(veltrane::shell::FindObjectEntry(CLSID_NWRfcSession)
+                ->createInstance(IID_IRfcSession, reinterpret_cast<void**>(&nw)),
+            S_OK);
+  EXPECT_TRUE(nw);
 }
 
 TEST(Module, ObjectMapEntriesAreCreatableClasses) {
