@@ -91,8 +91,14 @@ bool IsInitialValue(const VARIANT& value, const char16_t* zeros) {
   return IsInitialText(value, zeros);
 }
 
-void CopyAscii(char16_t* target, const char* text, size_t count) {
-  for (size_t i = 0; i < count; ++i) target[i] = static_cast<char16_t>(static_cast<unsigned char>(text[i]));
+// A number into width places, right-aligned, pad in front.
+void PutNumber(char16_t* target, unsigned value, int width, char16_t pad) {
+  int i = width;
+  do {
+    target[--i] = static_cast<char16_t>(u'0' + value % 10);
+    value /= 10;
+  } while (value != 0 && i > 0);
+  while (i > 0) target[--i] = pad;
 }
 
 // The first steps of the date and the time rule, alike but for the width:
@@ -248,9 +254,9 @@ void RfcVariantToDate(char16_t* target, VARIANT* value, const DateSpelling& spel
   if (!VariantTimeToSystemTime(value->date, &st))
     throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid date", u"RfcVariantToData(),TYPE_DATE",
                      VariantTraceText(*value));
-  char text[16];
-  std::snprintf(text, sizeof text, spelling.format, unsigned(st.wYear), unsigned(st.wMonth), unsigned(st.wDay));
-  CopyAscii(target, text, 8);
+  PutNumber(target, st.wYear, 4, spelling.yearPad);
+  PutNumber(target + 4, st.wMonth, 2, u'0');
+  PutNumber(target + 6, st.wDay, 2, u'0');
 }
 
 void RfcVariantToTime(char16_t* target, VARIANT* value) {
@@ -280,7 +286,7 @@ void RfcVariantToTime(char16_t* target, VARIANT* value) {
   if (!VariantTimeToSystemTime(value->date, &st))
     throw CXVeltrane(CXVeltrane::DATE_TIME_CONVERSION, u"not a valid time", u"RfcVariantToData(),TYPE_TIME",
                      VariantTraceText(*value));
-  char text[16];
-  std::snprintf(text, sizeof text, "%02u%02u%02u", unsigned(st.wHour), unsigned(st.wMinute), unsigned(st.wSecond));
-  CopyAscii(target, text, 6);
+  PutNumber(target, st.wHour, 2, u'0');
+  PutNumber(target + 2, st.wMinute, 2, u'0');
+  PutNumber(target + 4, st.wSecond, 2, u'0');
 }

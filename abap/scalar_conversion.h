@@ -85,13 +85,12 @@ HRESULT RfcTimeToVariant(VARIANT* result, const char16_t* chars);
 // texts; the SOAP codec's text takes the year padded with zeros, and the
 // failure names the conversion and the value.
 struct DateSpelling {
-  const char* format;                 // of year, month and day
+  char16_t yearPad;                   // fills a year of fewer than four digits
   const char16_t* conversionMessage;  // null: the failure has no texts
   const char16_t* conversionContext;
 };
-inline constexpr DateSpelling kSdkDateSpelling{"%4u%02u%02u", nullptr, nullptr};
-inline constexpr DateSpelling kSoapDateSpelling{"%04u%02u%02u", u"cannot convert to date",
-                                                u"RfcValueToString(),TYPE_DATE"};
+inline constexpr DateSpelling kSdkDateSpelling{u' ', nullptr, nullptr};
+inline constexpr DateSpelling kSoapDateSpelling{u'0', u"cannot convert to date", u"RfcValueToString(),TYPE_DATE"};
 
 // Writes 8 code units YYYYMMDD for value, changing value in place when it
 // must be converted. VT_NULL writes 8 NUL units; VT_EMPTY, VT_I4 0,

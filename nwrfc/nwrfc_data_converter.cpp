@@ -7,11 +7,15 @@
 
 #include "abap/scalar_conversion.h"
 #include "model/model.h"
+#include "nwrfc/model_values.h"
 #include "nwrfc/sdk_error.h"
 #include "platform/comdef.h"
 #include "platform/unicode.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
+
+using veltrane::nwrfc::FieldValue;
+using veltrane::nwrfc::RowFields;
 
 namespace {
 
@@ -106,11 +110,12 @@ HRESULT CNWRFCDataConverter::SdkFailure(std::u16string_view context) {
                                          m_clsid);
 }
 
-RFC_STRUCTURE_HANDLE CNWRFCDataConverter::CurrentRow(RFC_TABLE_HANDLE table, std::u16string_view context, HRESULT* hr) {
-  RFC_STRUCTURE_HANDLE row = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
-  if (row) return row;
+RFC_STRUCTURE_HANDLE CNWRFCDataConverter::CurrentRow(RFC_TABLE_HANDLE table, const std::u16string& name, long row,
+                                                     HRESULT* hr) {
+  RFC_STRUCTURE_HANDLE current = m_sdk.RfcGetCurrentRow(table, m_errorInfo);
+  if (current) return current;
   // No row is a failure, whatever the record says.
-  *hr = SdkFailure(context);
+  *hr = SdkFailure(row < 0 ? u"RfcGetCurrentRow([" + name + u"])" : RowContext(u"RfcGetCurrentRow", name, row));
   if (SUCCEEDED(*hr)) *hr = ReportError(m_clsid, Text::RfcError);
   return nullptr;
 }
@@ -355,7 +360,7 @@ HRESULT CNWRFCDataConverter::GetTable(DATA_CONTAINER_HANDLE container, IRfcField
   }
   // Rows of another implementation: one at a time through the interfaces.
   for (unsigned i = 0; i < count; ++i) {
-    RFC_STRUCTURE_HANDLE row = CurrentRow(table, RowContext(u"RfcGetCurrentRow", name, i), &hr);
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, name, i, &hr);
     if (!row) return hr;
     CComPtr<IRfcFields> fields;
     if (FAILED(hr = rows->AddRow(&fields))) return Traced(hr, "AddRow");
@@ -384,7 +389,7 @@ HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* ro
   VARIANT value;
   VariantInit(&value);
   for (unsigned i = 0; i < count; ++i) {
-    RFC_STRUCTURE_HANDLE row = CurrentRow(table, RowContext(u"RfcGetCurrentRow", name, i), &hr);
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, name, i, &hr);
     if (!row) {
       keepRows(i);
       return hr;
@@ -437,7 +442,7 @@ HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE co
     CComPtr<IRfcFields> fields;
     if (FAILED(hr = rows->get_Item(i, &fields)))
       return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(name) % i);
-    RFC_STRUCTURE_HANDLE row = CurrentRow(table, u"RfcGetCurrentRow([" + name + u"])", &hr);
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, name, -1, &hr);
     if (!row) return hr;
     if (FAILED(hr = PutRow(Required(fields.p), planned ? &plan : nullptr, row)))
       return Traced(hr, boost::format("PutStructFields(%1%[%2%])") % Narrow(name) % i);
@@ -450,22 +455,22 @@ HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE co
 // asking each field; without one (or for a row that does not fit it), as
 // any structure.
 HRESULT CNWRFCDataConverter::PutRow(IRfcFields* row, const RowPlan* plan, DATA_CONTAINER_HANDLE handle) {
-  LONG width = 0;
-  if (!plan || FAILED(row->get_Count(&width)) || static_cast<size_t>(width) != plan->members.size())
-    return putStructFields(row, handle, false, u"");
+  RowFields fields(row);
+  const LONG width = fields.Count();
+  if (!plan || static_cast<size_t>(width) != plan->members.size()) return putStructFields(row, handle, false, u"");
   HRESULT hr;
+  FieldValue value;
   for (LONG j = 1; j <= width; ++j) {
-    CComPtr<IRfcField> field;
-    if (FAILED(hr = row->get_Item(CComVariant(j), &field))) return Traced(hr, boost::format("get_Item(%1%)") % j);
+    IRfcField* field = fields.At(j, &hr);
+    if (FAILED(hr)) return Traced(hr, boost::format("get_Item(%1%)") % j);
     const RowPlan::Member& member = plan->members[static_cast<size_t>(j - 1)];
     if (member.kind != RFCTYPEKIND_SCALAR) {
-      if (FAILED(hr = putRfcField(Required(field.p), handle, false, u""))) return hr;
+      if (FAILED(hr = putRfcField(Required(field), handle, false, u""))) return hr;
       continue;
     }
-    CComVariant value;
-    if (FAILED(hr = Required(field.p)->get_value(&value))) return Traced(hr, "get_value()");
-    if (value.vt < VT_I2) continue;
-    if (FAILED(hr = WriteScalar(handle, member.name, member.type, value))) return hr;
+    if (FAILED(hr = value.Read(Required(field)))) return Traced(hr, "get_value()");
+    if (value.Get().vt < VT_I2) continue;
+    if (FAILED(hr = WriteScalar(handle, member.name, member.type, value.Get()))) return hr;
   }
   return S_OK;
 }
@@ -494,16 +499,16 @@ HRESULT CNWRFCDataConverter::putScalarVal(IRfcField* field, DATA_CONTAINER_HANDL
   HRESULT hr;
   const std::u16string name = NameOf(field, &hr);
   if (FAILED(hr)) return Traced(hr, "get_name()");
-  CComVariant value;
-  if (FAILED(hr = field->get_value(&value))) return Traced(hr, boost::format("get_value(%1%)") % Narrow(name));
+  FieldValue value;
+  if (FAILED(hr = value.Read(field))) return Traced(hr, boost::format("get_value(%1%)") % Narrow(name));
   // Nothing to send: the SDK keeps the field's initial value.
-  if (value.vt < VT_I2) return S_OK;
+  if (value.Get().vt < VT_I2) return S_OK;
   CComPtr<IRfcType> type;
   ABAPTYPE scalarType = TYPE_CHAR;
   if (FAILED(hr = field->get_RfcType(&type)) || FAILED(hr = Required(type.p)->get_ScalarType(&scalarType)))
     return Traced(hr, boost::format("get_RfcType(%1%)") % Narrow(name));
-  if (traceValues) TraceValue(parentName, name, value);
-  return WriteScalar(container, name, scalarType, value);
+  if (traceValues) TraceValue(parentName, name, value.Get());
+  return WriteScalar(container, name, scalarType, value.Get());
 }
 
 HRESULT CNWRFCDataConverter::ReadChars(DATA_CONTAINER_HANDLE container, const std::u16string& name, unsigned count,
@@ -605,31 +610,35 @@ HRESULT CNWRFCDataConverter::ReadScalar(DATA_CONTAINER_HANDLE container, const s
 }
 
 HRESULT CNWRFCDataConverter::WriteScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type,
-                                         VARIANT& value) {
+                                         const VARIANT& value) {
   const SAP_UC* field = name.c_str();
+  // The value in the type the setter takes: itself, or changed into a copy.
+  CComVariant changed;
+  const VARIANT* v = &value;
+  auto as = [&](VARTYPE vt) {
+    if (value.vt == vt) return S_OK;
+    const HRESULT hr = VariantChangeType(&changed, &value, 0, vt);
+    if (FAILED(hr)) return Traced(hr, boost::format("putRfcField(%1%)") % Narrow(name));
+    v = &changed;
+    return hr;
+  };
   HRESULT hr = S_OK;
   RFC_RC rc = RFC_OK;
-  auto change = [&](VARTYPE vt) {
-    if (value.vt == vt) return S_OK;
-    const HRESULT changed = VariantChangeType(&value, &value, 0, vt);
-    if (FAILED(changed)) Traced(changed, boost::format("putRfcField(%1%)") % Narrow(name));
-    return changed;
-  };
   switch (type) {
     case TYPE_CHAR:
     case TYPE_NUM:
     case TYPE_STRING: {
-      if (FAILED(hr = change(VT_BSTR))) return hr;
-      const unsigned n = SysStringLen(value.bstrVal);
-      const SAP_UC* text = value.bstrVal ? value.bstrVal : u"";
+      if (FAILED(hr = as(VT_BSTR))) return hr;
+      const unsigned n = SysStringLen(v->bstrVal);
+      const SAP_UC* text = v->bstrVal ? v->bstrVal : u"";
       rc = type == TYPE_CHAR  ? m_sdk.RfcSetChars(container, field, text, n, m_errorInfo)
            : type == TYPE_NUM ? m_sdk.RfcSetNum(container, field, text, n, m_errorInfo)
                               : m_sdk.RfcSetString(container, field, text, n, m_errorInfo);
       break;
     }
     case TYPE_BCD: {
-      if (FAILED(hr = change(VT_BSTR))) return hr;
-      const std::u16string_view text(value.bstrVal ? value.bstrVal : u"", SysStringLen(value.bstrVal));
+      if (FAILED(hr = as(VT_BSTR))) return hr;
+      const std::u16string_view text(v->bstrVal ? v->bstrVal : u"", SysStringLen(v->bstrVal));
       size_t first = 0;
       while (first < text.size() && IsBlank(text[first])) ++first;
       if (first == text.size()) {
@@ -641,21 +650,24 @@ HRESULT CNWRFCDataConverter::WriteScalar(DATA_CONTAINER_HANDLE container, const 
       break;
     }
     case TYPE_DATE: {
+      // The conversion changes what it is given: a copy.
+      changed = value;
       RFC_DATE date;
-      RfcVariantToDate(date, &value);
+      RfcVariantToDate(date, &changed);
       rc = m_sdk.RfcSetDate(container, field, date, m_errorInfo);
       break;
     }
     case TYPE_TIME: {
+      changed = value;
       RFC_TIME time;
-      RfcVariantToTime(time, &value);
+      RfcVariantToTime(time, &changed);
       rc = m_sdk.RfcSetTime(container, field, time, m_errorInfo);
       break;
     }
     case TYPE_BYTE:
     case TYPE_XSTRING: {
-      if (FAILED(hr = change(VT_ARRAY | VT_UI1))) return hr;
-      SAFEARRAY* array = value.parray;
+      if (FAILED(hr = as(VT_ARRAY | VT_UI1))) return hr;
+      SAFEARRAY* array = v->parray;
       if (!array || SafeArrayGetElemsize(array) != 1) return S_OK;
       LONG lower = 0, upper = -1;
       SafeArrayGetLBound(array, 1, &lower);
@@ -669,20 +681,20 @@ HRESULT CNWRFCDataConverter::WriteScalar(DATA_CONTAINER_HANDLE container, const 
       return S_OK;
     }
     case TYPE_FLOAT:
-      if (FAILED(hr = change(VT_R8))) return hr;
-      rc = m_sdk.RfcSetFloat(container, field, value.dblVal, m_errorInfo);
+      if (FAILED(hr = as(VT_R8))) return hr;
+      rc = m_sdk.RfcSetFloat(container, field, v->dblVal, m_errorInfo);
       break;
     case TYPE_INT:
-      if (FAILED(hr = change(VT_I8))) return hr;
-      rc = m_sdk.RfcSetInt(container, field, static_cast<RFC_INT>(static_cast<uint32_t>(value.llVal)), m_errorInfo);
+      if (FAILED(hr = as(VT_I8))) return hr;
+      rc = m_sdk.RfcSetInt(container, field, static_cast<RFC_INT>(static_cast<uint32_t>(v->llVal)), m_errorInfo);
       break;
     case TYPE_INT2:
-      if (FAILED(hr = change(VT_I2))) return hr;
-      rc = m_sdk.RfcSetInt2(container, field, value.iVal, m_errorInfo);
+      if (FAILED(hr = as(VT_I2))) return hr;
+      rc = m_sdk.RfcSetInt2(container, field, v->iVal, m_errorInfo);
       break;
     case TYPE_INT1:
-      if (FAILED(hr = change(VT_I1))) return hr;
-      rc = m_sdk.RfcSetInt1(container, field, static_cast<RFC_INT1>(value.cVal), m_errorInfo);
+      if (FAILED(hr = as(VT_I1))) return hr;
+      rc = m_sdk.RfcSetInt1(container, field, static_cast<RFC_INT1>(v->cVal), m_errorInfo);
       break;
     default: return S_OK;
   }

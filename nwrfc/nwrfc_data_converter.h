@@ -90,8 +90,8 @@ class CNWRFCDataConverter {
   // The value of a scalar of type and length named name, read into value.
   HRESULT ReadScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type, int32_t length,
                      VARIANT& value);
-  // Writes value (a local copy, changed in place where converted).
-  HRESULT WriteScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type, VARIANT& value);
+  // Writes value, changed into a copy where the setter takes another type.
+  HRESULT WriteScalar(DATA_CONTAINER_HANDLE container, const std::u16string& name, int32_t type, const VARIANT& value);
   HRESULT ReadBytes(DATA_CONTAINER_HANDLE container, const std::u16string& name, unsigned count, VARIANT& value);
   // count units through RfcGetChars; keeps keep of them, or the text
   // without its trailing whitespace.
@@ -105,8 +105,9 @@ class CNWRFCDataConverter {
   // reported with the context `failure`.
   HRESULT SubStructure(DATA_CONTAINER_HANDLE container, IRfcField* field, const std::u16string& name,
                        std::u16string_view failure, IRfcFields** fields, RFC_STRUCTURE_HANDLE* structure);
-  // The table's current row; null, with *hr, when there is none.
-  RFC_STRUCTURE_HANDLE CurrentRow(RFC_TABLE_HANDLE table, std::u16string_view context, HRESULT* hr);
+  // The table's current row; null, with *hr, when there is none. row names
+  // the row being read in the failure's context; -1 for a row being written.
+  RFC_STRUCTURE_HANDLE CurrentRow(RFC_TABLE_HANDLE table, const std::u16string& name, long row, HRESULT* hr);
   HRESULT NextRow(RFC_TABLE_HANDLE table, const std::u16string& name, long row);
 
   const veltrane::nwrfc::EntryPoints& m_sdk;
