@@ -34,61 +34,73 @@ std::u16string FunctionName(IFunctionCall* call) {
   return std::u16string(name.View());
 }
 
-// The description of a failed result for a record without SDK details: the
-// thread's error record if there is one, else the platform's text.
-std::u16string FailureText(HRESULT hr) {
-  CComPtr<IErrorInfo> info;
-  CComBSTR text;
-  if (GetErrorInfo(0, &info) == S_OK && info && SUCCEEDED(info->GetDescription(&text)) && text.Length() > 0)
-    return std::u16string(text.View());
-  return HResultMessage(hr);
+// The result of a null handle's publication: text 543 also where the SDK
+// left its record clear.
+HRESULT Failed(HRESULT published) { return FAILED(published) ? published : Report(Text::RfcError); }
+
+void TraceCallFunction(HRESULT hr) {
+  Log(TRACE_INFORMATION, boost::format("CallFunction(0x%|1$08X|)") % static_cast<uint32_t>(hr), "CallFunction");
 }
 
 }  // namespace
 
-// One call on its way through the SDK: the function container, filled.
+// What one call takes through the SDK: the connection and the record it
+// was prepared with, and the function container, filled.
+struct CNWRfcSession::Invocation {
+  CComPtr<IFunctionCall> call;
+  RFC_CONNECTION_HANDLE connection = nullptr;
+  RFC_FUNCTION_HANDLE function = nullptr;
+  RFC_ERROR_INFO record{};
+};
+
+// One call on its way through the SDK. The session keeps no record of it
+// (ParallelCalls::LeftToTheSdk): an asynchronous call takes its Invocation
+// along to its thread.
 class CNWRfcSession::NWCall final : public RunningCall {
  public:
-  NWCall(CNWRfcSession* session, IFunctionCall* call, RFC_FUNCTION_HANDLE function)
-      : m_session(session), m_call(call), m_function(function) {}
+  NWCall(CNWRfcSession* session, Invocation invocation) : m_session(session), m_invocation(std::move(invocation)) {}
 
+  // A successful invoke clears callActive, also of the synchronous form.
   void RunSynchronously() override {
-    CNWRfcSession* session = m_session;
-    const HRESULT hr = session->DoInvoke(m_call, m_function);
-    session->EndCall();  // destroys this object
+    const HRESULT hr = m_session->DoInvoke(m_invocation);
+    if (SUCCEEDED(hr)) m_session->m_callActive = false;
+    TraceCallFunction(hr);
     if (FAILED(hr)) throw _com_error(hr);
   }
 
   // The invoke runs on a detached thread in an apartment of its own; the
-  // session is pinned until CallFinished has fired.
+  // session is pinned until the thread ends. CallFinished fires only after a
+  // successful invoke, and callActive is cleared after it: a sink sees
+  // CallActive true. A failed one leaves callActive set and fires nothing.
   void Start() override {
     CNWRfcSession* session = m_session;
-    {
-      std::lock_guard<std::mutex> lock(session->m_invokeMutex);
-      session->m_invoking = true;
+    session->m_callActive = true;
+    session->InvokeStarted();
+    try {
+      std::thread([session, invocation = std::move(m_invocation)]() mutable {
+        CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+        const HRESULT hr = session->DoInvoke(invocation);
+        session->InvokeEnded();
+        if (SUCCEEDED(hr)) session->FireCallFinished();
+        CoUninitialize();
+        if (SUCCEEDED(hr)) session->m_callActive = false;
+        session->ReleaseAsynchronousCall();  // the last use of the session
+      }).detach();
+    } catch (...) {
+      session->InvokeEnded();
+      session->m_callActive = false;
+      throw;
     }
-    std::thread([session, call = m_call, function = m_function] {
-      CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-      const HRESULT hr = session->DoInvoke(call, function);
-      if (FAILED(hr)) session->RecordAsynchronousFailure(hr);
-      session->EndCall();
-      {
-        std::lock_guard<std::mutex> lock(session->m_invokeMutex);
-        session->m_invoking = false;
-      }
-      session->m_invokeEnded.notify_all();
-      session->FinishAsynchronousCall();  // the last use of the session
-      CoUninitialize();
-    }).detach();
+    TraceCallFunction(S_OK);
   }
 
-  // Never asked for: AbortCall is the session's own and stops nothing.
+  // Never asked for: the session holds no record of its calls, and AbortCall
+  // is its own.
   void Abort() override {}
 
  private:
   CNWRfcSession* m_session;
-  CComPtr<IFunctionCall> m_call;
-  RFC_FUNCTION_HANDLE m_function;
+  Invocation m_invocation;
 };
 
 bool CNWRfcSession::TidOrder::operator()(const CComBSTR& a, const CComBSTR& b) const {
@@ -103,12 +115,10 @@ HRESULT CNWRfcSession::FinalConstruct() {
   return S_OK;
 }
 
+// As Disconnect, when connected. The handles of transactions never
+// confirmed are left to the SDK: the map goes without RfcDestroyTransaction.
 CNWRfcSession::~CNWRfcSession() {
   if (m_connection) CloseConnection();
-  // Transactions never confirmed: their handles are the SDK's to free.
-  if (const EntryPoints* sdk = NWRfcLibrary::Loaded())
-    for (auto& [tid, handle] : m_transactions)
-      if (handle) sdk->RfcDestroyTransaction(handle, nullptr);
 }
 
 // ------------------------------------------------------------- properties
@@ -121,7 +131,7 @@ HRESULT CNWRfcSession::get_IsConnected(VARIANT_BOOL* pVal) {
 
 HRESULT CNWRfcSession::get_CallActive(VARIANT_BOOL* pVal) {
   if (!pVal) return E_POINTER;
-  *pVal = CallRunning() ? VARIANT_TRUE : VARIANT_FALSE;
+  *pVal = m_callActive ? VARIANT_TRUE : VARIANT_FALSE;
   return S_OK;
 }
 
@@ -165,24 +175,25 @@ HRESULT CNWRfcSession::PublishRfcResult(const RFC_ERROR_INFO& info, std::u16stri
 }
 
 void CNWRfcSession::ShowExceptionKey(const RFC_ERROR_INFO& info) {
-  if (IRfcError* error = ErrorInfoObject()) error->put_Message(CComBSTR(SapText(info.key)));
+  // The published record again, its key as the message: one change of the
+  // error state, whole for another thread.
+  RfcErrorRecord record = ErrorRecordOf(info);
+  record.message = record.key;
+  SetError(record);
 }
 
-std::u16string CNWRfcSession::InvokeContext(std::u16string_view function, RFC_RC rc) const {
+std::u16string CNWRfcSession::InvokeContext(std::u16string_view function, RFC_RC rc,
+                                            const RFC_ERROR_INFO& record) const {
   if (rc == RFC_ABAP_EXCEPTION)
-    return u"RfcInvoke(" + std::u16string(function) + u"): ABAP_EXCEPTION " + std::u16string(SapText(m_errorInfo.key));
+    return u"RfcInvoke(" + std::u16string(function) + u"): ABAP_EXCEPTION " + std::u16string(SapText(record.key));
   return u"RfcInvoke(" + std::u16string(function) + u")";
-}
-
-void CNWRfcSession::RecordAsynchronousFailure(HRESULT hr) {
-  if (ErrorFlag()) return;
-  SetError(RfcErrorRecord(RFCERROR_INTERNAL, u"FillIncomingArgs", FailureText(hr)));
 }
 
 // ---------------------------------------------------------------- connect
 
+// A connection already held is not looked at: its handle is overwritten, and
+// the connection stays open until the process ends or the system drops it.
 HRESULT CNWRfcSession::Connect() {
-  if (m_connection) return Report(Text::AlreadyConnected);
   return Guard("Connect", [&]() -> HRESULT {
     const std::u16string normalised = NormaliseBackslashes(m_systemData->ConnectString());
     Log(TRACE_INFORMATION, boost::format("connectstr=%1%") % Narrow(normalised), "Connect");
@@ -227,14 +238,28 @@ HRESULT CNWRfcSession::Disconnect() {
   return Guard("Disconnect", [&] { return CloseConnection(); });
 }
 
-void CNWRfcSession::WaitForInvoke() {
+void CNWRfcSession::InvokeStarted() {
+  std::lock_guard<std::mutex> lock(m_invokeMutex);
+  ++m_invokes;
+}
+
+void CNWRfcSession::InvokeEnded() {
+  {
+    std::lock_guard<std::mutex> lock(m_invokeMutex);
+    --m_invokes;
+  }
+  m_invokesEnded.notify_all();
+}
+
+void CNWRfcSession::WaitForInvokes() {
   std::unique_lock<std::mutex> lock(m_invokeMutex);
-  m_invokeEnded.wait(lock, [this] { return !m_invoking; });
+  m_invokesEnded.wait(lock, [this] { return m_invokes == 0; });
 }
 
 HRESULT CNWRfcSession::CloseConnection() {
-  // An invoke cannot be stopped; the connection goes when it has ended.
-  WaitForInvoke();
+  // An invoke cannot be stopped; the connection goes when the running ones
+  // have ended.
+  WaitForInvokes();
   RFC_ERROR_INFO info{};
   Sdk().RfcCloseConnection(m_connection, &info);
   m_connection = nullptr;
@@ -243,62 +268,50 @@ HRESULT CNWRfcSession::CloseConnection() {
 
 // ------------------------------------------------------------------ calls
 
-RFC_FUNCTION_HANDLE CNWRfcSession::CreateFunction(IFunctionCall* call) {
+HRESULT CNWRfcSession::CreateFunction(IFunctionCall* call, RFC_ERROR_INFO& record, RFC_FUNCTION_HANDLE* function) {
+  *function = nullptr;
   const std::u16string name = FunctionName(call);
-  RFC_FUNCTION_DESC_HANDLE description = Sdk().RfcGetFunctionDesc(m_connection, name.c_str(), &m_errorInfo);
-  if (!description) {
-    PublishRfcResult(m_errorInfo, u"RfcGetFunctionDesc", Text::RfcError);
-    return nullptr;
-  }
-  RFC_FUNCTION_HANDLE function = Sdk().RfcCreateFunction(description, &m_errorInfo);
-  if (!function) PublishRfcResult(m_errorInfo, u"RfcCreateFunction", Text::RfcError);
+  RFC_FUNCTION_DESC_HANDLE description = Sdk().RfcGetFunctionDesc(m_connection, name.c_str(), &record);
+  if (!description) return Failed(PublishRfcResult(record, u"RfcGetFunctionDesc", Text::RfcError));
+  *function = Sdk().RfcCreateFunction(description, &record);
+  if (!*function) return Failed(PublishRfcResult(record, u"RfcCreateFunction", Text::RfcError));
   Log(TRACE_INFORMATION, boost::format("leaving"), "CreateFunction");
-  return function;
+  return S_OK;
 }
 
+// A failure raises its result. The function handle is not destroyed when
+// filling it fails.
 std::unique_ptr<RunningCall> CNWRfcSession::PrepareCall(IFunctionCall* call) {
-  RFC_FUNCTION_HANDLE function = CreateFunction(call);
-  if (function) {
-    // The container is destroyed here if filling it fails or raises.
-    struct Release {
-      RFC_FUNCTION_HANDLE* function;
-      ~Release() {
-        if (*function) Sdk().RfcDestroyFunction(*function, nullptr);
-      }
-    } release{&function};
-    CNWRFCDataConverter converter(Sdk(), &m_errorInfo, ClassId());
-    const HRESULT hr = converter.FillOutgoingArgs(call, function);
-    PublishRfcResult(m_errorInfo, u"FillOutgoingArgs", Text::RfcError);
-    if (FAILED(hr)) throw _com_error(hr);
-    RFC_FUNCTION_HANDLE filled = function;
-    function = nullptr;
-    return std::make_unique<NWCall>(this, call, filled);
-  }
-  // Without a container the failure is published; the call ends at once.
-  return std::make_unique<NWCall>(this, call, nullptr);
+  Invocation invocation;
+  invocation.call = call;
+  invocation.connection = m_connection;
+  HRESULT hr = CreateFunction(call, invocation.record, &invocation.function);
+  if (FAILED(hr)) throw _com_error(hr);
+  CNWRFCDataConverter converter(Sdk(), &invocation.record, ClassId());
+  hr = converter.FillOutgoingArgs(call, invocation.function);
+  PublishRfcResult(invocation.record, u"FillOutgoingArgs", Text::RfcError);
+  if (FAILED(hr)) throw _com_error(hr);
+  return std::make_unique<NWCall>(this, std::move(invocation));
 }
 
-HRESULT CNWRfcSession::DoInvoke(IFunctionCall* call, RFC_FUNCTION_HANDLE function) {
-  if (!function) return S_OK;
-  const std::u16string name = FunctionName(call);
-  const RFC_RC rc = Sdk().RfcInvoke(m_connection, function, &m_errorInfo);
-  CNWRFCDataConverter converter(Sdk(), &m_errorInfo, ClassId());
+HRESULT CNWRfcSession::DoInvoke(Invocation& invocation) {
+  const std::u16string name = FunctionName(invocation.call);
+  RFC_ERROR_INFO& record = invocation.record;
+  const RFC_RC rc = Sdk().RfcInvoke(invocation.connection, invocation.function, &record);
+  CNWRFCDataConverter converter(Sdk(), &record, ClassId());
   HRESULT hr;
   if (rc == RFC_ABAP_EXCEPTION) {
-    PublishRfcResult(m_errorInfo, InvokeContext(name, rc), Text::RfcError);
-    ShowExceptionKey(m_errorInfo);
-    hr = converter.FillIncomingArgs(rc, function, call);
+    PublishRfcResult(record, InvokeContext(name, rc, record), Text::RfcError);
+    ShowExceptionKey(record);
+    hr = converter.FillIncomingArgs(rc, invocation.function, invocation.call);
   } else {
-    PublishRfcResult(m_errorInfo, InvokeContext(name, rc), Text::RfcError);
-    hr = converter.FillIncomingArgs(rc, function, call);
-    PublishRfcResult(m_errorInfo, u"FillIncomingArgs", Text::RfcError);
+    PublishRfcResult(record, InvokeContext(name, rc, record), Text::RfcError);
+    hr = converter.FillIncomingArgs(rc, invocation.function, invocation.call);
+    PublishRfcResult(record, u"FillIncomingArgs", Text::RfcError);
   }
-  if (FAILED(hr)) {
-    Sdk().RfcDestroyFunction(function, nullptr);
-    return hr;
-  }
-  RFC_ERROR_INFO info{};
-  if (Sdk().RfcDestroyFunction(function, &info) != RFC_OK) return PublishRfcResult(info, name, Text::RfcError);
+  if (FAILED(hr)) return hr;
+  if (Sdk().RfcDestroyFunction(invocation.function, &record) != RFC_OK)
+    return PublishRfcResult(record, name, Text::RfcError);
   return S_OK;
 }
 

@@ -5,21 +5,27 @@
 // What it does its own way:
 //   - Connect loads and sets up the SDK (InitSDK, each time) and opens the
 //     connection from name=value pairs: the connect string of RfcSystemData
-//     split by the program, then the logon data.
+//     split by the program, then the logon data. It does not look at the
+//     connection it may hold: a second Connect opens another one, and the
+//     first handle is lost (it stays open).
 //   - Each call takes its function's description from the SDK's repository
 //     (RfcGetFunctionDesc); values go in by name (CNWRFCDataConverter).
 //   - A failure on the system's side (an ABAP exception, a message, a
 //     refused logon, a lost connection) is Error and ErrorInfo with a success
-//     result; PublishRfcResult maps the SDK's record into ErrorInfo.
+//     result; PublishRfcResult maps the SDK's record into ErrorInfo. A
+//     function the SDK cannot describe or create fails the call with text
+//     543, a value that does not convert with the conversion's result.
 //   - An asynchronous call runs on a detached thread with its own apartment
 //     and fires CallFinished there. AbortCall cannot stop an invoke: it
-//     succeeds and changes nothing.
+//     succeeds and changes nothing. A call during an asynchronous one is not
+//     refused: it goes to the SDK, which decides what becomes of it.
 //   - Transactional RFC keeps an SDK transaction per ID, from CreateTransID
 //     to ConfirmTransID.
 //   - GetSSO2Ticket calls the function module named by the option
 //     "sso2.create_ticket_module", since the SDK gives no ticket at logon.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -67,6 +73,7 @@ class CNWRfcSession
   VELTRANE_DECL_IRFCSESSION
 
  private:
+  struct Invocation;
   class NWCall;
   friend class CNWRfcMixin<CNWRfcSession>;
   friend class ISessionImpl<CNWRfcSession, IRfcSession>;
@@ -77,6 +84,8 @@ class CNWRfcSession
   };
 
   bool ReadyForCalls() const override { return m_connection != nullptr; }
+  // A call during an asynchronous one goes to the SDK like any other.
+  ParallelCalls ParallelCallPolicy() const override { return ParallelCalls::LeftToTheSdk; }
   std::unique_ptr<RunningCall> PrepareCall(IFunctionCall* call) override;
   HRESULT ImportTypeFromBackend(BSTR name, IRfcType* type) override;
   HRESULT ImportCallFromBackend(BSTR name, VARIANT_BOOL ignoreUnsupportedParams, IFunctionCall* call) override;
@@ -92,26 +101,33 @@ class CNWRfcSession
   void ShowExceptionKey(const RFC_ERROR_INFO& info);
 
   // The function container for the call's module, its description from the
-  // SDK's repository. A failure is published; the result is then null.
-  RFC_FUNCTION_HANDLE CreateFunction(IFunctionCall* call);
-  // Invokes, reads the results, destroys the function.
-  HRESULT DoInvoke(IFunctionCall* call, RFC_FUNCTION_HANDLE function);
+  // SDK's repository, reported into record. A null description or container
+  // is published (text 543), and that result is returned.
+  HRESULT CreateFunction(IFunctionCall* call, RFC_ERROR_INFO& record, RFC_FUNCTION_HANDLE* function);
+  // Invokes, reads the results and destroys the function. A failed reading
+  // of the results returns its result and keeps the function; a failed
+  // destruction returns its published result. The thread, the event and
+  // callActive are the caller's (NWCall).
+  HRESULT DoInvoke(Invocation& invocation);
   // The published context of an invoke's result.
-  std::u16string InvokeContext(std::u16string_view function, RFC_RC rc) const;
-  // An asynchronous call that failed after its invoke leaves the failure in
-  // ErrorInfo, so that the client sees it at CallFinished.
-  void RecordAsynchronousFailure(HRESULT hr);
-  // Closes the connection (Disconnect's work), after a running invoke ended.
+  std::u16string InvokeContext(std::u16string_view function, RFC_RC rc, const RFC_ERROR_INFO& record) const;
+  // Closes the connection (Disconnect's work), after running invokes ended.
   HRESULT CloseConnection();
-  void WaitForInvoke();
+  // Asynchronous invokes under way, which Disconnect waits for.
+  void InvokeStarted();
+  void InvokeEnded();
+  void WaitForInvokes();
 
   RFC_ERROR_INFO m_errorInfo{};
   CComPtr<CRfcSystemData> m_systemData;
   RFC_CONNECTION_HANDLE m_connection = nullptr;
   std::map<CComBSTR, RFC_TRANSACTION_HANDLE, TidOrder> m_transactions;
 
-  // An asynchronous invoke on its thread; Disconnect waits for it.
+  // Set by an asynchronous CallFunction, cleared at the end of a successful
+  // invoke (of either kind); backs CallActive.
+  std::atomic<bool> m_callActive{false};
+
   std::mutex m_invokeMutex;
-  std::condition_variable m_invokeEnded;
-  bool m_invoking = false;
+  std::condition_variable m_invokesEnded;
+  int m_invokes = 0;
 };

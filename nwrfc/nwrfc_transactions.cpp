@@ -66,20 +66,21 @@ HRESULT CNWRfcSession::CallTRFCFunction(BSTR tid, IFunctionCall* fn) {
     }
     entry->second = transaction;
 
-    RFC_FUNCTION_HANDLE function = CreateFunction(fn);
-    if (!function) return S_OK;
+    RFC_FUNCTION_HANDLE function = nullptr;
+    HRESULT hr = CreateFunction(fn, m_errorInfo, &function);
+    if (FAILED(hr)) return hr;
     struct Release {
       RFC_FUNCTION_HANDLE function;
       ~Release() { Sdk().RfcDestroyFunction(function, nullptr); }
     } release{function};
     CNWRFCDataConverter converter(Sdk(), &m_errorInfo, ClassId());
-    HRESULT hr = converter.FillOutgoingArgs(fn, function);
+    hr = converter.FillOutgoingArgs(fn, function);
     PublishRfcResult(m_errorInfo, u"FillOutgoingArgs", Text::RfcError);
     if (FAILED(hr)) return hr;
 
     const RFC_RC rc = Sdk().RfcInvokeInTransaction(transaction, function, &m_errorInfo);
     if (m_errorInfo.code != RFC_OK) return PublishRfcResult(m_errorInfo, u"RfcInvokeInTransaction", Text::RfcError);
-    PublishRfcResult(m_errorInfo, InvokeContext(name, rc), Text::RfcError);
+    PublishRfcResult(m_errorInfo, InvokeContext(name, rc, m_errorInfo), Text::RfcError);
     if (rc == RFC_ABAP_EXCEPTION) ShowExceptionKey(m_errorInfo);
     hr = converter.FillIncomingArgs(rc, function, fn);
     PublishRfcResult(m_errorInfo, u"FillIncomingArgs", Text::RfcError);

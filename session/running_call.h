@@ -1,7 +1,13 @@
 // One call on its way through a back end. The session core runs every call
-// the same way (one at a time, synchronously or not, CallFinished at the end
-// of an asynchronous one, aborted on request); a back end supplies only how
-// its calls travel, as a RunningCall made by its PrepareCall.
+// the same way (synchronously or not, CallFinished at the end of an
+// asynchronous one, aborted on request); a back end supplies only how its
+// calls travel, as a RunningCall made by its PrepareCall.
+//
+// What follows is the life of a call of a session that runs one call at a
+// time (ParallelCalls::Refused, session_calls.h). Where parallel calls are
+// left to the SDK, the session holds no record of the call: the back end
+// does not end it, the RunningCall is destroyed when RunSynchronously or
+// Start returns, and Abort is never asked for.
 #pragma once
 
 class RunningCall {

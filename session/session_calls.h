@@ -1,9 +1,10 @@
 // ISessionCallsImpl<Derived, Itf>: the session core of every back end. Over
 // the frame (session_impl.h) it runs CallFunction and AbortCall the same way
-// for every session: one call at a time, synchronous and asynchronous calls,
-// the pinning of the session during an asynchronous call, CallFinished, and
-// the boundary that turns what escapes a call into its result. A back end
-// supplies how its calls travel, and nothing else:
+// for every session: synchronous and asynchronous calls, the pinning of the
+// session during an asynchronous call, CallFinished, and the boundary that
+// turns what escapes a call into its result. Whether a call may start while
+// another runs is the back end's policy (ParallelCalls): one at a time by
+// default. A back end supplies how its calls travel, and nothing else:
 //
 //   class CSoapSession
 //       : public CComObjectBase<CSoapSession,
@@ -34,35 +35,48 @@
 #include "session/running_call.h"
 #include "session/session_impl.h"
 
+// What a session does with a CallFunction while one of its calls runs.
+enum class ParallelCalls {
+  // Text 522; the running call goes on. The session holds the running call
+  // (SessionFrame::BeginCall) until the back end ends it.
+  Refused,
+  // The call goes to the back end's SDK, which decides what becomes of it.
+  // The session holds no record of such calls: the core destroys the
+  // RunningCall as soon as RunSynchronously or Start returns, and the back
+  // end takes along whatever its thread still needs. AbortCall and
+  // CallActive are then the back end's own.
+  LeftToTheSdk,
+};
+
 template <class Derived, class Itf>
 class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
  public:
-  // One call at a time. Not ready (not connected): text 520; a call still
-  // running: text 522, the running call goes on; a null call: E_POINTER.
-  // Then, inside the boundary: the error is cleared, unset optional scalars
-  // are pruned (PruneOptionalParameters), the back end prepares the call, and
-  // the call runs. Synchronous only when `synchronous` is exactly
-  // VARIANT_TRUE: it waits for the answer. Otherwise the session pins itself
-  // and the call starts; the back end's thread ends it and fires
-  // CallFinished. A failure on the server's side is the session's Error with
-  // a success result.
+  // Not ready (not connected): text 520; a call still running where the
+  // back end refuses parallel calls: text 522, the running call goes on; a
+  // null call: E_POINTER. Then, inside the boundary: the error is cleared,
+  // unset optional scalars are pruned (PruneOptionalParameters), the back
+  // end prepares the call, and the call runs. Synchronous only when
+  // `synchronous` is exactly VARIANT_TRUE: it waits for the answer.
+  // Otherwise the session pins itself and the call starts; the back end's
+  // thread ends it and fires CallFinished. A failure on the server's side is
+  // the session's Error with a success result.
   HRESULT STDMETHODCALLTYPE CallFunction(IFunctionCall* call, VARIANT_BOOL synchronous) override {
     if (!ReadyForCalls()) return ReportError(Derived::kBoundary.ClassId(), Text::NotConnected);
-    if (this->Frame().CallRunning()) return ReportError(Derived::kBoundary.ClassId(), Text::CallRunning);
+    const bool oneAtATime = ParallelCallPolicy() == ParallelCalls::Refused;
+    if (oneAtATime && this->Frame().CallRunning()) return ReportError(Derived::kBoundary.ClassId(), Text::CallRunning);
     if (!call) return E_POINTER;
     return this->Guard("CallFunction", [&]() -> HRESULT {
       this->ClearError();
       ThrowIfFailed(PruneOptionalParameters(call));
       std::unique_ptr<RunningCall> prepared = PrepareCall(call);
+      if (!oneAtATime) {
+        Run(*prepared, synchronous);
+        return S_OK;
+      }
       RunningCall* running = prepared.get();
       this->Frame().BeginCall(call, std::move(prepared));
       // From here the call may end, and its RunningCall go, at any moment.
-      if (synchronous == VARIANT_TRUE) {
-        running->RunSynchronously();
-      } else {
-        this->Frame().Pin(this->Unknown());
-        running->Start();
-      }
+      Run(*running, synchronous);
       return S_OK;
     });
   }
@@ -94,14 +108,40 @@ class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
   // client's last reference.
   void FinishAsynchronousCall() {
     this->FireCallFinished();
-    this->Frame().Unpin(this->Unknown());
+    ReleaseAsynchronousCall();
   }
+  // The session lets go of itself at the end of an asynchronous call that
+  // fires no CallFinished; the last thing the thread does with the session.
+  void ReleaseAsynchronousCall() { this->Frame().Unpin(this->Unknown()); }
 
  private:
   // True when calls can be made (connected).
   virtual bool ReadyForCalls() const = 0;
   // What the back end sends for call, ready to run; raises on failure.
   virtual std::unique_ptr<RunningCall> PrepareCall(IFunctionCall* call) = 0;
+  // Whether a call may start while another runs.
+  virtual ParallelCalls ParallelCallPolicy() const { return ParallelCalls::Refused; }
+
+  // Runs a prepared call: synchronously, or started with the session pinned
+  // until its thread lets go (a start that fails lets go at once, where no
+  // running call is left for AbortCall to end).
+  void Run(RunningCall& running, VARIANT_BOOL synchronous) {
+    if (synchronous == VARIANT_TRUE) {
+      running.RunSynchronously();
+      return;
+    }
+    this->Frame().Pin(this->Unknown());
+    if (ParallelCallPolicy() == ParallelCalls::Refused) {
+      running.Start();
+      return;
+    }
+    try {
+      running.Start();
+    } catch (...) {
+      ReleaseAsynchronousCall();
+      throw;
+    }
+  }
 
   static void TraceAbortFailure(const std::exception& e) {
     SessionFrame::TraceFailure("AbortCall", "Exception: %1% in %2%::AbortCall()", e.what(),

@@ -88,7 +88,7 @@ HRESULT SessionFrame::GetLogonData(ILogonData** pVal) const {
 }
 
 HRESULT SessionFrame::GetErrorInfo(IRfcError** pVal) {
-  m_error = VARIANT_FALSE;
+  SetErrorFlag(VARIANT_FALSE);
   if (!pVal) return E_POINTER;
   *pVal = m_errorInfo;
   (*pVal)->AddRef();
@@ -97,7 +97,7 @@ HRESULT SessionFrame::GetErrorInfo(IRfcError** pVal) {
 
 HRESULT SessionFrame::GetError(VARIANT_BOOL* pVal) const {
   if (!pVal) return E_POINTER;
-  *pVal = m_error;
+  *pVal = ErrorFlag();
   return S_OK;
 }
 
@@ -231,9 +231,25 @@ HRESULT SessionFrame::GetTableReader(ISession* self, BSTR tableName, ITableReade
   return CreateTableReader(self, tableName, pVal);
 }
 
-HRESULT SessionFrame::SetError(const RfcErrorRecord& record) { return SetSessionError(&m_error, m_errorInfo, &record); }
+HRESULT SessionFrame::SetError(const RfcErrorRecord& record) {
+  std::lock_guard<std::mutex> lock(m_errorMutex);
+  return SetSessionError(&m_error, m_errorInfo, &record);
+}
 
-HRESULT SessionFrame::ClearError() { return SetSessionError(&m_error, m_errorInfo, nullptr); }
+HRESULT SessionFrame::ClearError() {
+  std::lock_guard<std::mutex> lock(m_errorMutex);
+  return SetSessionError(&m_error, m_errorInfo, nullptr);
+}
+
+VARIANT_BOOL SessionFrame::ErrorFlag() const {
+  std::lock_guard<std::mutex> lock(m_errorMutex);
+  return m_error;
+}
+
+void SessionFrame::SetErrorFlag(VARIANT_BOOL flag) {
+  std::lock_guard<std::mutex> lock(m_errorMutex);
+  m_error = flag;
+}
 
 // ----------------------------------------------------------------- calls
 
@@ -279,8 +295,7 @@ bool SessionFrame::AbortRunningCall() {
 void SessionFrame::Pin(IUnknown* session) {
   {
     std::lock_guard<std::mutex> lock(m_callMutex);
-    if (m_pinned) return;
-    m_pinned = true;
+    ++m_pins;
   }
   session->AddRef();
 }
@@ -288,8 +303,8 @@ void SessionFrame::Pin(IUnknown* session) {
 void SessionFrame::Unpin(IUnknown* session) {
   {
     std::lock_guard<std::mutex> lock(m_callMutex);
-    if (!m_pinned) return;
-    m_pinned = false;
+    if (m_pins == 0) return;
+    --m_pins;
   }
   session->Release();
 }

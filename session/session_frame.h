@@ -57,10 +57,12 @@ class SessionFrame {
   // For the back ends.
   std::u16string OptionValue(std::u16string_view name) const { return m_options.Value(name); }
   const OptionStore& Options() const { return m_options; }
+  // The error state is safe from any thread: each change of it (SetError,
+  // ClearError, the flag alone) is whole when another thread looks.
   HRESULT SetError(const RfcErrorRecord& record);
   HRESULT ClearError();
-  VARIANT_BOOL ErrorFlag() const { return m_error; }
-  void SetErrorFlag(VARIANT_BOOL flag) { m_error = flag; }
+  VARIANT_BOOL ErrorFlag() const;
+  void SetErrorFlag(VARIANT_BOOL flag);
   IRfcError* ErrorInfoObject() const { return m_errorInfo; }
   CLogonData* Logon() const { return m_logonData; }
   // The cache, created on first need.
@@ -87,7 +89,8 @@ class SessionFrame {
   // An asynchronous call holds a reference on its session from its start
   // until CallFinished has been fired or the call is aborted, so that neither
   // the client's last Release nor a sink's can pull the session from under
-  // the back end's thread. Pin takes that reference once, Unpin gives it back.
+  // the back end's thread. Pin takes a reference for each call, Unpin gives
+  // one back; an Unpin without a Pin left does nothing.
   void Pin(IUnknown* session);
   void Unpin(IUnknown* session);
 
@@ -102,6 +105,7 @@ class SessionFrame {
 
   CComBSTR m_systemId;
   CComPtr<CLogonData> m_logonData;
+  mutable std::mutex m_errorMutex;  // the flag and the error object's content
   VARIANT_BOOL m_error = 0;
   CComPtr<IRfcError> m_errorInfo;
   CComPtr<ITypeCache> m_typeCache;
@@ -110,5 +114,5 @@ class SessionFrame {
   mutable std::mutex m_callMutex;
   CComPtr<IFunctionCall> m_activeCall;
   std::unique_ptr<RunningCall> m_running;
-  bool m_pinned = false;
+  int m_pins = 0;
 };

@@ -41,7 +41,7 @@ HRESULT SessionFrame::CheckPasswordExpired(ISession* self, VARIANT_BOOL* pVal) {
   ERRORGROUP group = RFCERROR_NO_ERROR;
   if (FAILED(hr = info->get_ERRORGROUP(&group))) return hr;
   if (group != RFCERROR_APPLICATION_EXCEPTION) {
-    m_error = 1;
+    SetErrorFlag(1);
     return S_OK;
   }
   CComBSTR message;
@@ -50,7 +50,7 @@ HRESULT SessionFrame::CheckPasswordExpired(ISession* self, VARIANT_BOOL* pVal) {
     *pVal = VARIANT_TRUE;
     return S_OK;
   }
-  m_error = 1;
+  SetErrorFlag(1);
   return S_OK;
 }
 

@@ -119,9 +119,10 @@ TEST_F(Calls, AnAbapMessageIsAProgramFailureAndEndsTheConnection) {
   const ErrorText e = ErrorOf(m_session);
   EXPECT_EQ(e.group, RFCERROR_PROGRAM);
   EXPECT_EQ(e.message, "Stop here");
-  // The session notices the lost connection at its next SDK call.
+  // The session notices the lost connection at its next SDK call: the
+  // function's description cannot be had.
   EXPECT_TRUE(Connected(m_session));
-  ASSERT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+  EXPECT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), kRfcError);
   EXPECT_TRUE(ErrorFlag(m_session));
   EXPECT_EQ(ErrorOf(m_session).key, "RFC_INVALID_HANDLE");
 }
@@ -141,14 +142,23 @@ TEST_F(Calls, ADroppedConnectionIsACommunicationFailure) {
   Control("reset");
 }
 
-TEST_F(Calls, AnUnknownModuleIsTheSystemsAnswerWithASuccessResult) {
-  CComPtr<IFunctionCall> call;
-  m_session->CreateCall(&call);
-  call->put_Function(CComBSTR(u"Z_NO_SUCH_MODULE"));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
-  const ErrorText e = ErrorOf(m_session);
-  EXPECT_EQ(e.key, "FU_NOT_FOUND");
-  EXPECT_FALSE(Active());
+// A function the SDK cannot describe fails the call, synchronous or not,
+// before anything runs.
+TEST_F(Calls, AnUnknownModuleFailsTheCallWith543) {
+  Advise();
+  for (const VARIANT_BOOL synchronous : {VARIANT_TRUE, VARIANT_FALSE}) {
+    CComPtr<IFunctionCall> call;
+    m_session->CreateCall(&call);
+    call->put_Function(CComBSTR(u"Z_NO_SUCH_MODULE"));
+    EXPECT_EQ(m_session->CallFunction(call, synchronous), kRfcError);
+    EXPECT_EQ(ErrorDescription(), "RFC Error (check ErrorInfo for details)");
+    EXPECT_TRUE(ErrorFlag(m_session));
+    const ErrorText e = ErrorOf(m_session);
+    EXPECT_EQ(e.key, "FU_NOT_FOUND");
+    EXPECT_EQ(e.group, RFCERROR_APPLICATION_EXCEPTION);
+    EXPECT_FALSE(Active());
+  }
+  EXPECT_EQ(m_sink->Count(), 0);
 }
 
 TEST_F(Calls, EveryResultIsPublishedToTheTrace) {
@@ -159,12 +169,14 @@ TEST_F(Calls, EveryResultIsPublishedToTheTrace) {
   ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_TRUE), S_OK);
   const std::string text = trace.read();
   for (const char* line : {"RfcInvoke(Z_VSIM_RAISE): ABAP_EXCEPTION FAILED: RFC Error RFC_ABAP_EXCEPTION: FAILED",
-                           "RfcInvoke(RFC_PING): RFC_OK", "FillIncomingArgs: RFC_OK", "FillOutgoingArgs: RFC_OK"})
+                           "RfcInvoke(RFC_PING): RFC_OK", "FillIncomingArgs: RFC_OK", "FillOutgoingArgs: RFC_OK",
+                           "CallFunction(0x00000000)"})
     EXPECT_NE(text.find(line), std::string::npos) << line << "\n" << text;
 }
 
 // A value the converter cannot read fails a synchronous call with its
-// result, and an asynchronous one shows it in ErrorInfo at CallFinished.
+// result. An asynchronous one ends without CallFinished, and CallActive
+// stays true.
 TEST_F(Calls, AResultThatDoesNotConvertFailsTheCall) {
   auto callReadingADate = [&] {
     CComPtr<IFunctionCall> call;
@@ -181,14 +193,16 @@ TEST_F(Calls, AResultThatDoesNotConvertFailsTheCall) {
   EXPECT_EQ(ErrorDescription(), "invalid date/time");
   EXPECT_FALSE(Active());
 
-  Advise();
+  SessionSink* sink = SessionSink::AdviseTo(m_session);
   ASSERT_EQ(m_session->CallFunction(callReadingADate(), VARIANT_FALSE), S_OK);
-  ASSERT_TRUE(m_sink->WaitFor(1));
-  EXPECT_FALSE(Active());
-  EXPECT_TRUE(ErrorFlag(m_session));
-  const ErrorText e = ErrorOf(m_session);
-  EXPECT_EQ(e.group, RFCERROR_INTERNAL);
-  EXPECT_EQ(e.message, "invalid date/time");
+  EXPECT_TRUE(Active());
+  // Disconnect waits for the invoke to end.
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_TRUE(Active());
+  m_session.Release();
+  ASSERT_TRUE(sink->WaitUntilLetGo()) << "the session goes when the call's thread has ended";
+  EXPECT_EQ(sink->Count(), 0);
+  sink->Release();
 }
 
 TEST_F(Calls, AValueThatDoesNotConvertFailsBeforeTheCall) {
@@ -224,6 +238,41 @@ TEST_F(Calls, AnAsynchronousAbapExceptionIsInErrorInfoAtCallFinished) {
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_TRUE(ErrorFlag(m_session));
   EXPECT_EQ(ErrorOf(m_session).key, "NO_AUTHORITY");
+}
+
+// CallFinished fires before the call stops counting as active; CallActive
+// turns false right after, on the call's thread.
+TEST_F(Calls, CallActiveIsStillTrueInCallFinished) {
+  Advise();
+  ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_FALSE), S_OK);
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_EQ(m_sink->ActiveAtFire(), VARIANT_TRUE);
+  // Nothing signals that moment to a client: look until it came.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (Active() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_FALSE(Active());
+}
+
+// A call during an asynchronous one is not refused: the SDK serves it after
+// the first (our SDK: one call at a time per connection). Its success clears
+// CallActive, though the first call's CallFinished may still be to come.
+TEST_F(Calls, ACallDuringAnAsynchronousOneGoesToTheSdk) {
+  Advise();
+  CComPtr<IFunctionCall> wait = Import(u"Z_VSIM_WAIT");
+  SetValue(wait, u"Importing", u"MILLISECONDS", CComVariant(400L));
+  ASSERT_EQ(m_session->CallFunction(wait, VARIANT_FALSE), S_OK);
+  EXPECT_TRUE(Active());
+  CComPtr<IFunctionCall> echo = Import(u"STFC_CONNECTION");
+  SetValue(echo, u"Importing", u"REQUTEXT", CComVariant(u"second"));
+  ASSERT_EQ(m_session->CallFunction(echo, VARIANT_TRUE), S_OK) << ErrorDescription();
+  EXPECT_FALSE(Active());
+  EXPECT_EQ(Text(Value(echo, u"Exporting", u"ECHOTEXT")), "second");
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_EQ(m_sink->Count(), 1);
+  CComVariant waited = Value(wait, u"Exporting", u"WAITED");
+  ASSERT_EQ(waited.ChangeType(VT_I4), S_OK);
+  EXPECT_GE(waited.lVal, 400);
+  EXPECT_FALSE(ErrorFlag(m_session));
 }
 
 TEST_F(Calls, DisconnectWaitsForTheRunningCall) {

@@ -71,6 +71,34 @@ const veltrane::nwrfc::EntryPoints& Sdk() {
   return *veltrane::nwrfc::NWRfcLibrary::Loaded();
 }
 
+SessionSink* SessionSink::AdviseTo(ISession* session) {
+  auto* sink = new SessionSink(session);
+  CComQIPtr<IConnectionPointContainer> container(session);
+  CComPtr<IConnectionPoint> point;
+  DWORD cookie = 0;
+  EXPECT_TRUE(container && container->FindConnectionPoint(DIID__SessionEvents, &point) == S_OK);
+  if (point) {
+    EXPECT_EQ(point->Advise(sink, &cookie), S_OK);
+  }
+  return sink;
+}
+
+ULONG SessionSink::Release() {
+  const ULONG left = EventSink::Release();
+  // Only the test's own reference is left.
+  if (left == 1) {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_released = true;
+    m_letGo.notify_all();
+  }
+  return left;
+}
+
+bool SessionSink::WaitUntilLetGo() {
+  std::unique_lock<std::mutex> lock(m_mutex);
+  return m_letGo.wait_for(lock, std::chrono::seconds(90), [&] { return m_released; });
+}
+
 RawConnection::RawConnection() {
   const std::u16string host = Wide(Sim().rfcHost()), port = Wide(std::to_string(Sim().rfcPort()));
   const RFC_CONNECTION_PARAMETER params[] = {{u"ashost", host.c_str()}, {u"gwserv", port.c_str()}, {u"client", u"001"},

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "event_sink.h"
 #include "nwrfc/nwrfc_library.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
@@ -94,6 +95,28 @@ bool ErrorFlag(ISession* session);
 bool Connected(ISession* session);
 // The description of the thread's error record.
 std::string ErrorDescription();
+
+// A CallFinished sink (test_support::EventSink) advised to a session, which
+// also tells when the session let go of it: the session does so when it
+// goes, after the client's last Release and at the end of the asynchronous
+// call that holds it. The caller holds one reference and keeps no other to
+// the session's connection point.
+class SessionSink : public test_support::EventSink {
+ public:
+  static SessionSink* AdviseTo(ISession* session);
+
+  ULONG STDMETHODCALLTYPE Release() override;
+  // True when the session let go of the sink; the bound only keeps a broken
+  // build from hanging.
+  bool WaitUntilLetGo();
+
+ private:
+  using EventSink::EventSink;
+
+  std::mutex m_mutex;
+  std::condition_variable m_letGo;
+  bool m_released = false;
+};
 
 // A test with COM on the thread and a fresh trace state.
 class NWTest : public ::testing::Test {

@@ -92,12 +92,12 @@ TEST_F(Transactions, AFailingUnitIsTheSystemsAnswerAndRunsAgain) {
   EXPECT_EQ(Runs(), 1);
 }
 
-TEST_F(Transactions, AnUnknownModuleIsTheSystemsAnswer) {
+TEST_F(Transactions, AnUnknownModuleIs543) {
   const CComBSTR tid = NewTid();
   CComPtr<IFunctionCall> call;
   m_session->CreateCall(&call);
   call->put_Function(CComBSTR(u"Z_NO_SUCH_MODULE"));
-  EXPECT_EQ(m_session->CallTRFCFunction(tid, call), S_OK);
+  EXPECT_EQ(m_session->CallTRFCFunction(tid, call), kRfcError);
   EXPECT_EQ(ErrorOf(m_session).key, "FU_NOT_FOUND");
 }
 

@@ -11,7 +11,8 @@ std::unique_ptr<ContractSystem> StartNWRfcSystem();  // nwrfc_system.cpp
 INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
                          ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem},
                                            SessionBackend{"NWRfc", u"NWRFC", &StartNWRfcSystem,
-                                                          AbortCall::LetsTheCallFinish}),
+                                                          AbortCall::LetsTheCallFinish, SecondCall::GoesToTheSdk,
+                                                          ActiveInCallFinished::Yes}),
                          PrintBackend);
 
 }  // namespace contract

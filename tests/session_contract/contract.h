@@ -1,8 +1,9 @@
 // The contract every session class keeps, whatever its back end: the frame
 // of ISession (options, errors, the cached imports, the type cache, the
-// service calls, the table reader), one call at a time, synchronous and
-// asynchronous calls, CallFinished, aborting, and failures reported through
-// the result only. The tests (contract_test.cpp) run once per back end;
+// service calls, the table reader), synchronous and asynchronous calls,
+// CallFinished, aborting, and failures reported through the result only.
+// Where the back ends differ by design (a second call while one runs,
+// aborting, CallActive while CallFinished is fired), each says what it does. The tests (contract_test.cpp) run once per back end;
 // backends.cpp lists the back ends, one line each.
 #pragma once
 
@@ -45,13 +46,24 @@ class ContractSystem {
 // CallFinished), or nothing, where the back end's SDK cannot stop a call.
 enum class AbortCall { StopsTheCall, LetsTheCallFinish };
 
+// What a CallFunction gets while an asynchronous call runs: text 522, the
+// first call going on; or the back end's SDK, which serves it.
+enum class SecondCall { Refused, GoesToTheSdk };
+
+// What CallActive says in CallFinished: false where the call ended before
+// the event; true where the back end clears it after the event, on the
+// call's thread (the suite then does not look at it right after the event).
+enum class ActiveInCallFinished { No, Yes };
+
 // One back end: its name, what SessionType says, how to reach the system,
-// and what its AbortCall does.
+// and where it differs by design.
 struct SessionBackend {
   std::string name;
   std::u16string sessionType;
   std::function<std::unique_ptr<ContractSystem>()> start;
   AbortCall abort = AbortCall::StopsTheCall;
+  SecondCall secondCall = SecondCall::Refused;
+  ActiveInCallFinished activeInCallFinished = ActiveInCallFinished::No;
 };
 
 inline std::string PrintBackend(const ::testing::TestParamInfo<SessionBackend>& info) { return info.param.name; }

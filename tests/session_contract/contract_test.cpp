@@ -304,9 +304,15 @@ TEST_P(SessionContract, AnAbapExceptionIsAnApplicationExceptionWithASuccessResul
   EXPECT_EQ(Error().key, "NOT_FOUND");
 }
 
+// The failing call raises an ABAP exception, which keeps the connection (a missing module is a
+// runtime error, after which an RFC system ends the connection).
 TEST_P(SessionContract, ASuccessfulCallClearsTheError) {
   ASSERT_EQ(m_session->Connect(), S_OK);
-  ASSERT_EQ(m_session->CallFunction(NewCall(u"Z_NO_SUCH_MODULE"), VARIANT_TRUE), S_OK);
+  CComPtr<IFunctionCall> raise = NewCall(u"Z_VSIM_RAISE");
+  CComPtr<IRfcParameters> importing;
+  raise->get_Importing(&importing);
+  ASSERT_EQ(importing->AddScalar(CComBSTR(u"EXCEPTION"), TYPE_CHAR, 30, 0, CComVariant(u"FAILED")), S_OK);
+  ASSERT_EQ(m_session->CallFunction(raise, VARIANT_TRUE), S_OK);
   EXPECT_TRUE(ErrorSet());
   ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), S_OK);
   EXPECT_FALSE(ErrorSet());
@@ -350,8 +356,12 @@ TEST_P(SessionContract, AnAsynchronousCallFiresCallFinishedOnceOnAnotherThread) 
   ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_NE(m_sink->Thread(), std::this_thread::get_id());
-  EXPECT_EQ(m_sink->ActiveAtFire(), VARIANT_FALSE);
-  EXPECT_FALSE(Active());
+  if (GetParam().activeInCallFinished == ActiveInCallFinished::No) {
+    EXPECT_EQ(m_sink->ActiveAtFire(), VARIANT_FALSE);
+    EXPECT_FALSE(Active());
+  } else {
+    EXPECT_EQ(m_sink->ActiveAtFire(), VARIANT_TRUE);
+  }
   EXPECT_EQ(Exported(call, u"ECHOTEXT"), "async");
   EXPECT_EQ(m_sink->Count(), 1);
 }
@@ -364,6 +374,7 @@ TEST_P(SessionContract, ASynchronousCallFiresNothing) {
 }
 
 TEST_P(SessionContract, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
+  if (GetParam().secondCall != SecondCall::Refused) GTEST_SKIP() << "this back end leaves a second call to its SDK";
   ASSERT_EQ(m_session->Connect(), S_OK);
   Advise();
   CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
@@ -374,6 +385,25 @@ TEST_P(SessionContract, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_FALSE(ErrorSet());
   // WAITED is the time the system measured: at least what was asked for.
+  EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
+}
+
+TEST_P(SessionContract, ASecondCallWhileOneRunsGoesToTheSdk) {
+  if (GetParam().secondCall != SecondCall::GoesToTheSdk) GTEST_SKIP() << "this back end refuses a second call";
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  Advise();
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  ASSERT_TRUE(call);
+  Set(call, u"MILLISECONDS", CComVariant(800L));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  CComPtr<IFunctionCall> echo = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(echo);
+  Set(echo, u"REQUTEXT", CComVariant(u"second"));
+  ASSERT_EQ(m_session->CallFunction(echo, VARIANT_TRUE), S_OK) << ErrorDescription();
+  EXPECT_EQ(Exported(echo, u"ECHOTEXT"), "second");
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_EQ(m_sink->Count(), 1);
+  EXPECT_FALSE(ErrorSet());
   EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
 }
 
@@ -411,7 +441,7 @@ TEST_P(SessionContract, AbortCallLeavesTheCallToFinishWhereItCannotStopIt) {
   EXPECT_TRUE(Active());
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Count(), 1);
-  EXPECT_FALSE(Active());
+  if (GetParam().activeInCallFinished == ActiveInCallFinished::No) EXPECT_FALSE(Active());
   EXPECT_FALSE(ErrorSet());
   EXPECT_EQ(Exported(call, u"ECHOTEXT"), "goes on");
 }
