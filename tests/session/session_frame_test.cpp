@@ -1,6 +1,7 @@
 // The session frame on the fake back end: logon data, error state, options
 // with their trace side effects, the type cache link, the factories, the
-// cached imports and CallFinished.
+// cached imports, CallFinished and the pinning of a session during its
+// asynchronous calls.
 #include "fake_session.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +17,7 @@
 
 #include "late_bound.h"
 #include "runtime/trace.h"
+#include "session/session_frame.h"
 #include "platform/unicode.h"
 
 using namespace session_test;
@@ -639,6 +641,33 @@ TEST_F(SessionFrameTest, CallFinishedReachesEverySink) {
   EXPECT_EQ(one->calls, 1);
   EXPECT_EQ(two->calls, 2);
   point->Unadvise(c2);
+}
+
+// An object that counts the references it was given and given back.
+class CountedUnknown : public IUnknown {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** ppv) override {
+    *ppv = nullptr;
+    return E_NOINTERFACE;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs; }
+  ULONG STDMETHODCALLTYPE Release() override { return --refs; }
+  ULONG refs = 1;
+};
+
+// Each asynchronous call holds the session; an Unpin without a Pin left
+// (an abort after the call's own end) gives nothing back.
+TEST_F(SessionFrameTest, EachPinHoldsTheSessionOnce) {
+  SessionFrame frame;
+  CountedUnknown session;
+  frame.Pin(&session);
+  frame.Pin(&session);
+  EXPECT_EQ(session.refs, 3u);
+  frame.Unpin(&session);
+  EXPECT_EQ(session.refs, 2u);
+  frame.Unpin(&session);
+  frame.Unpin(&session);
+  EXPECT_EQ(session.refs, 1u);
 }
 
 }  // namespace
