@@ -79,7 +79,9 @@ class CNWRfcSession::NWCall final : public RunningCall {
     try {
       std::thread([session, invocation = std::move(m_invocation)]() mutable {
         CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-        const HRESULT hr = session->DoInvoke(invocation);
+        // What escapes the invoke here has no caller to reach: it ends the
+        // call as a failure, traced by the boundary.
+        const HRESULT hr = session->Guard("CallFunction", [&] { return session->DoInvoke(invocation); });
         session->InvokeEnded();
         if (SUCCEEDED(hr)) session->FireCallFinished();
         CoUninitialize();
