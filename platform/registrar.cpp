@@ -330,6 +330,8 @@ HRESULT Run(std::u16string_view script, bool doRegister) { return Parser(script,
 
 }  // namespace veltrane::platform::registrar
 
+extern "C" {
+
 HRESULT AtlSetPerUserRegistration(bool bEnable) {
   veltrane::platform::registrar::g_perUser = bEnable;
   return S_OK;
@@ -353,3 +355,5 @@ HRESULT AtlUpdateRegistryFromScript(LPCOLESTR script, BOOL bRegister, const _ATL
   const LONG committed = transaction.Commit();
   return committed == ERROR_SUCCESS ? S_OK : HRESULT_FROM_WIN32(static_cast<uint32_t>(committed));
 }
+
+}  // extern "C"

@@ -42,6 +42,7 @@ struct _ATL_REGMAP_ENTRY {
   LPCOLESTR szData;
 };
 
+extern "C" {
 // Per-user registration for the process: scripts written for HKCR then
 // register below HKCU\Software\Classes, and type libraries for the user.
 VELTRANE_API HRESULT AtlSetPerUserRegistration(bool bEnable);
@@ -53,3 +54,4 @@ VELTRANE_API HRESULT AtlGetPerUserRegistration(bool* pbEnabled);
 // the registry as it was). Failures: DISP_E_EXCEPTION for a script that
 // cannot be read, HRESULT_FROM_WIN32 of the registry's error.
 VELTRANE_API HRESULT AtlUpdateRegistryFromScript(LPCOLESTR script, BOOL bRegister, const _ATL_REGMAP_ENTRY* map);
+}

@@ -202,7 +202,7 @@ LONG WriteHive(HiveId hive, const std::function<LONG(Key&)>& op) {
     LONG result = OpenForTransaction(hive, true, &open);
     if (result != ERROR_SUCCESS) return result;
     result = op(open->root);
-    open->changed = true;
+    if (result == ERROR_SUCCESS) open->changed = true;
     return result;
   }
   HiveLock lock;
