@@ -24,6 +24,7 @@ Command describeCommand();
 Command readTableCommand();
 Command checkPasswordCommand();
 Command checkUnicodeCommand();
+Command bspCommand();
 
 const std::vector<Command>& allCommands();
 
