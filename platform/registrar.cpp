@@ -227,6 +227,14 @@ class Parser {
       RegDeleteValueW(parent, name.text.c_str());
   }
 
+  // An open key, closed when it goes (also when a syntax error unwinds).
+  struct OpenKey {
+    HKEY key = nullptr;
+    ~OpenKey() {
+      if (key) RegCloseKey(key);
+    }
+  };
+
   void SubKey(HKEY parent, bool skip, const std::u16string& name, bool noRemove, bool forceRemove, bool remove) {
     std::optional<std::pair<DWORD, std::vector<BYTE>>> value;
     if (Peek() && Peek()->Is(u"=")) {
@@ -235,7 +243,8 @@ class Parser {
     }
     const bool block = Peek() && Peek()->Is(u"{");
     if (block) Next();
-    HKEY key = nullptr;
+    OpenKey open;
+    HKEY& key = open.key;
     if (!skip && !Failed()) {
       if (m_register) {
         if (forceRemove || remove) {
@@ -260,7 +269,6 @@ class Parser {
       const LONG r = RegDeleteKeyW(parent, name.c_str());
       if (r != ERROR_FILE_NOT_FOUND) Check(r);
     }
-    if (key) RegCloseKey(key);
   }
 
   std::u16string_view m_text;

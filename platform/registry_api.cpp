@@ -86,7 +86,7 @@ LONG Resolve(HKEY key, LPCWSTR subKey, HiveId* hive, Path* path) {
     *hive = key->hive;
     *path = Join(key->path, names);
   }
-  return ERROR_SUCCESS;
+  return path->size() > registry::kMaxKeyDepth ? ERROR_BADKEY : ERROR_SUCCESS;
 }
 
 LONG NewHandle(HiveId hive, Path path, PHKEY result) {

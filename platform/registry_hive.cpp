@@ -146,7 +146,7 @@ class Reader {
     const std::u16string path = Wide(line.substr(1, line.size() - 2));
     if (path.empty()) return root;
     std::vector<std::u16string> names;
-    if (!SplitKeyPath(path, &names)) Fail("an empty key name in the path");
+    if (!SplitKeyPath(path, &names)) Fail("an empty key name in the path, or a path of more than 512 keys");
     for (const auto& n : names)
       for (char16_t c : n)
         if (IsControl(c)) Fail("a control character in a key name");
@@ -313,6 +313,7 @@ bool SplitKeyPath(std::u16string_view path, std::vector<std::u16string>* names) 
     const std::u16string_view name = path.substr(start, sep == std::u16string_view::npos ? sep : sep - start);
     if (name.empty()) return false;
     names->emplace_back(name);
+    if (names->size() > kMaxKeyDepth) return false;
     if (sep == std::u16string_view::npos) return true;
     start = sep + 1;
   }

@@ -72,8 +72,11 @@ class HiveSyntaxError : public std::runtime_error {
   size_t m_line;
 };
 
+// Keys lie at most this many levels below the root of a hive.
+inline constexpr size_t kMaxKeyDepth = 512;
+
 // Splits "A\B\C" into its names; empty names (a doubled, leading or trailing
-// backslash) make it invalid: false.
+// backslash) and more than kMaxKeyDepth names make it invalid: false.
 bool SplitKeyPath(std::u16string_view path, std::vector<std::u16string>* names);
 
 // The text form of a hive, with a comment line first.

@@ -101,6 +101,10 @@ TEST(RegistryHive, BadTextIsRefusedWithItsLine) {
       "[A]\n\"\\x\"=\"v\"\n",        // an unknown escape
       "[A]\n@=\"v\" junk\n",         // text behind the value
   };
+  std::string deep = "[";
+  for (int i = 0; i < 513; ++i) deep += "k\\";
+  deep += "k]\n";
+  EXPECT_THROW(ReadHive(deep), HiveSyntaxError);  // deeper than a registry goes
   for (const char* text : cases) EXPECT_THROW(ReadHive(text), HiveSyntaxError) << text;
   try {
     ReadHive("; comment\n\n[A]\n@=\"ok\"\nbroken\n");
@@ -209,6 +213,10 @@ TEST_F(Registry, CreateOpenEnumerateAndDeleteKeys) {
   EXPECT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, u"A", 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
   EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, u"A\\\\B", 0, nullptr, 0, 0, nullptr, &key, nullptr), ERROR_BADKEY);
   EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, u"Line\nBreak", 0, nullptr, 0, 0, nullptr, &key, nullptr), ERROR_BADKEY);
+  std::u16string deep;
+  for (int i = 0; i < 513; ++i) deep += u"k\\";
+  EXPECT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, (deep + u"k").c_str(), 0, nullptr, 0, 0, nullptr, &key, nullptr),
+            ERROR_BADKEY);
 }
 
 TEST_F(Registry, FileThatCannotBeReadIsNeitherReadNorOverwritten) {
