@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
@@ -158,8 +159,12 @@ HRESULT IIDFromString(LPCOLESTR lpsz, IID* lpiid) {
 
 HRESULT CoCreateGuid(GUID* pguid) {
   if (!pguid) return E_INVALIDARG;
-  static thread_local std::mt19937_64 rng{std::random_device{}()};
-  uint64_t a = rng(), b = rng();
+  // The generator lives on the heap: the library's thread-local block must stay
+  // small enough for a process to load the library after it started (dlopen,
+  // as the Python module is loaded), which glibc serves from a reserve of 512 bytes.
+  static thread_local std::unique_ptr<std::mt19937_64> rng;
+  if (!rng) rng = std::make_unique<std::mt19937_64>(std::random_device{}());
+  uint64_t a = (*rng)(), b = (*rng)();
   std::memcpy(pguid, &a, 8);
   std::memcpy(reinterpret_cast<char*>(pguid) + 8, &b, 8);
   pguid->Data3 = static_cast<uint16_t>((pguid->Data3 & 0x0FFF) | 0x4000);   // version 4

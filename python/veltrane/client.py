@@ -1,0 +1,249 @@
+"""veltrane.Client: function modules, interfaces and tables of an ABAP system in
+Python's terms, on the late-bound object model.
+
+    with veltrane.connect(host="127.0.0.1", port=8000, user="DEMO", passwd="...") as c:
+        c.call("BAPI_FLIGHT_GETLIST", AIRLINE="LH")
+        for row in c.read_table("SFLIGHT", fields=["CARRID", "FLDATE"], where="CARRID = 'LH'"):
+            ...
+"""
+
+from dataclasses import dataclass, field
+from typing import List, Optional
+
+from ._backends import backend_named, error_from
+from ._constants import constants
+from ._errors import CommunicationError, ComError
+from ._tables import TableRead
+from ._veltrane import schema_of
+
+_DIRECTIONS = ("Importing", "Exporting", "Changing", "Tables")
+
+
+@dataclass
+class TypeDescription:
+    """A type of a parameter or field: `kind` is "scalar", "structure" or "table"."""
+
+    name: str
+    kind: str
+    abap_type: Optional[str] = None  # "CHAR", "DATE", ... for a scalar
+    length: int = 0
+    decimals: int = 0
+    fields: List["FieldDescription"] = field(default_factory=list)  # of a structure, or of a table's row
+
+
+@dataclass
+class FieldDescription:
+    name: str
+    type: TypeDescription
+
+
+@dataclass
+class ParameterDescription:
+    name: str
+    direction: str  # "importing", "exporting", "changing" or "tables"
+    type: TypeDescription
+    optional: bool
+    default: str
+    text: str
+
+
+@dataclass
+class FunctionDescription:
+    name: str
+    text: str
+    parameters: List[ParameterDescription]
+    xml: str  # the interface in the library's XML form (FunctionCall.ToXML)
+
+    def parameter(self, name):
+        for p in self.parameters:
+            if p.name == name.upper():
+                return p
+        raise KeyError(name)
+
+
+def _describe_type(rfc_type, depth=0):
+    kind = rfc_type.Kind
+    name = rfc_type.name or ""
+    if kind == constants.RFCTYPEKIND_SCALAR:
+        abap = constants.name_of("ABAPTYPE", rfc_type.ScalarType) or str(rfc_type.ScalarType)
+        return TypeDescription(name, "scalar", abap.removeprefix("TYPE_"), rfc_type.ScalarLength,
+                               rfc_type.ScalarDecimals)
+    if depth > 64:
+        raise ValueError(f"type {name} nested deeper than 64 levels")
+    if kind == constants.RFCTYPEKIND_TABLE:
+        row = _describe_type(rfc_type.RowType, depth + 1)
+        return TypeDescription(name, "table", fields=row.fields)
+    if kind in (constants.RFCTYPEKIND_STRUCT, constants.RFCTYPEKIND_COMPLEX_STRUCT):
+        members = [FieldDescription(t.name, _describe_type(t, depth + 1)) for t in rfc_type.StructFields]
+        return TypeDescription(name, "structure", fields=members)
+    return TypeDescription(name, "undefined")
+
+
+class Client:
+    """A connection to an ABAP system. See veltrane.connect for the parameters."""
+
+    def __init__(self, backend="soap", *, rstrip=True, **params):
+        self._backend = backend_named(backend)
+        self._rstrip = rstrip
+        self._schemas = {}
+        self._session = self._backend.open(params)
+        try:
+            self._session.Connect()
+        except ComError as e:
+            failure = self._failure(e)
+            self._disconnect()
+            raise failure from e
+
+    # -- the connection ---------------------------------------------------------------
+
+    @property
+    def backend(self):
+        return self._backend.name
+
+    @property
+    def session(self):
+        """The session object (a Dispatch), for everything the client does not cover."""
+        return self._session
+
+    @property
+    def connected(self):
+        return self._session is not None and self._session.IsConnected
+
+    def close(self):
+        """Ends the connection; later calls fail."""
+        self._disconnect()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def __repr__(self):
+        state = "connected" if self.connected else "closed"
+        return f"<veltrane.Client {self._backend.name} {state}>"
+
+    def ping(self):
+        """Calls RFC_PING."""
+        self.call("RFC_PING")
+
+    # -- function modules -------------------------------------------------------------
+
+    def call(self, function, /, **parameters):
+        """Calls a function module with its importing, changing and table parameters
+        as keywords and returns its exporting, changing and table parameters in a
+        dict, with typed values (see the module's documentation)."""
+        name = function.upper()
+        call = self._import(name)
+        schemas = self._schemas_of(name, call)
+        for key, value in parameters.items():
+            where = self._input_parameter(call, name, key.upper())
+            schemas[key.upper()].write(where.Item(key.upper()), value, key.upper())
+        self._run(call)
+        result = {}
+        for group in ("Exporting", "Changing", "Tables"):
+            for p in getattr(call, group):
+                result[p.name] = schemas[p.name].read(p, self._rstrip)
+        return result
+
+    def describe(self, function):
+        """The interface of a function module: its parameters with their types."""
+        call = self._import(function.upper())
+        parameters = []
+        for group in _DIRECTIONS:
+            for p in getattr(call, group):
+                parameters.append(ParameterDescription(p.name, group.lower(), _describe_type(p.RfcType),
+                                                       bool(p.Optional), p.DefaultValue or "", p.Description or ""))
+        return FunctionDescription(call.Function, call.Documentation or "", parameters, call.ToXML())
+
+    # -- tables -----------------------------------------------------------------------
+
+    def read_table(self, table, fields=None, where=None, *, max_rows=0, skip=0, page_size=10000, raw=False):
+        """Rows of a database table through RFC_READ_TABLE, as dicts, read lazily page
+        by page (page_size rows per read; 0: all in one). `fields` is a list of names
+        or "A,B,C" (default: all); `where` a condition in ABAP syntax, or a list of
+        them joined with AND. Fields that do not fit one data line of RFC_READ_TABLE
+        are read in several reads per page and joined by position. raw=True gives
+        every field as untrimmed text."""
+        return TableRead(self, table, fields, where, max_rows=max_rows, skip=skip, page_size=page_size, raw=raw)
+
+    # -- inside -----------------------------------------------------------------------
+
+    def _require(self):
+        if self._session is None:
+            raise CommunicationError("the client is closed", key="CLOSED")
+        return self._session
+
+    def _failure(self, com_error):
+        """The exception for a failed member: what ErrorInfo holds when the session
+        recorded something, else the result itself as a communication failure."""
+        session = self._session
+        if session is not None and session.Error:
+            return error_from(session.ErrorInfo, self._backend)
+        return CommunicationError(com_error.description, key=f"0x{com_error.hresult:08X}")
+
+    def _raise_recorded(self):
+        if self._session.Error:
+            raise error_from(self._session.ErrorInfo, self._backend)
+
+    def _import(self, name):
+        session = self._require()
+        if session.Error:
+            session.ErrorInfo  # a failure nobody read: reading clears the flag
+        try:
+            call = session.ImportCall(name)
+        except ComError as e:
+            raise self._failure(e) from e
+        # An import that the system refuses (an unknown module) is recorded, not failed.
+        self._raise_recorded()
+        return call
+
+    def _run(self, call):
+        try:
+            self._session.CallFunction(call, True)
+        except ComError as e:
+            raise self._failure(e) from e
+        self._raise_recorded()
+
+    def _schemas_of(self, name, call):
+        schemas = self._schemas.get(name)
+        if schemas is None:
+            schemas = {p.name: schema_of(p.RfcType) for group in _DIRECTIONS for p in getattr(call, group)}
+            self._schemas[name] = schemas
+        return schemas
+
+    @staticmethod
+    def _input_parameter(call, function, key):
+        for group in ("Importing", "Changing", "Tables"):
+            params = getattr(call, group)
+            if params.HasKey(key):
+                return params
+        names = [p.name for g in ("Importing", "Changing", "Tables") for p in getattr(call, g)]
+        raise TypeError(f"{function} has no importing, changing or table parameter {key} "
+                        f"(it has {', '.join(names) or 'none'})")
+
+    def _disconnect(self):
+        session, self._session = self._session, None
+        if session is not None and session.IsConnected:
+            try:
+                session.Disconnect()
+            except ComError:
+                pass  # the connection is given up either way
+
+
+def connect(backend="soap", **params):
+    """Connects to an ABAP system and returns a Client (a context manager).
+
+    backend="soap" (the SOAP service over HTTP) takes:
+        host, port, endpoint  where the service is (default 127.0.0.1, 8000, sap/bc/soap/rfc;
+                              VELTRANE_HOST, VELTRANE_PORT), or url="http://host:port/path"
+        client, user, passwd, lang   the logon (VELTRANE_CLIENT or 001, VELTRANE_USER,
+                              VELTRANE_PASSWORD, VELTRANE_LANG or EN)
+        stateful              one ABAP session for the whole connection
+        trace                 file of the library's trace
+        proxy, proxy_user, proxy_passwd   an HTTP proxy "host:port" (VELTRANE_PROXY_PASSWORD)
+    backend="nwrfc" and backend="rfc" (ashost, sysnr, dest, ... with client, user, passwd,
+    lang) are refused with UnsupportedBackendError until the library and this client offer them.
+    All back ends: rstrip=False keeps the trailing blanks of character fields.
+    """
+    return Client(backend, **params)
