@@ -2,6 +2,10 @@
 // round trip register, create by ProgID, unregister, and its failures.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+#include <vector>
+
 #include "program.h"
 #include "registry_reading.h"
 #include "server_double.h"
@@ -86,4 +90,42 @@ TEST_F(Regsvr, ABadCommandLineShowsTheUsage) {
   r = RunProgram(kRegsvr + " /x " + kDouble);
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.output.find("unknown option /x"), std::string::npos);
+}
+
+TEST_F(Regsvr, ManyThreadsCreateARegisteredClassWhileTheRegistryChanges) {
+  const ProgramResult r = RunProgram(kRegsvr + " /i:user " + kDouble);
+  ASSERT_EQ(r.status, 0) << r.output;
+  std::atomic<int> created{0}, failed{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&] {
+      CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+      for (int i = 0; i < 40; ++i) {
+        CComPtr<IRfcServer> server;
+        if (SUCCEEDED(CoCreateInstance(CLSID_ServerDouble, nullptr, CLSCTX_INPROC_SERVER, IID_IRfcServer,
+                                       reinterpret_cast<void**>(&server))))
+          ++created;
+        else
+          ++failed;
+      }
+      CoUninitialize();
+    });
+  }
+  // Meanwhile the same file changes, key by key: readers see it whole, before or after.
+  threads.emplace_back([] {
+    for (int i = 0; i < 40; ++i) {
+      HKEY key = nullptr;
+      const std::u16string path = u"Software\\Noise\\" + std::u16string(1, static_cast<char16_t>(u'A' + i % 26));
+      if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key, nullptr) ==
+          ERROR_SUCCESS) {
+        const DWORD n = static_cast<DWORD>(i);
+        RegSetValueExW(key, u"N", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&n), sizeof n);
+        RegCloseKey(key);
+      }
+    }
+  });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(created.load(), 160);
+  EXPECT_EQ(failed.load(), 0);
+  EXPECT_EQ(TextOf(HKEY_CLASSES_ROOT, u"VeltraneTest.ServerDouble\\CLSID"), "{5B0C8E2A-3F1D-4C6B-9A27-1E8D4F6A0C31}");
 }
