@@ -38,10 +38,7 @@ int runBsp(const ParsedArgs& args) {
   check(system->put_Port(s.port), "setting the port");
   CComPtr<ILogonData> logon;
   check(app->get_LogonData(&logon), "reading the logon data");
-  check(logon->put_Client(bstr(s.client)), "setting the client");
-  check(logon->put_User(bstr(s.user)), "setting the user");
-  check(logon->put_Password(bstr(password)), "setting the password");
-  check(logon->put_Language(bstr(s.language)), "setting the language");
+  fillLogonData(logon, s, password);
   CComPtr<IBSPParameters> parameters;
   check(app->get_Parameters(&parameters), "reading the parameters");
   for (const auto& [name, value] : sent)

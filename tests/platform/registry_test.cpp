@@ -6,11 +6,14 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "platform/registry_hive.h"
 #include "platform/registry_store.h"
@@ -281,4 +284,55 @@ TEST_F(Registry, TransactionWritesAllItsChangesAtCommitAndNoneWithout) {
   }
   EXPECT_EQ(Read(HKEY_CURRENT_USER, u"T\\One"), u"1");
   EXPECT_EQ(Read(HKEY_CURRENT_USER, u"T\\Two"), u"2");
+}
+
+TEST_F(Registry, WritersTakeTurnsAndReadersSeeWholeFiles) {
+  std::atomic<bool> writing{true};
+  std::atomic<int> unreadable{0};
+  std::vector<std::thread> writers;
+  for (int w = 0; w < 3; ++w) {
+    writers.emplace_back([w] {
+      for (int i = 0; i < 30; ++i) {
+        const std::u16string key = u"W" + std::u16string(1, static_cast<char16_t>(u'0' + w)) + u"\\K" +
+                                   std::u16string(1, static_cast<char16_t>(u'A' + i % 26)) +
+                                   std::u16string(1, static_cast<char16_t>(u'0' + i / 26));
+        if (i % 3 == 0) {
+          RegistryTransaction transaction;  // some changes come as transactions
+          SetRegistryText(HKEY_CURRENT_USER, key, nullptr, u"t");
+          transaction.Commit();
+        } else {
+          SetRegistryText(HKEY_CURRENT_USER, key, nullptr, u"v");
+        }
+      }
+    });
+  }
+  std::thread reader([&] {
+    while (writing) {
+      HKEY key = nullptr;
+      const LONG r = RegOpenKeyExW(HKEY_CURRENT_USER, u"", 0, KEY_READ, &key);
+      if (r != ERROR_SUCCESS) ++unreadable;
+      char16_t name[8];
+      DWORD size = 8;
+      if (RegEnumKeyExW(key, 0, name, &size, nullptr, nullptr, nullptr, nullptr) == ERROR_BADDB) ++unreadable;
+      RegCloseKey(key);
+    }
+  });
+  for (auto& t : writers) t.join();
+  writing = false;
+  reader.join();
+  EXPECT_EQ(unreadable.load(), 0);
+  // No change was lost: each writer read the file again under the lock.
+  int keys = 0;
+  for (const char16_t* w : {u"W0", u"W1", u"W2"}) {
+    HKEY key = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, w, 0, KEY_READ, &key), ERROR_SUCCESS);
+    char16_t name[8];
+    for (DWORD i = 0;; ++i) {
+      DWORD size = 8;
+      if (RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
+      ++keys;
+    }
+    RegCloseKey(key);
+  }
+  EXPECT_EQ(keys, 90);
 }

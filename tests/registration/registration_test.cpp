@@ -131,17 +131,6 @@ TEST_F(Registration, AFailedInstallLeavesNothingOfItsRun) {
   EXPECT_FALSE(HasKey(HKEY_CLASSES_ROOT, kSoap));
 }
 
-TEST_F(Registration, TheModuleCannotUnloadWhileASessionLives) {
-  const HRESULT before = DllCanUnloadNow();
-  CComPtr<ISoapSession> session;
-  ASSERT_EQ(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
-                             reinterpret_cast<void**>(&session)),
-            S_OK);
-  EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
-  session.Release();
-  EXPECT_EQ(DllCanUnloadNow(), before);
-}
-
 TEST_F(Registration, ClassesOfTheLibraryNeedNoRegistrationInItsOwnProcess) {
   CLSID clsid{};
   EXPECT_EQ(CLSIDFromProgID(u"Veltrane.BSPApplication", &clsid), S_OK);
