@@ -6,6 +6,7 @@
 
 #include "bsp/bsp_application.h"
 #include "platform/atlbase.h"
+#include "platform/dispatch_impl.h"
 
 namespace {
 
@@ -127,6 +128,30 @@ TEST_F(BspObjects, OptionsAreStoredAsTheSessionStoresThem) {
   EXPECT_EQ(app->get_Option(CComBSTR(u"other"), &unknown), S_OK);
   EXPECT_EQ(Text(value), u"value");
   EXPECT_EQ(Text(unknown), u"");
+}
+
+// A parameter of the client's own whose name cannot be read once it is in
+// the collection.
+class CFailingParameter : public CComObjectBase<CFailingParameter, IDispatchImpl<CFailingParameter, IBSPParameter>> {
+ public:
+  HRESULT STDMETHODCALLTYPE get_name(BSTR* pVal) override {
+    return m_reads++ == 0 ? CComBSTR(u"N").CopyTo(pVal) : E_FAIL;
+  }
+  HRESULT STDMETHODCALLTYPE put_name(BSTR) override { return S_OK; }
+  HRESULT STDMETHODCALLTYPE get_value(BSTR* pVal) override { return CComBSTR(u"V").CopyTo(pVal); }
+  HRESULT STDMETHODCALLTYPE put_value(BSTR) override { return S_OK; }
+
+ private:
+  int m_reads = 0;
+};
+
+TEST_F(BspObjects, AParameterThatCannotBeReadEndsShowApplicationWithEPointer) {
+  CComPtr<IBSPParameters> p;
+  ASSERT_EQ(app->get_Parameters(&p), S_OK);
+  CComPtr<CFailingParameter> failing;
+  ASSERT_EQ(CFailingParameter::CreateInstance(&failing), S_OK);
+  ASSERT_EQ(p->Add(failing), S_OK);  // the key is read here, once
+  EXPECT_EQ(app->ShowApplication(CComBSTR(u"/a.htm"), nullptr), E_POINTER);
 }
 
 // Without a display the window cannot be shown, and the client is told why.

@@ -53,6 +53,15 @@ std::string Text(WebKitWebView* view, const std::string& id) {
   return WindowDriver::Evaluate(view, "document.getElementById('" + id + "').innerText");
 }
 
+// A picture of the page's window in the screenshot directory; the page must
+// have been painted (its banner shows).
+void Shot(WebKitWebView* view, const std::string& name) {
+  WindowDriver::AwaitRendered(view);
+  GdkPixbuf* picture = WindowDriver::Screenshot(WindowDriver::Toplevel(view), name, kBanner);
+  EXPECT_NE(picture, nullptr) << name << ": the page was not painted";
+  if (picture) g_object_unref(picture);
+}
+
 int VisibleWindows() {
   int count = 0;
   GList* windows = gtk_window_list_toplevels();
@@ -157,6 +166,7 @@ TEST_F(BspWindow, EmptyUserAndPasswordAreTheAnswerAndTheServersPageShows) {
   driver->OnPage("start.htm", [&](WebKitWebView* view) {
     refusal = Text(view, "refusal");
     EXPECT_EQ(VisibleWindows(), 1);
+    Shot(view, "bsp-logon-refused");
     WindowDriver::CloseAsUser(view);
   });
   ASSERT_EQ(Show(u"start.htm"), S_OK);
@@ -201,6 +211,7 @@ TEST_F(BspWindow, TicketGoesAsSessionCookieWithTheFirstRequest) {
   driver->OnPage("start.htm", [&](WebKitWebView* view) {
     logonText = Text(view, "logon");
     ticketText = Text(view, "ticket");
+    Shot(view, "bsp-ticket");
     WindowDriver::CloseAsUser(view);
   });
   ASSERT_EQ(Show(u"start.htm"), S_OK);
@@ -323,6 +334,7 @@ TEST_F(BspWindow, KeysTypedByTheUserReachThePageAndComeBackAsParameters) {
     WindowDriver::Type(WindowDriver::Toplevel(view), "abc123");
     WindowDriver::RunUntil(
         [&] { return WindowDriver::Evaluate(view, "document.getElementById('entry').value") == "abc123"; });
+    Shot(view, "bsp-typed");
     WindowDriver::ClickElement(view, "#finish");
   });
   ASSERT_EQ(Show(u"start.htm", u"exit.htm"), S_OK);
@@ -331,7 +343,10 @@ TEST_F(BspWindow, KeysTypedByTheUserReachThePageAndComeBackAsParameters) {
 
 TEST_F(BspWindow, WithoutExitPageThePageRunsUntilTheUserClosesTheWindow) {
   driver->OnPage("start.htm", [&](WebKitWebView* view) { WindowDriver::ClickElement(view, "#finish"); });
-  driver->OnPage("exit.htm", [&](WebKitWebView* view) { WindowDriver::CloseAsUser(view); });
+  driver->OnPage("exit.htm", [&](WebKitWebView* view) {
+    Shot(view, "bsp-exit-page");
+    WindowDriver::CloseAsUser(view);
+  });
   ASSERT_EQ(Show(u"start.htm"), S_OK);
   EXPECT_TRUE(Parameters().empty());
   ASSERT_FALSE(driver->FinishedUrls().empty());

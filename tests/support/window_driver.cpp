@@ -283,6 +283,23 @@ void WindowDriver::Settle() {
   while (g_main_context_pending(nullptr)) g_main_context_iteration(nullptr, FALSE);
 }
 
+void WindowDriver::AwaitRendered(WebKitWebView* view) {
+  bool done = false;
+  webkit_web_view_call_async_javascript_function(
+      view, "await new Promise(r => requestAnimationFrame(() => requestAnimationFrame(r))); return 1;", -1, nullptr,
+      nullptr, nullptr, nullptr,
+      +[](GObject* source, GAsyncResult* result, gpointer flag) {
+        if (JSCValue* value =
+                webkit_web_view_call_async_javascript_function_finish(WEBKIT_WEB_VIEW(source), result, nullptr))
+          g_object_unref(value);
+        *static_cast<bool*>(flag) = true;
+      },
+      &done);
+  RunUntil([&done] { return done; });
+  AwaitPaint(Toplevel(view));
+  AwaitPaint(Toplevel(view));
+}
+
 GdkPixbuf* WindowDriver::Screenshot(GtkWidget* window, const std::string& name, guint32 rgbAt00) {
   for (int frame = 0; frame < 600; ++frame) {
     Settle();

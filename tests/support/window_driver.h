@@ -79,6 +79,9 @@ class WindowDriver {
   // Lets the loop run until the X server has handled every request so far
   // and the toolkit has seen the events that followed.
   static void Settle();
+  // Runs the loop until the page has rendered what it shows now (two
+  // animation frames of the page) and the window has painted it.
+  static void AwaitRendered(WebKitWebView* view);
   // A picture of the window once the page has been painted (the view shows
   // its first pixel in the colour expected), saved as <name>.png in the
   // screenshot directory. Null if it was not painted in time.
