@@ -8,7 +8,7 @@ namespace veltrane::cli {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
       pingCommand(),          callCommand(),         describeCommand(), readTableCommand(),
-      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(),
+      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(), bspCommand(),
   };
   return commands;
 }

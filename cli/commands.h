@@ -25,6 +25,7 @@ Command readTableCommand();
 Command checkPasswordCommand();
 Command checkUnicodeCommand();
 Command confirmCommand();
+Command bspCommand();
 
 const std::vector<Command>& allCommands();
 

@@ -55,6 +55,13 @@ ConnectionSettings connectionSettings(const ParsedArgs& args) {
   return s;
 }
 
+void fillLogonData(ILogonData* logon, const ConnectionSettings& settings, const std::string& password) {
+  check(logon->put_Client(bstr(settings.client)), "setting the client");
+  check(logon->put_User(bstr(settings.user)), "setting the user");
+  check(logon->put_Password(bstr(password)), "setting the password");
+  check(logon->put_Language(bstr(settings.language)), "setting the language");
+}
+
 Connection::Connection(ConnectionSettings settings) : settings_(std::move(settings)) {
   const Backend& backend = backendNamed(settings_.backend);
   const std::string password = obtainPassword("Password for " + settings_.user + " in client " + settings_.client +
@@ -69,10 +76,7 @@ Connection::Connection(ConnectionSettings settings) : settings_(std::move(settin
 
   CComPtr<ILogonData> logon;
   check(session_->get_LogonData(&logon), "reading the logon data");
-  check(logon->put_Client(bstr(settings_.client)), "setting the client");
-  check(logon->put_User(bstr(settings_.user)), "setting the user");
-  check(logon->put_Password(bstr(password)), "setting the password");
-  check(logon->put_Language(bstr(settings_.language)), "setting the language");
+  fillLogonData(logon, settings_, password);
 
   checkSession(session_->Connect(), session_, "connecting to " + settings_.address());
 }

@@ -44,6 +44,10 @@ std::vector<OptionDef> connectionOptions();
 // VELTRANE_PORT). Bad values are UsageErrors.
 ConnectionSettings connectionSettings(const ParsedArgs& args);
 
+// Fills logon data with the settings' client, user and language and the
+// password. Failures throw.
+void fillLogonData(ILogonData* logon, const ConnectionSettings& settings, const std::string& password);
+
 class Connection {
  public:
   // Obtains the password, creates the session, fills its connection and

@@ -1,8 +1,8 @@
 // Veltrane: the public header. It declares the portable COM / OLE Automation
 // layer (types, BSTR, VARIANT, SAFEARRAY, IUnknown, IDispatch, error records,
-// apartments, activation), the ATL-style helpers, the generated type
-// library VELTRANELib (interfaces, enums, IIDs, CLSIDs), the component's
-// error codes and texts, and its version.
+// apartments, activation, the registry and the registrar), the ATL-style
+// helpers, the generated type library VELTRANELib (interfaces, enums, IIDs,
+// CLSIDs), the component's error codes and texts, and its version.
 //
 //   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
 //   CComPtr<ISoapSession> session;
@@ -21,6 +21,8 @@
 #include "veltrane/platform/dispatch_impl.h"
 #include "veltrane/platform/connection_point.h"
 #include "veltrane/platform/typelib.h"
+#include "veltrane/platform/winreg.h"
+#include "veltrane/platform/registrar.h"
 #include "veltrane/veltrane_tlb.h"
 #include "veltrane/veltrane_errors.h"
 #include "veltrane/veltrane_version.h"

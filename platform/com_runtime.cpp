@@ -1,7 +1,9 @@
 // COM runtime: task memory, GUID text, the class table behind activation,
-// ProgIDs and the module's lock count.
+// ProgIDs and the module's lock count. A class or ProgID that the class
+// table lacks is looked up in the registry (registry_activation.h).
 #include "platform/apartment.h"
 #include "platform/com_object.h"
+#include "platform/registry_activation.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -200,8 +202,9 @@ HRESULT CoGetClassObject(REFCLSID rclsid, DWORD dwClsContext, LPVOID, REFIID rii
   if (!veltrane::platform::CurrentApartment()) return CO_E_NOTINITIALIZED;
   if (!(dwClsContext & (CLSCTX_INPROC_SERVER | CLSCTX_INPROC_HANDLER))) return REGDB_E_CLASSNOTREG;
   COCLASS_REGISTRATION reg;
-  if (!lookupClass(rclsid, &reg) || !reg.creatable || !reg.getClassObject) return REGDB_E_CLASSNOTREG;
-  return reg.getClassObject(rclsid, riid, ppv);
+  if (lookupClass(rclsid, &reg) && reg.creatable && reg.getClassObject) return reg.getClassObject(rclsid, riid, ppv);
+  // A class the process does not hold comes from the library the registry names.
+  return veltrane::platform::RegisteredClassObject(rclsid, riid, ppv);
 }
 
 HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContext, REFIID riid, LPVOID* ppv) {
@@ -217,13 +220,16 @@ HRESULT CoCreateInstance(REFCLSID rclsid, LPUNKNOWN pUnkOuter, DWORD dwClsContex
 
 HRESULT CLSIDFromProgID(LPCOLESTR lpszProgID, CLSID* lpclsid) {
   if (!lpszProgID || !lpclsid) return E_INVALIDARG;
-  std::lock_guard<std::mutex> lock(g_classMutex);
-  for (const auto& [clsid, entry] : classTable()) {
-    if (equalsNoCase(entry.reg.progId, lpszProgID) || equalsNoCase(entry.reg.versionIndependentProgId, lpszProgID)) {
-      *lpclsid = clsid;
-      return S_OK;
+  {
+    std::lock_guard<std::mutex> lock(g_classMutex);
+    for (const auto& [clsid, entry] : classTable()) {
+      if (equalsNoCase(entry.reg.progId, lpszProgID) || equalsNoCase(entry.reg.versionIndependentProgId, lpszProgID)) {
+        *lpclsid = clsid;
+        return S_OK;
+      }
     }
   }
+  if (veltrane::platform::RegisteredProgIdClass(lpszProgID, lpclsid)) return S_OK;
   *lpclsid = CLSID_NULL;
   return CO_E_CLASSSTRING;
 }
@@ -232,8 +238,14 @@ HRESULT ProgIDFromCLSID(REFCLSID clsid, LPOLESTR* lplpszProgID) {
   if (!lplpszProgID) return E_INVALIDARG;
   *lplpszProgID = nullptr;
   COCLASS_REGISTRATION reg;
-  if (!lookupClass(clsid, &reg)) return REGDB_E_CLASSNOTREG;
-  const OLECHAR* name = reg.progId ? reg.progId : reg.versionIndependentProgId;
+  std::u16string registered;
+  const OLECHAR* name = nullptr;
+  if (lookupClass(clsid, &reg)) {
+    name = reg.progId ? reg.progId : reg.versionIndependentProgId;
+  } else {
+    registered = veltrane::platform::RegisteredClassProgId(clsid);
+    if (!registered.empty()) name = registered.c_str();
+  }
   if (!name) return REGDB_E_CLASSNOTREG;
   *lplpszProgID = taskString(name);
   return *lplpszProgID ? S_OK : E_OUTOFMEMORY;

@@ -8,6 +8,8 @@
 // slots), reached through GetRefTypeOfImplType(-1).
 #include "platform/typelib.h"
 
+#include "platform/internal/type_library.h"
+
 #include "platform/atlbase.h"
 
 #include <atomic>
@@ -802,14 +804,30 @@ extern "C" HRESULT LoadRegTypeLib(REFGUID rguid, WORD wVerMajor, WORD wVerMinor,
   using namespace veltrane::tlb;
   if (!pptlib) return E_INVALIDARG;
   *pptlib = nullptr;
-  HRESULT hr = TYPE_E_LIBNOTREGISTERED;
-  LibraryRegistry::Instance().ForEach([&](CTypeLib& lib) {
-    const LibraryData& data = lib.data();
-    if (*pptlib || *data.libid != rguid) return;
-    if (wVerMajor != data.majorVersion || wVerMinor > data.minorVersion) return;
-    lib.AddRef();
-    *pptlib = &lib;
-    hr = S_OK;
-  });
-  return hr;
+  auto find = [&] {
+    LibraryRegistry::Instance().ForEach([&](CTypeLib& lib) {
+      const LibraryData& data = lib.data();
+      if (*pptlib || *data.libid != rguid) return;
+      if (wVerMajor != data.majorVersion || wVerMinor > data.minorVersion) return;
+      lib.AddRef();
+      *pptlib = &lib;
+    });
+    return *pptlib != nullptr;
+  };
+  if (find()) return S_OK;
+  // Loading the registered file registers its library.
+  if (LoadRegisteredLibraryFile(rguid, wVerMajor, wVerMinor) && find()) return S_OK;
+  return TYPE_E_LIBNOTREGISTERED;
 }
+
+namespace veltrane::tlb {
+
+const LibraryData* LibraryOfTypeLib(ITypeLib* lib) {
+  const LibraryData* found = nullptr;
+  LibraryRegistry::Instance().ForEach([&](CTypeLib& candidate) {
+    if (static_cast<ITypeLib*>(&candidate) == lib && candidate.id() != kLibStdOle) found = &candidate.data();
+  });
+  return found;
+}
+
+}  // namespace veltrane::tlb

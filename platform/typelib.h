@@ -141,9 +141,27 @@ VELTRANE_API int IndexOfType(const TypeData& type);
 template <class Itf>
 struct veltrane_dispatch_table;
 
+enum SYSKIND { SYS_WIN16 = 0, SYS_WIN32 = 1, SYS_MAC = 2, SYS_WIN64 = 3 };
+
 extern "C" {
-// The registered type library of that id; major version must match, minor may be lower.
+// The registered type library of that id; major version must match, minor
+// may be lower. A library that no code of the process has registered yet is
+// looked up in the registry, below TypeLib\{id}\<major>.<minor>\<lcid>\linux64,
+// and the file named there is loaded, which registers it.
 VELTRANE_API HRESULT LoadRegTypeLib(REFGUID rguid, WORD wVerMajor, WORD wVerMinor, LCID lcid, ITypeLib** pptlib);
+
+// Writes a library of the process into the registry (winreg.h): for the
+// machine below HKEY_LOCAL_MACHINE\Software\Classes, for the user below
+// HKEY_CURRENT_USER\Software\Classes. TypeLib\{id}\<major>.<minor> with the
+// library's description, FLAGS, HELPDIR and <lcid>\linux64 holding szFullPath;
+// Interface\{iid} for each dispatch and dual interface, with its name,
+// ProxyStubClsid32 and TypeLib. SYSKIND is taken as the platform's own.
+VELTRANE_API HRESULT RegisterTypeLib(ITypeLib* ptlib, LPCOLESTR szFullPath, LPCOLESTR szHelpDir);
+VELTRANE_API HRESULT RegisterTypeLibForUser(ITypeLib* ptlib, LPOLESTR szFullPath, LPOLESTR szHelpDir);
+// Removes what the registration wrote, for a library of the process.
+VELTRANE_API HRESULT UnRegisterTypeLib(REFGUID libID, WORD wVerMajor, WORD wVerMinor, LCID lcid, SYSKIND syskind);
+VELTRANE_API HRESULT UnRegisterTypeLibForUser(REFGUID libID, WORD wMajorVerNum, WORD wMinorVerNum, LCID lcid,
+                                              SYSKIND syskind);
 }
 
 namespace veltrane::tlb {

@@ -1,7 +1,12 @@
 #include "runtime/environment.h"
 
+#include <dlfcn.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "platform/unicode.h"
 
@@ -75,4 +80,28 @@ std::u16string ExpandEnvironment(std::u16string_view text, size_t limit) {
   }
   if (limit == 0) out.clear();
   return out;
+}
+
+std::u16string ExecutablePath() {
+  std::vector<char> buffer(4096);
+  for (;;) {
+    const ssize_t n = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    if (n < 0) return {};
+    if (static_cast<size_t>(n) < buffer.size()) return Utf8ToWide(std::string(buffer.data(), static_cast<size_t>(n)));
+    buffer.resize(buffer.size() * 2);
+  }
+}
+
+std::u16string LibraryPath() {
+  Dl_info info{};
+  if (dladdr(reinterpret_cast<const void*>(&ExecutablePath), &info) == 0 || !info.dli_fname) return {};
+  std::string path = info.dli_fname;
+  // dladdr names the file as it was loaded; make a relative name absolute.
+  if (!path.empty() && path[0] != '/') {
+    if (char* real = realpath(path.c_str(), nullptr)) {
+      path = real;
+      std::free(real);
+    }
+  }
+  return Utf8ToWide(path);
 }

@@ -19,3 +19,10 @@ inline constexpr size_t kMaxPath = 260;
 //            ("~user" stays as written).
 // Names are case-sensitive. The result is cut to limit - 1 characters.
 std::u16string ExpandEnvironment(std::u16string_view text, size_t limit = kMaxPath);
+
+// The running program's file, from /proc/self/exe; empty if unknown.
+std::u16string ExecutablePath();
+
+// The file that holds the component's code (libveltrane.so, or the program
+// that links the layers), as an absolute path; empty if unknown.
+std::u16string LibraryPath();

@@ -1,6 +1,5 @@
 #include "session/session_frame.h"
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,6 +10,7 @@
 
 #include "model/model.h"
 #include "platform/property.h"
+#include "runtime/about_box.h"
 #include "runtime/environment.h"
 #include "runtime/report_error.h"
 #include "runtime/string_table.h"
@@ -19,30 +19,6 @@
 #include "session/table_reader.h"
 
 namespace {
-
-std::u16string ExecutablePath() {
-  std::vector<char> buffer(4096);
-  for (;;) {
-    const ssize_t n = readlink("/proc/self/exe", buffer.data(), buffer.size());
-    if (n < 0) return {};
-    if (static_cast<size_t>(n) < buffer.size()) return Utf8ToWide(std::string(buffer.data(), static_cast<size_t>(n)));
-    buffer.resize(buffer.size() * 2);
-  }
-}
-
-std::u16string LibraryPath() {
-  Dl_info info{};
-  if (dladdr(reinterpret_cast<const void*>(&ExecutablePath), &info) == 0 || !info.dli_fname) return {};
-  std::string path = info.dli_fname;
-  // dladdr names the file as it was loaded; make a relative name absolute.
-  if (!path.empty() && path[0] != '/') {
-    if (char* real = realpath(path.c_str(), nullptr)) {
-      path = real;
-      std::free(real);
-    }
-  }
-  return Utf8ToWide(path);
-}
 
 std::u16string WorkingDirectory() {
   std::vector<char> buffer(4096);
@@ -225,7 +201,10 @@ HRESULT SessionFrame::CreateType(IRfcType** pVal) const {
   return CreateRfcType(pVal);
 }
 
-HRESULT SessionFrame::About() const { return S_OK; }
+HRESULT SessionFrame::About() const {
+  veltrane::runtime::ShowAboutBox();
+  return S_OK;
+}
 
 HRESULT SessionFrame::GetTableReader(ISession* self, BSTR tableName, ITableReader** pVal) const {
   return CreateTableReader(self, tableName, pVal);

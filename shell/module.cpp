@@ -1,13 +1,15 @@
 // The module's entry points: class factories for the object map, the unload
-// test, and the registration of every class with the process's class table
-// when the library is loaded.
+// test, registration in the registry, and the registration of every class
+// with the process's class table when the library is loaded.
 #include "veltrane/module.h"
 #include "veltrane_tlb.h"
 
 #include "platform/atlbase.h"
 #include "platform/com_object.h"
+#include "platform/registrar.h"
 #include "platform/typelib.h"
 #include "shell/object_map.h"
+#include "shell/registration.h"
 
 #include <vector>
 
@@ -74,6 +76,18 @@ HRESULT DllGetClassObject(REFCLSID rclsid, REFIID riid, LPVOID* ppv) {
   factory->init(entry);
   hr = factory->QueryInterface(riid, ppv);
   factory->Release();
+  return hr;
+}
+
+HRESULT DllRegisterServer() { return veltrane::shell::UpdateRegistration(true); }
+
+HRESULT DllUnregisterServer() { return veltrane::shell::UpdateRegistration(false); }
+
+HRESULT DllInstall(BOOL bInstall, LPCWSTR pszCmdLine) {
+  if (veltrane::shell::IsPerUserCommand(pszCmdLine)) AtlSetPerUserRegistration(true);
+  if (!bInstall) return DllUnregisterServer();
+  const HRESULT hr = DllRegisterServer();
+  if (FAILED(hr)) DllUnregisterServer();
   return hr;
 }
 

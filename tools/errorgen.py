@@ -178,11 +178,14 @@ def parse_row(group, tokens, line):
         raise TableError(line, "%s: a row of kind %s needs a number" % (name, k))
     if k == "enum" and number is not None:
         raise TableError(line, "%s: the values of an enum group come from its declaration" % name)
-    if k in ("win32", "text") and text is None:
+    if k == "text" and text is None:
         raise TableError(line, "%s: a row of kind %s needs a text" % (name, k))
+    if k == "win32" and (text is None) == (ref is None):
+        raise TableError(line, "%s: a row of kind win32 reads IDENTIFIER NUMBER \"TEXT\" or IDENTIFIER NUMBER "
+                         "RESULT-NAME (the result row that is its HRESULT)" % name)
     if k == "kind" and (ref is None or text is not None):
         raise TableError(line, "%s: a row of kind kind reads IDENTIFIER NUMBER TEXT-NAME" % name)
-    if k != "kind" and ref is not None:
+    if k not in ("kind", "win32") and ref is not None:
         raise TableError(line, "%s: only a row of kind kind names a text" % name)
     if k == "result" and not 0 <= number <= 0xFFFFFFFF:
         raise TableError(line, "%s: 0x%X is not a 32-bit result code" % (name, number))
@@ -256,9 +259,17 @@ def check(groups):
                 if r.ref not in texts:
                     raise TableError(r.line, "%s: '%s' is no text of the string table" % (r.name, r.ref))
     results = {}
+    result_rows = {r.name: r for g in groups if g.kind == "result" for r in g.rows}
     for g in groups:
         for r in g.rows:
             if g.kind not in ("result", "win32"):
+                continue
+            if r.ref is not None:
+                # A system error number whose HRESULT is a result row: a constant only.
+                same = result_rows.get(r.ref)
+                if same is None or same.number != hresult_from_win32(r.number):
+                    raise TableError(r.line, "%s: HRESULT_FROM_WIN32(%d) is 0x%08X, not the result %s"
+                                     % (r.name, r.number, hresult_from_win32(r.number), r.ref))
                 continue
             code = r.number if g.kind == "result" else hresult_from_win32(r.number)
             if code in results:
@@ -286,6 +297,10 @@ def emit_result_codes(groups, source):
     for g in of_kind(groups, "result"):
         for r in g.rows:
             o.append("#define %s _HRESULT_TYPEDEF_(0x%08XL)\n" % (r.name, r.number))
+    for g in of_kind(groups, "win32"):
+        o.append("\n// System error numbers, as the registry functions return them.\n")
+        for r in g.rows:
+            o.append("#define %s %d\n" % (r.name, r.number))
     return "".join(o)
 
 
@@ -302,7 +317,7 @@ def emit_result_names(groups, source):
             for r in g.rows:
                 o.append("    {0x%08X, %s, %s},\n" % (r.number, u16(r.name), u16(r.text)))
         elif g.kind == "win32":
-            for r in g.rows:
+            for r in (r for r in g.rows if r.ref is None):
                 o.append("    {0x%08X, %s, %s},  // HRESULT_FROM_WIN32(%d)\n"
                          % (hresult_from_win32(r.number), u16(r.name), u16(r.text), r.number))
     o.append("};\n\n")

@@ -1511,6 +1511,9 @@ def emit_object_map(lib, source_name, creatable):
         if not cc.activatable:
             raise IdlError(cc.line, "--creatable %s: the coclass is not creatable by its class id" % name)
         entries.append((cc, header))
+    # The map lists the classes in the library's order, whatever order the layers declared them in.
+    position = {cc.name: i for i, cc in enumerate(lib.coclasses)}
+    entries.sort(key=lambda entry: position[entry[0].name])
     missing = [cc.name for cc in lib.coclasses if cc.activatable and cc.name not in dict(creatable)]
     o = [HEADER_BANNER % source_name]
     o.append("// The classes a client creates by class id, each with its factory function:\n"

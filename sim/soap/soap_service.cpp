@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "engine/convert.h"
+#include "soap/basic_logon.h"
 #include "soap/soap_codec.h"
 
 namespace vsim::soap {
@@ -156,7 +157,7 @@ std::map<std::string, std::string> parseCookies(const std::string& header) {
 }
 
 SoapService::SoapService(System& system, Log& log, ServiceOptions options)
-    : system_(system), log_(log), options_(options), rng_(std::random_device{}()) {}
+    : system_(system), log_(log), options_(options), bsp_(system), rng_(std::random_device{}()) {}
 
 std::size_t SoapService::contextCount() const {
   std::lock_guard lock(mutex_);
@@ -203,6 +204,8 @@ HttpResponse SoapService::handle(const HttpRequest& request) {
   try {
     if (path == kRfcPath) {
       r = soap(request, query, parseCookies(request.headers_joined("cookie")), function, user);
+    } else if (path.compare(0, std::char_traits<char>::length(kBspPath), kBspPath) == 0) {
+      r = bsp_.handle(request, path.substr(std::char_traits<char>::length(kBspPath)), query, user);
     } else if (path == "/sap/public/ping") {
       r = textResponse(200, "text/html; charset=utf-8", "<html><body>Server reached.</body></html>");
     } else if (path.compare(0, std::char_traits<char>::length(kControlPath), kControlPath) == 0) {
@@ -265,18 +268,12 @@ HttpResponse SoapService::soap(const HttpRequest& request, const std::map<std::s
       !cookie("MYSAPSSO2").empty() ? urlDecode(cookie("MYSAPSSO2"), false) : request.header("mysapsso2");
   std::string sessionCookie = "SAP_SESSIONID_" + system_.info().sysid + "_" + client;
   bool basic = false;
-  if (authorization.size() > 6 && toUpper(authorization.substr(0, 6)) == "BASIC ") {
+  const BasicLogon basicLogon = readBasicLogon(authorization);
+  if (basicLogon.state != BasicLogon::State::Absent) {
     if (!users.hasClient(client)) return logonFailed(client, "Client " + client + " is not available in this system");
-    std::string decoded;
-    try {
-      decoded = base64Decode(trim(authorization.substr(6)));
-    } catch (const ConversionError&) {
-      return logonFailed(client, "Logon data is not readable");
-    }
-    const size_t colon = decoded.find(':');
-    if (colon == std::string::npos) return logonFailed(client, "Logon data is not readable");
-    const std::string name = toUpper(decoded.substr(0, colon)), password = decoded.substr(colon + 1);
-    switch (users.check(client, name, password)) {
+    if (basicLogon.state == BasicLogon::State::Unreadable) return logonFailed(client, "Logon data is not readable");
+    const std::string& name = basicLogon.user;
+    switch (users.check(client, name, basicLogon.password)) {
       case LogonResult::Ok: break;
       case LogonResult::Locked: return logonFailed(client, "User is locked. Please notify the person responsible");
       case LogonResult::UnknownClient:

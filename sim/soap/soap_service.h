@@ -1,5 +1,6 @@
 // The HTTP service of the simulated system: SOAP RFC at /sap/bc/soap/rfc with logon, security
-// sessions and stateful contexts, /sap/public/ping, and the test-control endpoint /vsim/control/.
+// sessions and stateful contexts, /sap/public/ping, a BSP application (bsp_pages.h), and the
+// test-control endpoint /vsim/control/.
 #pragma once
 
 #include <atomic>
@@ -15,6 +16,7 @@
 
 #include "engine/faults.h"
 #include "engine/system.h"
+#include "soap/bsp_pages.h"
 #include "soap/http_types.h"
 #include "engine/log.h"
 
@@ -61,6 +63,7 @@ class SoapService {
   System& system_;
   Log& log_;
   ServiceOptions options_;
+  BspPages bsp_;
   mutable std::mutex mutex_;
   std::map<std::string, SecuritySession> securitySessions_;
   std::map<std::string, std::shared_ptr<Context>> contexts_;

@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 std::u16string progIdOf(REFCLSID clsid) {
@@ -40,15 +43,19 @@ TEST(Module, ClassesOutsideTheObjectMapHaveNoFactory) {
   EXPECT_EQ(DllGetClassObject(CLSID_RfcField, IID_IClassFactory, nullptr), E_POINTER);
 }
 
-// The map holds the creatable classes this tree implements; the others of
-// the library have no factory yet.
+// The map holds the creatable classes this tree implements, in the order of
+// the library; the others of the library have no factory yet.
 TEST(Module, ObjectMapHoldsTheImplementedCreatableClasses) {
-  ASSERT_EQ(veltrane::shell::ObjectMap().size(), 2u);
-  EXPECT_NE(veltrane::shell::FindObjectEntry(CLSID_SoapSession), nullptr);
-  EXPECT_NE(veltrane::shell::FindObjectEntry(CLSID_NWRfcSession), nullptr);
-  void* p = reinterpret_cast<void*>(1);
-  EXPECT_EQ(DllGetClassObject(CLSID_RfcSession, IID_IClassFactory, &p), CLASS_E_CLASSNOTAVAILABLE);
-  EXPECT_EQ(p, nullptr);
+  std::vector<CLSID> order;
+  for (const auto& e : veltrane::shell::ObjectMap()) order.push_back(*e.clsid);
+  const CLSID all[] = {CLSID_RfcSession,   CLSID_SoapSession, CLSID_BSPApplication, CLSID_RfcServer,
+                       CLSID_NWRfcSession, CLSID_NWRfcServer, CLSID_ConnectorCtrl};
+  std::vector<CLSID> expected;
+  for (const CLSID& c : all)
+    if (std::find(order.begin(), order.end(), c) != order.end()) expected.push_back(c);
+  EXPECT_EQ(order, expected);
+  for (const CLSID& c : {CLSID_SoapSession, CLSID_NWRfcSession, CLSID_BSPApplication, CLSID_ConnectorCtrl})
+    EXPECT_NE(veltrane::shell::FindObjectEntry(c), nullptr);
   CComPtr<ISoapSession> soap;
   EXPECT_EQ(veltrane::shell::FindObjectEntry(CLSID_SoapSession)
                 ->createInstance(IID_ISoapSession, reinterpret_cast<void**>(&soap)),
@@ -59,6 +66,19 @@ TEST(Module, ObjectMapHoldsTheImplementedCreatableClasses) {
                 ->createInstance(IID_IRfcSession, reinterpret_cast<void**>(&nw)),
             S_OK);
   EXPECT_TRUE(nw);
+}
+
+TEST(Module, CanUnloadNowIsFalseWhileASessionLives) {
+  CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+  const HRESULT before = DllCanUnloadNow();
+  CComPtr<ISoapSession> session;
+  ASSERT_EQ(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISoapSession,
+                             reinterpret_cast<void**>(&session)),
+            S_OK);
+  EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+  session.Release();
+  EXPECT_EQ(DllCanUnloadNow(), before);
+  CoUninitialize();
 }
 
 TEST(Module, ObjectMapEntriesAreCreatableClasses) {
