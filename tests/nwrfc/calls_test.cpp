@@ -40,11 +40,6 @@ class Calls : public SessionTest {
     ASSERT_EQ(container->FindConnectionPoint(DIID__SessionEvents, &m_point), S_OK);
     ASSERT_EQ(m_point->Advise(m_sink, &m_cookie), S_OK);
   }
-  bool Active() {
-    VARIANT_BOOL active = VARIANT_FALSE;
-    m_session->get_CallActive(&active);
-    return active == VARIANT_TRUE;
-  }
 
   test_support::EventSink* m_sink = nullptr;
   CComPtr<IConnectionPoint> m_point;
@@ -178,31 +173,13 @@ TEST_F(Calls, EveryResultIsPublishedToTheTrace) {
 // result. An asynchronous one ends without CallFinished, and CallActive
 // stays true.
 TEST_F(Calls, AResultThatDoesNotConvertFailsTheCall) {
-  auto callReadingADate = [&] {
-    CComPtr<IFunctionCall> call;
-    m_session->CreateCall(&call);
-    call->put_Function(CComBSTR(u"Z_VSIM_TYPES"));
-    CComPtr<IRfcParameters> importing, exporting;
-    call->get_Importing(&importing);
-    call->get_Exporting(&exporting);
-    importing->AddScalar(CComBSTR(u"IV_CHAR"), TYPE_CHAR, 10, 0, CComVariant(u"20241399"));
-    exporting->AddScalar(CComBSTR(u"EV_CHAR"), TYPE_DATE, 8, 0, CComVariant());
-    return call;
-  };
-  EXPECT_EQ(m_session->CallFunction(callReadingADate(), VARIANT_TRUE), kInvalidDateTime);
+  EXPECT_EQ(m_session->CallFunction(CallReadingAnInvalidDate(m_session), VARIANT_TRUE), kInvalidDateTime);
   EXPECT_EQ(ErrorDescription(), "invalid date/time");
   EXPECT_FALSE(Active());
 
   SessionSink* sink = SessionSink::AdviseTo(m_session);
-  ASSERT_EQ(m_session->CallFunction(callReadingADate(), VARIANT_FALSE), S_OK);
-  EXPECT_TRUE(Active());
-  // Disconnect waits for the invoke to end.
-  ASSERT_EQ(m_session->Disconnect(), S_OK);
-  EXPECT_TRUE(Active());
-  m_session.Release();
-  ASSERT_TRUE(sink->WaitUntilLetGo()) << "the session goes when the call's thread has ended";
-  EXPECT_EQ(sink->Count(), 0);
-  sink->Release();
+  ASSERT_EQ(m_session->CallFunction(CallReadingAnInvalidDate(m_session), VARIANT_FALSE), S_OK);
+  ExpectItEndsUnseen(sink);
 }
 
 TEST_F(Calls, AValueThatDoesNotConvertFailsBeforeTheCall) {
@@ -269,9 +246,7 @@ TEST_F(Calls, ACallDuringAnAsynchronousOneGoesToTheSdk) {
   EXPECT_EQ(Text(Value(echo, u"Exporting", u"ECHOTEXT")), "second");
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Count(), 1);
-  CComVariant waited = Value(wait, u"Exporting", u"WAITED");
-  ASSERT_EQ(waited.ChangeType(VT_I4), S_OK);
-  EXPECT_GE(waited.lVal, 400);
+  EXPECT_GE(ExportedNumber(wait, u"WAITED"), 400);
   EXPECT_FALSE(ErrorFlag(m_session));
 }
 
@@ -284,9 +259,7 @@ TEST_F(Calls, DisconnectWaitsForTheRunningCall) {
   EXPECT_FALSE(Connected(m_session));
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_FALSE(ErrorFlag(m_session)) << "the call ended before the connection did";
-  CComVariant waited = Value(wait, u"Exporting", u"WAITED");
-  ASSERT_EQ(waited.ChangeType(VT_I4), S_OK);
-  EXPECT_GE(waited.lVal, 300);
+  EXPECT_GE(ExportedNumber(wait, u"WAITED"), 300);
 }
 
 // ---------------------------------------------------------------- ticket

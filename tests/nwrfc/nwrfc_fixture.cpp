@@ -184,6 +184,12 @@ CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* na
   return value;
 }
 
+long ExportedNumber(IFunctionCall* call, const char16_t* name) {
+  CComVariant value = Value(call, u"Exporting", name);
+  EXPECT_EQ(value.ChangeType(VT_I4), S_OK) << Narrow(name);
+  return value.vt == VT_I4 ? value.lVal : -1;
+}
+
 void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value) {
   if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) EXPECT_EQ(p->put_value(value), S_OK) << Narrow(name);
 }
@@ -202,6 +208,19 @@ CComPtr<IRfcRows> Rows(IFunctionCall* call, const char16_t* group, const char16_
   CComPtr<IRfcRows> rows;
   if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) EXPECT_EQ(p->get_Rows(&rows), S_OK);
   return rows;
+}
+
+CComPtr<IFunctionCall> CallReadingAnInvalidDate(ISession* session) {
+  CComPtr<IFunctionCall> call;
+  EXPECT_EQ(session->CreateCall(&call), S_OK);
+  if (!call) return call;
+  call->put_Function(CComBSTR(u"Z_VSIM_TYPES"));
+  CComPtr<IRfcParameters> importing, exporting;
+  call->get_Importing(&importing);
+  call->get_Exporting(&exporting);
+  importing->AddScalar(CComBSTR(u"IV_CHAR"), TYPE_CHAR, 10, 0, CComVariant(u"20241399"));
+  exporting->AddScalar(CComBSTR(u"EV_CHAR"), TYPE_DATE, 8, 0, CComVariant());
+  return call;
 }
 
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
@@ -241,6 +260,12 @@ bool Connected(ISession* session) {
   return connected == VARIANT_TRUE;
 }
 
+bool CallActive(ISession* session) {
+  VARIANT_BOOL active = VARIANT_FALSE;
+  session->get_CallActive(&active);
+  return active == VARIANT_TRUE;
+}
+
 std::string ErrorDescription() {
   CComPtr<IErrorInfo> info;
   if (GetErrorInfo(0, &info) != S_OK || !info) return "";
@@ -264,6 +289,16 @@ void SessionTest::SetUp() {
 void SessionTest::TearDown() {
   m_session.Release();
   NWTest::TearDown();
+}
+
+void SessionTest::ExpectItEndsUnseen(SessionSink* sink) {
+  EXPECT_TRUE(Active());
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_TRUE(Active()) << "the invoke ended and CallActive stays true";
+  m_session.Release();
+  ASSERT_TRUE(sink->WaitUntilLetGo()) << "the session goes when the call's thread has ended";
+  EXPECT_EQ(sink->Count(), 0);
+  sink->Release();
 }
 
 CComPtr<IFunctionCall> SessionTest::Import(const char16_t* name, VARIANT_BOOL ignoreUnsupportedParams) {

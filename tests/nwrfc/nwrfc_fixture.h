@@ -74,11 +74,16 @@ unsigned RowCount(RFC_TABLE_HANDLE table);
 // The parameter of a group ("Importing" ...) of a call, by name.
 CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
 CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);
+// An exporting parameter's value as a number.
+long ExportedNumber(IFunctionCall* call, const char16_t* name);
 void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value);
 // The field below a structure parameter.
 CComPtr<IRfcField> Member(IFunctionCall* call, const char16_t* group, const char16_t* structure,
                           const char16_t* member);
 CComPtr<IRfcRows> Rows(IFunctionCall* call, const char16_t* group, const char16_t* name);
+// A call of Z_VSIM_TYPES that declares EV_CHAR a date, which the value the
+// system gives back ("20241399") is not: the call's results cannot be read.
+CComPtr<IFunctionCall> CallReadingAnInvalidDate(ISession* session);
 
 // UTF-8 for messages and comparisons; BSTR and VARIANT texts.
 std::string Narrow(std::u16string_view text);
@@ -93,6 +98,7 @@ struct ErrorText {
 ErrorText ErrorOf(ISession* session);
 bool ErrorFlag(ISession* session);
 bool Connected(ISession* session);
+bool CallActive(ISession* session);
 // The description of the thread's error record.
 std::string ErrorDescription();
 
@@ -133,6 +139,11 @@ class SessionTest : public NWTest {
 
   // ImportCall on the session, expected to succeed.
   CComPtr<IFunctionCall> Import(const char16_t* name, VARIANT_BOOL ignoreUnsupportedParams = VARIANT_FALSE);
+  bool Active() { return CallActive(m_session); }
+  // For an asynchronous call just started that fails on its thread: it ends
+  // without CallFinished to sink, and CallActive stays true. Disconnects,
+  // which waits for the invoke, then lets go of the session and of sink.
+  void ExpectItEndsUnseen(SessionSink* sink);
 
   CComPtr<IRfcSession> m_session;
 };

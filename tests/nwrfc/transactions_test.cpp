@@ -25,9 +25,7 @@ class Transactions : public SessionTest {
   long Runs() {
     CComPtr<IFunctionCall> call = CountRuns(true);
     EXPECT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
-    CComVariant runs = Value(call, u"Exporting", u"RUNS");
-    EXPECT_EQ(runs.ChangeType(VT_I4), S_OK);
-    return runs.lVal;
+    return ExportedNumber(call, u"RUNS");
   }
   CComBSTR NewTid() {
     CComBSTR tid;

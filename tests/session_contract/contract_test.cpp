@@ -373,37 +373,28 @@ TEST_P(SessionContract, ASynchronousCallFiresNothing) {
   EXPECT_EQ(m_sink->Count(), 0);
 }
 
-TEST_P(SessionContract, ASecondCallWhileOneRunsFailsAndLeavesTheFirstRunning) {
-  if (GetParam().secondCall != SecondCall::Refused) GTEST_SKIP() << "this back end leaves a second call to its SDK";
+// What a second call gets while an asynchronous one runs is the back end's
+// (SecondCall): text 522, or an answer from the SDK. The first call runs to
+// its end either way.
+TEST_P(SessionContract, ASecondCallWhileOneRuns) {
   ASSERT_EQ(m_session->Connect(), S_OK);
   Advise();
   CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
-  ASSERT_TRUE(call);
-  Set(call, u"MILLISECONDS", CComVariant(800L));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
-  EXPECT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), kCallRunning);
-  ASSERT_TRUE(m_sink->WaitFor(1));
-  EXPECT_FALSE(ErrorSet());
-  // WAITED is the time the system measured: at least what was asked for.
-  EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
-}
-
-TEST_P(SessionContract, ASecondCallWhileOneRunsGoesToTheSdk) {
-  if (GetParam().secondCall != SecondCall::GoesToTheSdk) GTEST_SKIP() << "this back end refuses a second call";
-  ASSERT_EQ(m_session->Connect(), S_OK);
-  Advise();
-  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
-  ASSERT_TRUE(call);
-  Set(call, u"MILLISECONDS", CComVariant(800L));
-  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
   CComPtr<IFunctionCall> echo = Import(u"STFC_CONNECTION");
-  ASSERT_TRUE(echo);
+  ASSERT_TRUE(call && echo);
+  Set(call, u"MILLISECONDS", CComVariant(800L));
   Set(echo, u"REQUTEXT", CComVariant(u"second"));
-  ASSERT_EQ(m_session->CallFunction(echo, VARIANT_TRUE), S_OK) << ErrorDescription();
-  EXPECT_EQ(Exported(echo, u"ECHOTEXT"), "second");
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  if (GetParam().secondCall == SecondCall::Refused) {
+    EXPECT_EQ(m_session->CallFunction(echo, VARIANT_TRUE), kCallRunning);
+  } else {
+    ASSERT_EQ(m_session->CallFunction(echo, VARIANT_TRUE), S_OK) << ErrorDescription();
+    EXPECT_EQ(Exported(echo, u"ECHOTEXT"), "second");
+  }
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Count(), 1);
   EXPECT_FALSE(ErrorSet());
+  // WAITED is the time the system measured: at least what was asked for.
   EXPECT_GE(std::stol(Exported(call, u"WAITED")), 800);
 }
 

@@ -18,14 +18,7 @@ class Lifecycle : public SessionTest {
   long CallsInTheAbapSession() {
     CComPtr<IFunctionCall> counter = Import(u"Z_VSIM_COUNTER");
     EXPECT_EQ(m_session->CallFunction(counter, VARIANT_TRUE), S_OK);
-    CComVariant calls = Value(counter, u"Exporting", u"CALLS");
-    EXPECT_EQ(calls.ChangeType(VT_I4), S_OK);
-    return calls.lVal;
-  }
-  bool Active() {
-    VARIANT_BOOL active = VARIANT_FALSE;
-    m_session->get_CallActive(&active);
-    return active == VARIANT_TRUE;
+    return ExportedNumber(counter, u"CALLS");
   }
   CComBSTR SentTid() {
     CComBSTR tid;
@@ -90,15 +83,7 @@ TEST_F(Lifecycle, AFillThatFailsKeepsTheFunction) {
   EXPECT_EQ(m_session->CallFunction(tooBig, VARIANT_TRUE), DISP_E_OVERFLOW);
   EXPECT_EQ(Calls("RfcDestroyFunction"), destroyed) << "outgoing values";
 
-  CComPtr<IFunctionCall> readsADate;
-  m_session->CreateCall(&readsADate);
-  readsADate->put_Function(CComBSTR(u"Z_VSIM_TYPES"));
-  CComPtr<IRfcParameters> importing, exporting;
-  readsADate->get_Importing(&importing);
-  readsADate->get_Exporting(&exporting);
-  importing->AddScalar(CComBSTR(u"IV_CHAR"), TYPE_CHAR, 10, 0, CComVariant(u"20241399"));
-  exporting->AddScalar(CComBSTR(u"EV_CHAR"), TYPE_DATE, 8, 0, CComVariant());
-  EXPECT_EQ(m_session->CallFunction(readsADate, VARIANT_TRUE), kInvalidDateTime);
+  EXPECT_EQ(m_session->CallFunction(CallReadingAnInvalidDate(m_session), VARIANT_TRUE), kInvalidDateTime);
   EXPECT_EQ(Calls("RfcDestroyFunction"), destroyed) << "incoming values";
 }
 
@@ -121,15 +106,8 @@ TEST_F(Lifecycle, AFunctionTheSdkDoesNotDestroyLeavesAnAsynchronousCallActive) {
   const int destroyed = Calls("RfcDestroyFunction");
   watched::FailNext("RfcDestroyFunction");
   ASSERT_EQ(m_session->CallFunction(Import(u"RFC_PING"), VARIANT_FALSE), S_OK);
-  EXPECT_TRUE(Active());
   ASSERT_EQ(watched::WaitForCalls("RfcDestroyFunction", destroyed + 1), destroyed + 1);
-  // Disconnect waits for the invoke to end.
-  ASSERT_EQ(m_session->Disconnect(), S_OK);
-  EXPECT_TRUE(Active());
-  m_session.Release();
-  ASSERT_TRUE(sink->WaitUntilLetGo()) << "the session goes when the call's thread has ended";
-  EXPECT_EQ(sink->Count(), 0);
-  sink->Release();
+  ExpectItEndsUnseen(sink);
 }
 
 }  // namespace
