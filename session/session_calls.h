@@ -110,8 +110,9 @@ class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
     this->FireCallFinished();
     ReleaseAsynchronousCall();
   }
-  // The session lets go of itself at the end of an asynchronous call that
-  // fires no CallFinished; the last thing the thread does with the session.
+  // The session lets go of itself at the end of an asynchronous call whose
+  // back end fires CallFinished on its own, or none; the last thing the
+  // thread does with the session.
   void ReleaseAsynchronousCall() { this->Frame().Unpin(this->Unknown()); }
 
  private:
