@@ -14,6 +14,7 @@
 #include <rapidxml/rapidxml_print.hpp>
 
 #include "model/model.h"
+#include "model/row_store.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
 #include "abap/field_path.h"
@@ -391,6 +392,84 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const FieldPath& where) 
   }
 }
 
+// Rows of scalars go straight into the rows' store: texts decoded into its
+// arena, other values converted without a string of their own. False, with
+// nothing added, when the rows have no store for their type.
+bool ReadStoredTable(const XmlNode* node, IRfcRows* rows, const FieldPath& where) {
+  LONG count = 0;
+  for (const XmlNode* child = node->first_node(); child; child = child->next_sibling())
+    if (child->type() == rapidxml::node_element) ++count;
+  if (count == 0) return true;
+  RowStore* store = nullptr;
+  size_t first = 0;
+  HRESULT hr = RfcRowsAppendStored(rows, count, &store, &first);
+  if (hr == E_NOINTERFACE) return false;
+  Check(hr, "IRfcRows::AddRow");
+
+  struct StoredColumn {
+    std::string name;
+    std::u16string_view wideName;
+    ABAPTYPE type;
+    bool text;
+  };
+  std::vector<StoredColumn> columns(store->Width());
+  bool distinct = true;
+  for (size_t c = 0; c < columns.size(); ++c) {
+    const RowStore::Column& column = store->ColumnAt(c);
+    columns[c] = {WideToUtf8(column.name), column.name, column.scalarType, IsTextType(column.scalarType)};
+    for (size_t d = 0; d < c && distinct; ++d) distinct = columns[d].name != columns[c].name;
+  }
+
+  LONG rowNumber = 0;
+  char16_t small[64];
+  try {
+    for (const XmlNode* child = node->first_node(); child; child = child->next_sibling()) {
+      if (child->type() != rapidxml::node_element) continue;
+      const size_t storeRow = first + static_cast<size_t>(rowNumber++);
+      // Members usually stand in the order of the columns: while each one
+      // was the next element, the next column is looked for there first.
+      const XmlNode* next = child->first_node();
+      for (size_t c = 0; c < columns.size(); ++c) {
+        const StoredColumn& column = columns[c];
+        while (next && next->type() != rapidxml::node_element) next = next->next_sibling();
+        const XmlNode* element = nullptr;
+        if (distinct && next && veltrane::xmlns::Name(next) == column.name) {
+          element = next;
+          next = next->next_sibling();
+        } else {
+          element = veltrane::xmlns::FirstChild(child, column.name);
+          next = nullptr;
+        }
+        if (!element) {
+          const FieldPath rowWhere = FieldPath::Row(&where, rowNumber);
+          MissingElement(FieldPath::Field(&rowWhere, column.wideName));
+        }
+        const std::string_view text = veltrane::xmlns::Text(element);
+        if (column.text) {
+          store->PutUtf8(storeRow, c, text);
+          continue;
+        }
+        std::u16string large;
+        std::u16string_view wide;
+        if (text.size() <= std::size(small)) {
+          wide = std::u16string_view(small, DecodeUtf8(text, small));
+        } else {
+          large = Utf8ToWide(text);
+          wide = large;
+        }
+        CComVariant value = RfcValueFromString(column.type, wide);
+        Check(store->Take(storeRow, c, &value), "IRfcField::put_value");
+      }
+    }
+  } catch (...) {
+    // The table ends as if the rows had been appended one by one: the row
+    // that failed stays, the rows behind it go.
+    for (LONG position = count; position > rowNumber; --position) RfcRowsRemove(rows, position);
+    throw;
+  }
+  return true;
+}
+
 // The model's own rows are created a lot at a time, a lot being as many rows
 // as have this many cells: the row elements are still in the cache when the
 // rows are filled.
@@ -399,6 +478,7 @@ constexpr size_t kLotCells = 512;
 void ReadTable(const XmlNode* node, IRfcField* field, const FieldPath& where) {
   CComPtr<IRfcRows> rows = RowsOf(field);
   Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
+  if (ReadStoredTable(node, rows, where)) return;
   std::vector<CRfcField*> cells;
   std::vector<const XmlNode*> lot;
   cells.reserve(kLotCells);
