@@ -1,5 +1,8 @@
 #include "platform/unicode.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include <stdexcept>
 
 #include "platform/oleauto.h"
@@ -149,6 +152,15 @@ size_t DecodeUtf8(std::string_view text, char16_t* out) {
   const auto* s = reinterpret_cast<const unsigned char*>(text.data());
   const size_t n = text.size();
   size_t i = 0, k = 0;
+  // ASCII in blocks of eight bytes, widened without a branch per byte.
+  while (i + 8 <= n) {
+    std::uint64_t block;
+    std::memcpy(&block, s + i, sizeof block);
+    if (block & 0x8080808080808080ull) break;
+    for (size_t b = 0; b < 8; ++b) out[k + b] = static_cast<char16_t>(s[i + b]);
+    i += 8;
+    k += 8;
+  }
   while (i < n) {
     if (s[i] < 0x80) {
       out[k++] = static_cast<char16_t>(s[i++]);

@@ -481,6 +481,8 @@ HRESULT CTableReader::ReadRows(LONG count, LONG startAt) {
 
   Trace(u"got %i rows with %i fields, parsing...\n", dataCount, fieldCount);
   if (dataCount > 0 && FAILED(hr = SplitRows(data, rows, dataCount, raw))) return hr;
+  // The data lines are the reader's own; they go once they are split.
+  if (FAILED(hr = data->RemoveAll())) return hr;
 
   Trace(u"CTableReader::Read(): leaving\n");
   return S_OK;
