@@ -241,6 +241,21 @@ HRESULT RowStore::Copy(size_t row, size_t column, VARIANT* out) const {
   }
 }
 
+void RowStore::View(size_t row, size_t column, VARIANT* view) const {
+  const Cell& cell = At(row, column);
+  switch (cell.kind) {
+    case kText:
+      view->vt = VT_BSTR;
+      view->bstrVal = const_cast<BSTR>(cell.text);
+      return;
+    case kBoxed: std::memcpy(static_cast<void*>(view), &m_boxed[cell.boxed], sizeof(VARIANT)); return;
+    default:
+      view->vt = cell.vt;
+      std::memcpy(&view->llVal, &cell.bits, sizeof cell.bits);
+      return;
+  }
+}
+
 bool RowStore::TextAt(size_t row, size_t column, std::u16string_view* text) const {
   const Cell& cell = At(row, column);
   if (cell.kind == kText) {

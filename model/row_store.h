@@ -64,6 +64,10 @@ class RowStore {
 
   // The value of a cell as get_value hands it out: a copy the caller owns.
   HRESULT Copy(size_t row, size_t column, VARIANT* out) const;
+  // The value of a cell in place, borrowed: a text as a BSTR into the arena,
+  // a boxed value as a shallow copy. Valid while the cell stays as it is;
+  // never to be cleared or freed.
+  void View(size_t row, size_t column, VARIANT* view) const;
   // The text of a cell holding a string, in place; false for any other.
   bool TextAt(size_t row, size_t column, std::u16string_view* text) const;
   // The cell's type as get_value would give it.

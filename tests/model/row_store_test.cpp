@@ -221,6 +221,23 @@ TEST(RowStore, EveryKindOfValueComesBackAsItWasStored) {
   EXPECT_EQ(text.data()[text.size()], u'\0');
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(text.data()) % 4, 0u);
   EXPECT_FALSE(RfcRowsTextAt(rows, 0, 1, &text));
+  // Viewed in place: a borrowed BSTR into the arena, scalars as they were.
+  VARIANT view;
+  store->View(first, 0, &view);
+  ASSERT_EQ(view.vt, VT_BSTR);
+  EXPECT_EQ(view.bstrVal, text.data());
+  EXPECT_EQ(SysStringLen(view.bstrVal), text.size());
+  CComVariant copied;
+  ASSERT_EQ(VariantCopy(&copied, &view), S_OK);
+  EXPECT_EQ(Str(copied.bstrVal), text);
+  store->View(first, 2, &view);
+  EXPECT_EQ(view.vt, VT_DATE);
+  EXPECT_EQ(view.date, 45000.0);
+  store->View(first + 3, 3, &view);
+  EXPECT_EQ(view.vt, VT_DECIMAL);
+  store->View(first + 2, 0, &view);
+  EXPECT_EQ(view.vt, VT_BSTR);
+  EXPECT_TRUE(view.bstrVal == nullptr);
   EXPECT_FALSE(RfcRowsTextAt(rows, 9, 0, &text));
 
   CComVariant v = Value(Field(Row(rows, 1), u"NAME"));
