@@ -12,6 +12,8 @@
 #include "runtime/exceptions.h"
 #include "runtime/trace.h"
 
+using veltrane::sdk::rfc::RFC_XSTRING;
+
 namespace {
 
 constexpr int32_t kHighestCode = 30;
@@ -69,11 +71,11 @@ void WriteNum(char16_t* target, uint16_t length, VARIANT* value) {
   std::memcpy(target + (length - text.size()), text.data(), text.size() * sizeof(char16_t));
 }
 
-void WriteBcd(unsigned char* target, uint16_t length, int16_t decimals, VARIANT* value, const ScalarSdk& sdk) {
+void WriteBcd(unsigned char* target, uint16_t length, int16_t decimals, VARIANT* value, const EntryPoints& sdk) {
   if (FAILED(VariantChangeType(value, value, 0, VT_BSTR))) throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"");
   std::u16string text(Text(*value));
   int places = decimals;
-  const int rc = sdk.convertCharToBcd(text.data(), static_cast<int>(text.size()), &places, target, length / 2 + 1);
+  const int rc = sdk.RfcConvertCharToBcdU(text.data(), static_cast<int>(text.size()), &places, target, length / 2 + 1);
   if (rc == 2)
     throw CXVeltrane(CXVeltrane::BCD_CONVERSION_TOO_LARGE, u"number too large", u"RfcVariantToData(),TYPE_BCD",
                      VariantTraceText(*value).c_str());
@@ -107,10 +109,10 @@ void WriteNumber(void* target, int32_t type, VARIANT* value) {
   }
 }
 
-void WriteString(void* target, VARIANT* value, const ScalarSdk& sdk) {
+void WriteString(void* target, VARIANT* value, const EntryPoints& sdk) {
   ToText(value, u"RfcVariantToData(),TYPE_STRING");
   const std::string utf8 = WideToUtf8Lossy(Text(*value));
-  unsigned char* memory = sdk.allocString(static_cast<unsigned>(utf8.size() + 1));
+  unsigned char* memory = sdk.RfcAllocStringU(static_cast<unsigned>(utf8.size() + 1));
   if (!memory) throw CXVeltrane(CXVeltrane::MEMORY_ALLOC_EXCEPTION, u"");
   Store(target, memory);
   std::memcpy(memory, utf8.c_str(), utf8.size() + 1);
@@ -144,14 +146,14 @@ class ByteArray {
   void* m_data = nullptr;
 };
 
-void WriteXString(void* target, VARIANT* value, const ScalarSdk& sdk) {
+void WriteXString(void* target, VARIANT* value, const EntryPoints& sdk) {
   static constexpr const char16_t* kContext = u"RfcVariantToData(),TYPE_XSTRING";
   ByteArray bytes;
   if (bytes.Open(value) != 0) throw CXVeltrane(CXVeltrane::XSTRING_ARRAYDIMS_EXCEPTION, u"", kContext);
   const uint32_t count = bytes.Count();
-  if (sdk.resizeXString(target, static_cast<int>(count)) == 1)
+  if (sdk.RfcResizeXStringU(static_cast<RFC_XSTRING*>(target), static_cast<int>(count)) == 1)
     throw CXVeltrane(CXVeltrane::MEMORY_ALLOC_EXCEPTION, u"", kContext);
-  const ScalarXString record = Load<ScalarXString>(target);
+  const RFC_XSTRING record = Load<RFC_XSTRING>(target);
   if (count) std::memcpy(record.content, bytes.Data(), count);
 }
 
@@ -178,10 +180,10 @@ void ReadText(VARIANT* result, const void* source, uint16_t byteLength) {
   PutText(result, TrimRight(text));
 }
 
-void ReadBcd(VARIANT* result, const void* source, uint16_t byteLength, int16_t decimals, const ScalarSdk& sdk) {
+void ReadBcd(VARIANT* result, const void* source, uint16_t byteLength, int16_t decimals, const EntryPoints& sdk) {
   char16_t buffer[kBcdTextUnits + 1] = {};
   std::basic_string<unsigned char> bcd(static_cast<const unsigned char*>(source), byteLength);
-  if (sdk.convertBcdToChar(bcd.data(), byteLength, decimals, buffer, kBcdTextUnits) != 0)
+  if (sdk.RfcConvertBcdToCharU(bcd.data(), byteLength, decimals, buffer, kBcdTextUnits) != 0)
     throw CXVeltrane(CXVeltrane::BCD_CONVERSION_INVALID, u"", u"RfcDataToVariant(), RFCTYPE_BCD");
   std::u16string_view text = TrimRight(std::u16string_view(buffer));
   while (!text.empty() && text.front() == u' ') text.remove_prefix(1);
@@ -242,7 +244,7 @@ void RfcRawToVariantSafeArray(VARIANT* result, const void* data, uint32_t size) 
 }
 
 int RfcVariantToData(void* target, int32_t type, uint16_t length, int16_t decimals, VARIANT* value,
-                     const ScalarSdk& sdk) {
+                     const EntryPoints& sdk) {
   auto* units = static_cast<char16_t*>(target);
   switch (type) {
     case TYPE_CHAR: WriteChar(units, length, value); break;
@@ -268,7 +270,7 @@ int RfcVariantToData(void* target, int32_t type, uint16_t length, int16_t decima
 }
 
 int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t byteLength, int16_t decimals,
-                     const ScalarSdk& sdk) {
+                     const EntryPoints& sdk) {
   VariantClear(result);
   if (!source || type > kHighestCode) return 0;
   switch (type) {
@@ -297,7 +299,7 @@ int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t
       break;
     case TYPE_STRING: ReadString(result, source); break;
     case TYPE_XSTRING: {
-      const ScalarXString record = Load<ScalarXString>(source);
+      const RFC_XSTRING record = Load<RFC_XSTRING>(source);
       RfcRawToVariantSafeArray(result, record.content, record.length > 0 ? static_cast<uint32_t>(record.length) : 0);
       break;
     }

@@ -13,6 +13,8 @@
 #include "rfc/scalar_data.h"
 #include "runtime/exceptions.h"
 
+using namespace veltrane::sdk::rfc;
+
 namespace {
 
 // What the fake SDK was given and will answer.
@@ -51,17 +53,24 @@ struct FakeSdk {
     strings.emplace_back(size, 0);
     return strings.back().data();
   }
-  static int ResizeXString(void* record, int size) {
-    if (resizeResult == 1) return 1;
+  static RFC_RC ResizeXString(RFC_XSTRING* x, int size) {
+    if (resizeResult == 1) return RFC_FAILURE;
     xstringData.assign(static_cast<size_t>(size), 0);
-    auto* x = static_cast<ScalarXString*>(record);
     x->length = size;
     x->content = xstringData.data();
-    return resizeResult;
+    return static_cast<RFC_RC>(resizeResult);
   }
 };
 
-const ScalarSdk kSdk{&FakeSdk::CharToBcd, &FakeSdk::BcdToChar, &FakeSdk::AllocString, &FakeSdk::ResizeXString};
+EntryPoints MakeSdk() {
+  EntryPoints sdk;
+  sdk.RfcConvertCharToBcdU = &FakeSdk::CharToBcd;
+  sdk.RfcConvertBcdToCharU = &FakeSdk::BcdToChar;
+  sdk.RfcAllocStringU = &FakeSdk::AllocString;
+  sdk.RfcResizeXStringU = &FakeSdk::ResizeXString;
+  return sdk;
+}
+const EntryPoints kSdk = MakeSdk();
 
 class ScalarData : public ::testing::Test {
  protected:
@@ -433,7 +442,7 @@ TEST_F(ScalarData, BadUtf8ReadsAsTheEmptyText) {
 }
 
 TEST_F(ScalarData, XStringIsResizedAndFilled) {
-  ScalarXString record{0, nullptr};
+  RFC_XSTRING record{0, nullptr};
   CComVariant value = Bytes({0xde, 0xad, 0xbe});
   RfcVariantToData(&record, TYPE_XSTRING, 0, 0, &value, kSdk);
   EXPECT_EQ(record.length, 3);
@@ -445,7 +454,7 @@ TEST_F(ScalarData, XStringIsResizedAndFilled) {
 }
 
 TEST_F(ScalarData, XStringFailures) {
-  ScalarXString record{0, nullptr};
+  RFC_XSTRING record{0, nullptr};
   int32_t kind = 0;
   CComVariant notBytes(2.5);
   auto texts = Raised([&] { RfcVariantToData(&record, TYPE_XSTRING, 0, 0, &notBytes, kSdk); }, &kind);
