@@ -23,17 +23,16 @@ inline constexpr const char* kLibraryFile = "librfcum.so";
 class RfcLibrary {
  public:
   static const EntryPoints& Load(std::u16string_view directory, std::string* reason = nullptr) {
-    return Library::Load(directory, kLibraryFile, Resolve, reason);
+    return Library::Load(
+        directory, kLibraryFile,
+        [](EntryPoints& table, auto&& lookup) { return veltrane::sdk::rfc::resolveEntryPoints(table, lookup); },
+        reason);
   }
   static const EntryPoints* Loaded() { return Library::Loaded(); }
   static std::string LoadedPath() { return Library::LoadedPath(); }
 
  private:
   using Library = veltrane::runtime::SdkLibrary<EntryPoints>;
-  template <class Lookup>
-  static const char* Resolve(EntryPoints& table, Lookup&& lookup) {
-    return veltrane::sdk::rfc::resolveEntryPoints(table, lookup);
-  }
 };
 
 }  // namespace veltrane::rfc
