@@ -27,7 +27,7 @@ std::u16string_view Text(const VARIANT& value) {
 // Changes value in place to vt; on failure raises kind with message and
 // context and the value's text.
 void ChangeOrRaise(VARIANT* value, VARTYPE vt, int32_t kind, const char16_t* message, const char16_t* context) {
-  if (SUCCEEDED(VariantChangeType(value, value, 0, vt))) return;
+  if (value->vt == vt || SUCCEEDED(VariantChangeType(value, value, 0, vt))) return;
   throw CXVeltrane(kind, message, context, VariantTraceText(*value).c_str());
 }
 
@@ -72,7 +72,8 @@ void WriteNum(char16_t* target, uint16_t length, VARIANT* value) {
 }
 
 void WriteBcd(unsigned char* target, uint16_t length, int16_t decimals, VARIANT* value, const EntryPoints& sdk) {
-  if (FAILED(VariantChangeType(value, value, 0, VT_BSTR))) throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"");
+  if (value->vt != VT_BSTR && FAILED(VariantChangeType(value, value, 0, VT_BSTR)))
+    throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"");
   std::u16string text(Text(*value));
   int places = decimals;
   const int rc = sdk.RfcConvertCharToBcdU(text.data(), static_cast<int>(text.size()), &places, target, length / 2 + 1);
@@ -124,7 +125,8 @@ class ByteArray {
   // Changes value to an array of bytes; false when it cannot be one, by the
   // step that failed (1 the change, 2 the element size, 3 the access).
   int Open(VARIANT* value) {
-    if (FAILED(VariantChangeType(value, value, 0, VT_ARRAY | VT_UI1)) || !value->parray) return 1;
+    if (value->vt != (VT_ARRAY | VT_UI1) && FAILED(VariantChangeType(value, value, 0, VT_ARRAY | VT_UI1))) return 1;
+    if (!value->parray) return 1;
     if (SafeArrayGetElemsize(value->parray) != 1) return 2;
     if (FAILED(SafeArrayAccessData(value->parray, &m_data))) return 3;
     m_array = value->parray;
@@ -172,12 +174,19 @@ void PutText(VARIANT* result, std::u16string_view text) {
 }
 
 void ReadText(VARIANT* result, const void* source, uint16_t byteLength) {
+  // Up to an embedded terminator, as a NUL-ended copy reads, without the
+  // copy: the units may stand unaligned in the SDK's line.
+  const auto* bytes = static_cast<const unsigned char*>(source);
   const size_t units = byteLength / sizeof(char16_t);
-  std::u16string buffer(units, u'\0');
-  std::memcpy(buffer.data(), source, units * sizeof(char16_t));
-  // Up to an embedded terminator, as a NUL-ended copy reads.
-  std::u16string_view text(buffer.c_str());
-  PutText(result, TrimRight(text));
+  size_t end = 0;
+  for (; end < units; ++end)
+    if (Load<char16_t>(bytes + end * sizeof(char16_t)) == 0) break;
+  while (end > 0 && Load<char16_t>(bytes + (end - 1) * sizeof(char16_t)) == u' ') --end;
+  BSTR copy = SysAllocStringLen(nullptr, static_cast<UINT>(end));
+  if (!copy) throw _com_error(E_OUTOFMEMORY);
+  if (end) std::memcpy(copy, bytes, end * sizeof(char16_t));
+  result->vt = VT_BSTR;
+  result->bstrVal = copy;
 }
 
 void ReadBcd(VARIANT* result, const void* source, uint16_t byteLength, int16_t decimals, const EntryPoints& sdk) {
@@ -267,6 +276,63 @@ int RfcVariantToData(void* target, int32_t type, uint16_t length, int16_t decima
     default: break;
   }
   return 0;
+}
+
+namespace {
+
+bool HoldsMemory(VARTYPE vt) {
+  return (vt & (VT_ARRAY | VT_BYREF)) || vt == VT_BSTR || vt == VT_DISPATCH || vt == VT_UNKNOWN || vt == VT_RECORD;
+}
+
+bool IsInitialText(std::u16string_view text, std::u16string_view zeros) {
+  return text.empty() || text == u" " || text == zeros;
+}
+
+// True when RfcVariantToData writes value of type without changing it.
+bool KeepsValue(int32_t type, const VARIANT& value) {
+  if (!HoldsMemory(value.vt)) return true;
+  if (value.vt == (VT_ARRAY | VT_UI1)) return type == TYPE_BYTE || type == TYPE_XSTRING;
+  if (value.vt != VT_BSTR) return false;
+  const std::u16string_view text = Text(value);
+  switch (type) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+    case TYPE_BCD:
+    case TYPE_STRING: return true;
+    case TYPE_DATE: return IsInitialText(text, u"00000000") || RfcIsDateText(text);
+    case TYPE_TIME: {
+      if (IsInitialText(text, u"000000")) return true;
+      bool digits = text.size() == 6, clock = text.size() == 8;
+      for (char16_t c : text) {
+        digits = digits && c >= u'0' && c <= u'9';
+        clock = clock && c >= u'0' && c <= u':';
+      }
+      return digits || clock;
+    }
+    default: return false;
+  }
+}
+
+}  // namespace
+
+void RfcValueToData(void* target, int32_t type, uint16_t length, int16_t decimals, const VARIANT& value,
+                    const EntryPoints& sdk) {
+  VARIANT local = value;  // shares the value's memory while nothing changes it
+  const bool shared = HoldsMemory(value.vt);
+  if (shared && !KeepsValue(type, value)) {
+    VariantInit(&local);
+    if (FAILED(VariantCopy(&local, &value))) throw _com_error(E_OUTOFMEMORY);
+  } else if (shared) {
+    RfcVariantToData(target, type, length, decimals, &local, sdk);
+    return;
+  }
+  try {
+    RfcVariantToData(target, type, length, decimals, &local, sdk);
+  } catch (...) {
+    VariantClear(&local);
+    throw;
+  }
+  VariantClear(&local);
 }
 
 int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t byteLength, int16_t decimals,

@@ -22,6 +22,12 @@ using veltrane::sdk::rfc::EntryPoints;
 int RfcVariantToData(void* target, int32_t type, uint16_t length, int16_t decimals, VARIANT* value,
                      const EntryPoints& sdk);
 
+// RfcVariantToData of a value as the object model holds it, which stays as
+// it is: a value already in the form the type needs is read in place, any
+// other converted on a copy.
+void RfcValueToData(void* target, int32_t type, uint16_t length, int16_t decimals, const VARIANT& value,
+                    const EntryPoints& sdk);
+
 // Reads the field at source (byteLength bytes: two per character for CHAR
 // and NUM) into result, which is cleared first. A null source or a code
 // above 30 leaves it VT_EMPTY. Raises CXVeltrane on failure.
