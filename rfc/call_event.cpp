@@ -21,11 +21,15 @@ CallEvent::CallEvent(unsigned handle) : m_name(NameFor(handle)) {
 }
 
 CallEvent::~CallEvent() {
+  if (!m_unlinked.exchange(true)) ::sem_unlink(m_name.c_str());
   ::sem_close(m_semaphore);
-  ::sem_unlink(m_name.c_str());
 }
 
-void CallEvent::Set() { ::sem_post(m_semaphore); }
+void CallEvent::Set() {
+  // The call has ended: its name goes with the signal.
+  if (!m_unlinked.exchange(true)) ::sem_unlink(m_name.c_str());
+  ::sem_post(m_semaphore);
+}
 
 void CallEvent::Wait() {
   while (::sem_wait(m_semaphore) != 0 && errno == EINTR) {}
