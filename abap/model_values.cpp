@@ -1,10 +1,10 @@
-#include "nwrfc/model_values.h"
+#include "abap/model_values.h"
 
 #include "model/model_object.h"
 #include "model/rfc_field.h"
 #include "model/rfc_fields.h"
 
-namespace veltrane::nwrfc {
+namespace veltrane::abap {
 
 RowFields::RowFields(IRfcFields* fields) : m_fields(fields), m_own(ModelImpl<CRfcFields>(fields)) {
   if (m_own)
@@ -31,4 +31,4 @@ HRESULT FieldValue::Read(IRfcField* field) {
   return field->get_value(&m_copy);
 }
 
-}  // namespace veltrane::nwrfc
+}  // namespace veltrane::abap
