@@ -1,6 +1,7 @@
 // veltrane call: runs a function module with values from the command line.
 #include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
 
 #include "backends.h"
@@ -63,16 +64,27 @@ std::vector<std::string> parameterNames(IRfcParameters* params) {
   return names;
 }
 
-std::string readFile(const std::string& path, const std::string& parameter) {
+constexpr std::int64_t kDefaultFileLimitMiB = 16;
+
+// At most `limit` bytes: /dev/zero or a wrong file must not fill the memory.
+std::string readFile(const std::string& path, const std::string& parameter, std::int64_t limit) {
   std::ifstream in(path, std::ios::binary);
   if (!in) throw UsageError(parameter + ": cannot read the file '" + path + "'");
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+  std::string text;
+  char buffer[65536];
+  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+    text.append(buffer, static_cast<size_t>(in.gcount()));
+    if (static_cast<std::int64_t>(text.size()) > limit)
+      throw UsageError(parameter + ": the file '" + path + "' is larger than " + std::to_string(limit >> 20) +
+                       " MiB (raise the limit with --file-limit MIB)");
+  }
+  if (in.bad()) throw UsageError(parameter + ": cannot read the file '" + path + "'");
+  return text;
 }
 
 // NAME=VALUE, NAME=@FILE; "@@" at the start stands for a literal "@".
-void assignArgument(IFunctionCall* call, const std::string& function, const std::string& argument) {
+void assignArgument(IFunctionCall* call, const std::string& function, const std::string& argument,
+                    std::int64_t fileLimit) {
   const size_t eq = argument.find('=');
   if (eq == std::string::npos || eq == 0) throw UsageError("argument '" + argument + "' is not of the form NAME=VALUE");
   const std::string name = upperAscii(argument.substr(0, eq));
@@ -99,7 +111,9 @@ void assignArgument(IFunctionCall* call, const std::string& function, const std:
   if (value.rfind("@@", 0) == 0) {
     value.erase(0, 1);
   } else if (!value.empty() && value[0] == '@') {
-    value = readFile(value.substr(1), name);
+    const std::string path = value.substr(1);
+    value = readFile(path, name, fileLimit);
+    if (!validUtf8(value)) throw UsageError(name + ": the file '" + path + "' is not valid UTF-8 text");
     // A text file's last line break is not part of a scalar value.
     if (typeKind(type) == RFCTYPEKIND_SCALAR && !value.empty() && value.back() == '\n') {
       value.pop_back();
@@ -240,11 +254,16 @@ int runCall(const ParsedArgs& args) {
   if (args.positionals().empty()) throw UsageError("call needs a FUNCTION");
   const Format format = outputFormat(args);
   const std::string function = upperAscii(args.positionals()[0]);
+  std::set<std::string> given;
   for (size_t i = 1; i < args.positionals().size(); ++i) {
     const std::string& a = args.positionals()[i];
     if (a.find('=') == std::string::npos || a[0] == '=')
       throw UsageError("argument '" + a + "' is not of the form NAME=VALUE");
+    const std::string name = upperAscii(a.substr(0, a.find('=')));
+    if (!given.insert(name).second) throw UsageError(name + " is given more than once");
+    if (!validUtf8(a)) throw UsageError(name + ": the value is not valid UTF-8");
   }
+  const std::int64_t fileLimit = args.number("file-limit", kDefaultFileLimitMiB, 1, 4096) << 20;
   ConnectionSettings settings = connectionSettings(args);
   const bool transactional = args.has("trfc");
   if (!transactional && (args.has("tid") || args.has("send") || args.has("confirm")))
@@ -252,7 +271,8 @@ int runCall(const ParsedArgs& args) {
   if (transactional) requireTransactions(settings, args.has("tid") ? "--tid" : "");
   Connection connection(std::move(settings));
   CComPtr<IFunctionCall> call = connection.importCall(function);
-  for (size_t i = 1; i < args.positionals().size(); ++i) assignArgument(call, function, args.positionals()[i]);
+  for (size_t i = 1; i < args.positionals().size(); ++i)
+    assignArgument(call, function, args.positionals()[i], fileLimit);
   if (transactional) {
     sendTransactional(args, connection, call, format);
     connection.close();
@@ -300,6 +320,7 @@ Command callCommand() {
               {"tid", "TID", "the transaction ID to send under (default: a new one)"},
               {"send", "N", "send N times under the one ID (default 1); it runs once"},
               {"confirm", "", "confirm the ID after sending"},
+              {"file-limit", "MIB", "largest file NAME=@FILE reads, in MiB (default 16)"},
           },
           true,
           runCall};

@@ -120,6 +120,7 @@ class JsonSink : public RowSink {
   void add(Json row) override {
     std::cout << (rows_ == 0 ? "\n    " : ",\n    ") << row.dump(-1, ' ', false, Json::error_handler_t::replace);
     ++rows_;
+    checkOutput();
   }
   void finish() override { std::cout << (rows_ == 0 ? "]\n}\n" : "\n  ]\n}\n") << std::flush; }
 

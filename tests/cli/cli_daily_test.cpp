@@ -1,0 +1,246 @@
+// The command in daily use against veltrane-sim: output that cannot be
+// written, bounded input files, the password and the terminal, the trace
+// file, exit statuses and failures as JSON, and the small things of the
+// command line.
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <regex>
+#include <thread>
+
+#include "cli_fixture.h"
+
+using clitest::CliProgram;
+using clitest::Json;
+using clitest::RunResult;
+
+namespace {
+
+std::string quoted(const std::string& s) { return "'" + s + "'"; }
+
+class CliDaily : public CliProgram {
+ protected:
+  // The program's command line for a shell, with the simulator's address.
+  std::string shellLine(const std::vector<std::string>& args) {
+    std::string line = quoted(VELTRANE_CLI_PROGRAM);
+    for (const auto& a : args) line += " " + quoted(a);
+    return line + " --port " + std::to_string(sim_->soapPort()) + " --user DEMO";
+  }
+  RunResult shell(const std::string& script) {
+    return clitest::runProgram("/bin/bash", {"-c", script}, {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  }
+  RunResult veltraneEnv(std::vector<std::string> args, std::map<std::string, std::optional<std::string>> env) {
+    args.insert(args.end(), {"--port", std::to_string(sim_->soapPort()), "--user", "DEMO"});
+    return clitest::runProgram(VELTRANE_CLI_PROGRAM, args, env);
+  }
+};
+
+// A run of the program on a terminal of its own: what it wrote there, and
+// the terminal's settings when it ended.
+struct TerminalRun {
+  int status = -1;
+  std::string screen;
+  termios after{};
+};
+
+// Starts the program on a new pseudo-terminal, waits for `prompt`, types
+// `input` and collects the rest.
+TerminalRun onTerminal(const std::vector<std::string>& args, const std::string& prompt, const std::string& input) {
+  TerminalRun run;
+  int master = -1;
+  const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+  if (pid == 0) {
+    ::unsetenv("VELTRANE_PASSWORD");
+    std::vector<char*> argv;
+    std::string program = VELTRANE_CLI_PROGRAM;
+    argv.push_back(program.data());
+    std::vector<std::string> copy = args;
+    for (auto& a : copy) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
+  }
+  auto readSome = [&](int ms) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(master, &set);
+    timeval tv{ms / 1000, (ms % 1000) * 1000};
+    if (::select(master + 1, &set, nullptr, nullptr, &tv) <= 0) return false;
+    char buf[512];
+    const ssize_t n = ::read(master, buf, sizeof buf);
+    if (n <= 0) return false;
+    run.screen.append(buf, static_cast<size_t>(n));
+    return true;
+  };
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (run.screen.find(prompt) == std::string::npos && std::chrono::steady_clock::now() < deadline) readSome(200);
+  ::write(master, input.data(), input.size());
+  int status = 0;
+  for (;;) {
+    readSome(100);
+    if (::waitpid(pid, &status, WNOHANG) == pid) break;
+    if (std::chrono::steady_clock::now() > deadline) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, &status, 0);
+      break;
+    }
+  }
+  while (readSome(50)) {}
+  ::tcgetattr(master, &run.after);
+  ::close(master);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return run;
+}
+
+// ---- nothing lost, nothing leaked -----------------------------------------
+
+TEST_F(CliDaily, AFullDiskIsAnErrorOfTheCommand) {
+  RunResult r = shell(shellLine({"call", "STFC_CONNECTION", "REQUTEXT=x"}) + " > /dev/full");
+  EXPECT_EQ(r.status, 6) << r.err;
+  EXPECT_NE(r.err.find("writing the output failed: No space left on device"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, AClosedPipeIsAnErrorOfTheCommand) {
+  RunResult r = shell(shellLine({"read-table", "SFLIGHT"}) + " | true; exit ${PIPESTATUS[0]}");
+  EXPECT_EQ(r.status, 6) << r.err;
+  EXPECT_NE(r.err.find("writing the output failed: Broken pipe"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, AFileValueHasALimit) {
+  RunResult r = veltrane({"call", "STFC_CONNECTION", "REQUTEXT=@/dev/zero", "--file-limit", "1"});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("REQUTEXT: the file '/dev/zero' is larger than 1 MiB (raise the limit with --file-limit MIB)"),
+            std::string::npos)
+      << r.err;
+  r = veltrane({"call", "STFC_CONNECTION", "REQUTEXT=@" + file("bad.txt", "a\xFF")});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("is not valid UTF-8 text"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, CtrlCAtThePromptRestoresTheEcho) {
+  TerminalRun run =
+      onTerminal({"ping", "--port", std::to_string(sim_->soapPort()), "--user", "DEMO"}, "Password for", "\x03");
+  EXPECT_EQ(run.status, 128 + SIGINT) << run.screen;
+  EXPECT_TRUE(run.after.c_lflag & ECHO) << run.screen;
+}
+
+TEST_F(CliDaily, EnterAloneAtThePromptIsNotAPassword) {
+  TerminalRun run =
+      onTerminal({"ping", "--port", std::to_string(sim_->soapPort()), "--user", "DEMO"}, "Password for", "\r");
+  EXPECT_EQ(run.status, 2) << run.screen;
+  EXPECT_NE(run.screen.find("an empty password is not sent"), std::string::npos) << run.screen;
+  EXPECT_TRUE(run.after.c_lflag & ECHO);
+}
+
+TEST_F(CliDaily, APasswordTypedAtThePromptLogsOn) {
+  TerminalRun run =
+      onTerminal({"ping", "--port", std::to_string(sim_->soapPort()), "--user", "DEMO"}, "Password for", "Welcome1\r");
+  EXPECT_EQ(run.status, 0) << run.screen;
+  EXPECT_EQ(run.screen.find("Welcome1"), std::string::npos) << "echoed: " << run.screen;
+}
+
+TEST_F(CliDaily, EmptyPasswordVariablesAreRefused) {
+  RunResult r = veltraneEnv({"ping"}, {{"VELTRANE_PASSWORD", std::string()}});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("VELTRANE_PASSWORD is set but empty"), std::string::npos) << r.err;
+  r = veltraneEnv({"ping", "--proxy", "127.0.0.1:1", "--proxy-user", "P"},
+                  {{"VELTRANE_PASSWORD", std::string("Welcome1")}, {"VELTRANE_PROXY_PASSWORD", std::string()}});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("VELTRANE_PROXY_PASSWORD is set but empty"), std::string::npos) << r.err;
+  r = veltraneEnv({"ping", "--proxy", "127.0.0.1:1", "--proxy-user", "P"},
+                  {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("no proxy password: set VELTRANE_PROXY_PASSWORD"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, TheTraceFileIsTheOwnersOnly) {
+  const std::string trace = (dir_ / "veltrane.trc").string();
+  RunResult r = veltrane({"ping", "--trace", trace});
+  EXPECT_OK(r);
+  struct stat st {};
+  ASSERT_EQ(::stat(trace.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+TEST_F(CliDaily, AnUnwritableTraceIsRefusedBeforeAnythingElse) {
+  // Nothing listens on port 1 and there is no password: the trace is looked at first.
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                                    {"ping", "--port", "1", "--user", "DEMO", "--trace", "/no/such/dir/x.trc"});
+  EXPECT_EQ(r.status, 2) << r.err;
+  EXPECT_NE(r.err.find("option --trace: cannot write '/no/such/dir/x.trc': No such file or directory"),
+            std::string::npos)
+      << r.err;
+}
+
+// ---- errors a script can read ---------------------------------------------
+
+TEST_F(CliDaily, FailuresAsJson) {
+  RunResult r = veltrane({"call", "Z_VSIM_RAISE", "EXCEPTION=NOT_FOUND", "--error-format", "json"});
+  EXPECT_EQ(r.status, 5);
+  Json j = Json::parse(r.err);
+  EXPECT_EQ(j["status"], 5);
+  EXPECT_EQ(j["kind"], "system");
+  EXPECT_EQ(j["group"], 105);
+  EXPECT_EQ(j["groupName"], "RFCERROR_APPLICATION_EXCEPTION");
+  EXPECT_EQ(j["key"], "NOT_FOUND");
+
+  r = veltrane({"--error-format", "json", "describe", "Z_NO_SUCH_FUNCTION"});
+  j = Json::parse(r.err);
+  EXPECT_EQ(j["key"], "FU_NOT_FOUND");
+  EXPECT_EQ(j["messageClass"], "FL");
+  EXPECT_EQ(j["messageType"], "E");
+  EXPECT_EQ(j["messageNumber"], "046");
+
+  r = veltrane({"ping", "--bogus", "--error-format=json"});
+  EXPECT_EQ(r.status, 2);
+  j = Json::parse(r.err);
+  EXPECT_EQ(j["kind"], "usage");
+  EXPECT_NE(j["message"].get<std::string>().find("unknown option --bogus"), std::string::npos);
+
+  r = clitest::runProgram(VELTRANE_CLI_PROGRAM, {"ping", "--port", "1", "--user", "DEMO", "--error-format", "json"},
+                          {{"VELTRANE_PASSWORD", std::string("x")}});
+  EXPECT_EQ(r.status, 4);
+  j = Json::parse(r.err);
+  EXPECT_EQ(j["cause"], "connection refused");
+  EXPECT_EQ(j["result"], "0x80040207");
+
+  r = veltrane({"ping", "--error-format", "xml"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("option --error-format: 'xml' is not a format (text or json)"), std::string::npos);
+}
+
+TEST_F(CliDaily, AnUnknownHostIsNamed) {
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM, {"ping", "--host", "no-such-host.invalid", "--user", "DEMO"},
+                                    {{"VELTRANE_PASSWORD", std::string("x")}});
+  EXPECT_EQ(r.status, 4) << r.err;
+  EXPECT_NE(r.err.find("failed: unknown host"), std::string::npos) << r.err;
+}
+
+// ---- small things ---------------------------------------------------------
+
+TEST_F(CliDaily, SmallThingsOfTheCommandLine) {
+  RunResult r = veltrane({"ping", "extra"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("ping takes no arguments"), std::string::npos) << r.err;
+  r = veltrane({"call", "STFC_CONNECTION", "REQUTEXT=a", "requtext=b"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("REQUTEXT is given more than once"), std::string::npos) << r.err;
+  r = veltrane({"--format", "table", "ping"});
+  EXPECT_OK(r);
+  EXPECT_NE(r.out.find("PROPERTY"), std::string::npos) << r.out;
+  r = veltrane({"ping", "--lang", "XX"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("option --lang: 'XX' is not a language"), std::string::npos) << r.err;
+  r = veltrane({"ping", "--lang", "de"});
+  EXPECT_OK(r);
+  r = veltrane({"call", "STFC_CONNECTION", "REQUTEXT=a\xFF"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("REQUTEXT: the value is not valid UTF-8"), std::string::npos) << r.err;
+}
+
+}  // namespace
