@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "connection.h"
+#include "base64.h"
 #include "failure.h"
 #include "output.h"
 #include "table_plan.h"
@@ -174,10 +175,19 @@ class Progress {
   bool shown_ = false;
 };
 
+// A field of a row read. RAW fields come as the hexadecimal text of the
+// data line; they print as base64, as binary values of `call` do.
+Json rowFieldJson(IRfcField* field, const FieldLayout& layout, bool raw) {
+  Json value = fieldToJson(field);
+  if (raw || layout.type != "X" || !value.is_string()) return value;
+  if (auto text = hexToBase64(trim(value.get<std::string>()))) return *text;
+  return value;
+}
+
 // One page: a read per field group, joined by position.
 std::vector<Json> readPage(ITableReader* reader, const std::vector<FieldLayout>& layout,
                            const std::vector<std::vector<size_t>>& groups, LONG count, LONG start,
-                           const std::string& table) {
+                           const std::string& table, bool raw) {
   std::vector<std::vector<Json>> partial(groups.size());
   CComPtr<IStringList> fields;
   check(reader->get_Fields(&fields), "reading the field list of the reader");
@@ -197,7 +207,7 @@ std::vector<Json> readPage(ITableReader* reader, const std::vector<FieldLayout>&
         CComPtr<IRfcField> f;
         if (FAILED(row->get_Item(CComVariant(bstr(layout[i].name)), &f)) || !f)
           throw std::runtime_error("the rows of " + table + " lack the field " + layout[i].name);
-        object[layout[i].name] = fieldToJson(f);
+        object[layout[i].name] = rowFieldJson(f, layout[i], raw);
       }
       partial[g].push_back(std::move(object));
     }
@@ -233,10 +243,12 @@ int runReadTable(const ParsedArgs& args) {
 
   Connection connection(connectionSettings(args));
   const std::vector<FieldLayout> layout = readLayout(connection, table, fields, query);
+  requireFittingFields(layout);
   const auto groups = splitFields(layout);
 
   CComPtr<ITableReader> reader = connection.tableReader(table);
-  if (args.has("raw")) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
+  const bool raw = args.has("raw");
+  if (raw) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
   CComPtr<IStringList> lines;
   check(reader->get_Query(&lines), "reading the selection of the reader");
   for (const auto& line : query) check(lines->Add(bstr(line)), "adding to the selection");
@@ -249,19 +261,34 @@ int runReadTable(const ParsedArgs& args) {
   }
   Progress progress(args.has("progress"));
   std::int64_t total = 0;
-  for (;;) {
-    std::int64_t want = pageSize > 0 ? pageSize : 0;  // 0: everything in one read
-    if (max > 0) want = want > 0 ? std::min(want, max - total) : max - total;
-    if (max > 0 && want <= 0) break;
-    want = std::min(want, kLongMax);
-    const std::int64_t start = skip + total;
-    if (start > kLongMax) throw UsageError("the rows to skip and read go beyond " + std::to_string(kLongMax));
-    std::vector<Json> rows = readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(start), table);
-    const auto got = static_cast<std::int64_t>(rows.size());
-    for (auto& row : rows) sink->add(std::move(row));
-    total += got;
-    progress.update(total);
-    if (want == 0 || got < want) break;
+  // A failure part-way leaves the rows so far as a whole document, and says
+  // where to go on.
+  try {
+    for (;;) {
+      std::int64_t want = pageSize > 0 ? pageSize : 0;  // 0: everything in one read
+      if (max > 0) want = want > 0 ? std::min(want, max - total) : max - total;
+      if (max > 0 && want <= 0) break;
+      want = std::min(want, kLongMax);
+      const std::int64_t start = skip + total;
+      if (start > kLongMax) throw UsageError("the rows to skip and read go beyond " + std::to_string(kLongMax));
+      std::vector<Json> rows =
+          readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(start), table, raw);
+      const auto got = static_cast<std::int64_t>(rows.size());
+      for (auto& row : rows) sink->add(std::move(row));
+      total += got;
+      progress.update(total);
+      if (want == 0 || got < want) break;
+    }
+  } catch (const OutputError&) {
+    throw;
+  } catch (const std::exception&) {
+    progress.done();
+    sink->finish();
+    const std::int64_t next = skip + total;
+    noteForFailure("resumeSkip", next,
+                   std::to_string(total) + (total == 1 ? " row was" : " rows were") +
+                       " written before the failure; go on with --skip " + std::to_string(next));
+    throw;
   }
   progress.done();
   sink->finish();

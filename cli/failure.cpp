@@ -122,9 +122,8 @@ std::string indented(const std::string& text) {
 
 // A wrong password over SOAP is the HTTP status 401 in a SOAP_ERROR.
 bool refusedLogon(const RfcFailure& f) {
-  return f.group() == RFCERROR_LOGON_FAILURE ||
-         (f.group() == RFCERROR_SYSTEM_FAILURE && f.key() == "SOAP_ERROR" &&
-          f.message().rfind("Server response status 401", 0) == 0);
+  return f.group() == RFCERROR_LOGON_FAILURE || (f.group() == RFCERROR_SYSTEM_FAILURE && f.key() == "SOAP_ERROR" &&
+                                                 f.message().rfind("Server response status 401", 0) == 0);
 }
 
 const char* kindOf(const std::exception& e) {

@@ -244,3 +244,99 @@ TEST_F(CliDaily, SmallThingsOfTheCommandLine) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- read-table -----------------------------------------------------------
+
+class CliReadTable : public CliDaily {
+ protected:
+  // A control request to the simulator; its answer.
+  std::string control(const std::string& what) {
+    RunResult r = clitest::runProgram(
+        "/usr/bin/curl", {"-s", "--noproxy", "*", "-X", "POST", sim_->soapUrl() + "/vsim/control/" + what});
+    return r.out;
+  }
+  long requests() { return Json::parse(control("status"))["requests"].get<long>(); }
+};
+
+TEST_F(CliReadTable, ARepeatedFieldIsRefused) {
+  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,connid", "--fields", "CONNID"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("option --fields: CONNID is given more than once"), std::string::npos) << r.err;
+  EXPECT_TRUE(r.out.empty());
+}
+
+TEST_F(CliReadTable, AFieldWiderThanTheDataLineIsRefusedBeforeReading) {
+  RunResult r = veltrane({"read-table", "ZVCLI_RAW"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("field NOTE is 600 characters wide: wider than the 512-character data line"), std::string::npos)
+      << r.err;
+  EXPECT_TRUE(r.out.empty()) << r.out;
+}
+
+TEST_F(CliReadTable, RawValuesAreBase64AsInCall) {
+  RunResult r = veltrane({"read-table", "ZVCLI_RAW", "--fields", "ID,HASH"});
+  EXPECT_OK(r);
+  Json j = json(r);
+  ASSERT_EQ(j["rows"].size(), 2u);
+  // The whole X4 value, not half of it.
+  EXPECT_EQ(j["rows"][0]["HASH"], "3q2+7w==");
+  EXPECT_EQ(j["rows"][1]["HASH"], "AP8QoA==");
+  r = veltrane({"call", "Z_VSIM_TYPES", "IV_RAW=3q2+7w=="});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["EV_RAW"], "3q2+7w==");
+}
+
+TEST_F(CliReadTable, ALongSelectionIsSplitIntoOptionLines) {
+  // 150 characters of selection: more than two OPTIONS lines of 72.
+  const std::string where =
+      "CARRID = 'LH' AND CONNID = '0400' AND PLANETYPE <> 'NOPE-0000001' AND PLANETYPE <> 'NOPE-0000002' "
+      "AND PLANETYPE <> 'NOPE-0000003' AND SEATSMAX > 0";
+  ASSERT_GT(where.size(), 144u);
+  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID", "--where", where, "--max", "3"});
+  EXPECT_OK(r);
+  Json j = json(r);
+  ASSERT_EQ(j["rows"].size(), 3u);
+  for (const auto& row : j["rows"]) EXPECT_EQ(row["CONNID"], "0400");
+}
+
+TEST_F(CliReadTable, AFailurePartWayLeavesValidJsonAndWhereToGoOn) {
+  const std::vector<std::string> args = {"read-table", "SFLIGHT",   "--fields", "CARRID,CONNID", "--page-size",
+                                         "2",          "--max",     "6",        "--error-format", "json"};
+  const long before = requests();
+  RunResult whole = veltrane(args);
+  EXPECT_OK(whole);
+  const long used = requests() - before - 1;  // less the status request itself
+  // The same again, with the last page failing.
+  control("fault?fault=status:500&user=DEMO&pass=" + std::to_string(used - 1));
+  RunResult r = veltrane(args);
+  EXPECT_NE(r.status, 0);
+  Json j = json(r);
+  ASSERT_EQ(j["rows"].size(), 4u) << r.out;
+  const Json all = json(whole)["rows"];
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(j["rows"][i], all[i]);
+  Json error = Json::parse(r.err);
+  EXPECT_EQ(error["resumeSkip"], 4) << r.err;
+  // Going on from there gives the rest.
+  std::vector<std::string> rest = args;
+  rest.insert(rest.end(), {"--skip", "4"});
+  rest[7] = "2";
+  r = veltrane(rest);
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["rows"][0], all[4]);
+}
+
+TEST_F(CliReadTable, TheFailureTextSaysWhereToGoOn) {
+  const long before = requests();
+  RunResult whole = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID", "--page-size", "1", "--max", "2"});
+  EXPECT_OK(whole);
+  const long used = requests() - before - 1;
+  control("fault?fault=status:500&user=DEMO&pass=" + std::to_string(used - 1));
+  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID", "--page-size", "1", "--max", "2"});
+  EXPECT_NE(r.status, 0);
+  EXPECT_EQ(json(r)["rows"].size(), 1u);
+  EXPECT_NE(r.err.find("1 row was written before the failure; go on with --skip 1"), std::string::npos) << r.err;
+}
+
+}  // namespace
