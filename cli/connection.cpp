@@ -7,6 +7,7 @@
 #include "password.h"
 #include "text.h"
 #include "trace_file.h"
+#include "values.h"
 
 namespace veltrane::cli {
 
@@ -79,6 +80,7 @@ void fillLogonData(ILogonData* logon, const ConnectionSettings& settings, const 
 Connection::Connection(ConnectionSettings settings) : settings_(std::move(settings)) {
   const Backend& backend = backendNamed(settings_.backend);
   if (!settings_.traceFile.empty()) requireWritableTrace(settings_.traceFile);
+  setValueRules({backend.name, backend.charLengthUnit, backend.unsignedIntegers, backend.packedMembersInBytes});
   const std::string password = obtainPassword("Password for " + settings_.user + " in client " + settings_.client +
                                               " at " + backend.place(settings_) + ": ");
   CLSID clsid;

@@ -61,6 +61,7 @@ void finishOutput() {
 
 void printJson(std::ostream& out, const Json& value) {
   out << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+  if (&out == &std::cout) checkOutput();
 }
 
 std::string cellText(const Json& value) {
@@ -121,6 +122,7 @@ void printTable(std::ostream& out, const TextTable& table) {
   for (size_t c = 0; c < columns; ++c) rule.emplace_back(width[c], '-');
   line(rule);
   for (const auto& row : table.rows) line(row);
+  if (&out == &std::cout) checkOutput();
 }
 
 }  // namespace veltrane::cli

@@ -302,8 +302,8 @@ TEST_F(CliReadTable, ALongSelectionIsSplitIntoOptionLines) {
 }
 
 TEST_F(CliReadTable, AFailurePartWayLeavesValidJsonAndWhereToGoOn) {
-  const std::vector<std::string> args = {"read-table", "SFLIGHT",   "--fields", "CARRID,CONNID", "--page-size",
-                                         "2",          "--max",     "6",        "--error-format", "json"};
+  const std::vector<std::string> args = {"read-table", "SFLIGHT", "--fields", "CARRID,CONNID",  "--page-size",
+                                         "2",          "--max",   "6",        "--error-format", "json"};
   const long before = requests();
   RunResult whole = veltrane(args);
   EXPECT_OK(whole);
@@ -337,6 +337,121 @@ TEST_F(CliReadTable, TheFailureTextSaysWhereToGoOn) {
   EXPECT_NE(r.status, 0);
   EXPECT_EQ(json(r)["rows"].size(), 1u);
   EXPECT_NE(r.err.find("1 row was written before the failure; go on with --skip 1"), std::string::npos) << r.err;
+}
+
+}  // namespace
+
+namespace {
+
+// ---- values, results and interfaces ---------------------------------------
+
+TEST_F(CliDaily, LengthsAndRangesAreCheckedBeforeSending) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"IV_CHAR=12345678901"}, "IV_CHAR: '12345678901' is 11 characters long; the field takes 10"},
+      {{"IV_NUMC=123456789"}, "IV_NUMC: '123456789' is 9 digits long; the field takes 8"},
+      {{"IV_RAW=AAAAAAA="}, "IV_RAW: 'AAAAAAA=' is 5 bytes long; the field takes 4"},
+      {{"IV_PACKED=12345678901234"}, "IV_PACKED: '12345678901234' has 14 digits before the point; the field takes 13"},
+      {{"IV_PACKED=1.234"}, "IV_PACKED: '1.234' has 3 decimals; the field takes 2"},
+      {{"IV_INT2=40000"}, "IV_INT2: 40000 is out of range (-32768 to 32767)"},
+      {{"IV_INT=2147483648"}, "IV_INT: 2147483648 is out of range"},
+      {{"IS_FLAT={\"CHAR\":\"12345678901\"}"}, "IS_FLAT.CHAR: '12345678901' is 11 characters long; the field takes 10"},
+      {{"IS_FLAT={\"PACKED\":\"12345678901234\"}"}, "IS_FLAT.PACKED: '12345678901234' has 14 digits before the point"},
+      {{"IT_FLAT=[{},{\"NUMC\":\"123456789\"}]"}, "IT_FLAT[2].NUMC: '123456789' is 9 digits long; the field takes 8"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"call", "Z_VSIM_TYPES"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    RunResult r = veltrane(args);
+    EXPECT_EQ(r.status, 2) << c.args[0] << "\n" << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << "expected: " << c.message << "\nstderr: " << r.err;
+  }
+  // The largest values that fit go through.
+  RunResult r = veltrane({"call", "Z_VSIM_TYPES", "IV_CHAR=1234567890", "IV_NUMC=12345678",
+                          "IV_RAW=3q2+7w==", "IV_PACKED=-1234567890123.45",
+                          "IS_FLAT={\"CHAR\":\"\xE6\x97\xA5\xE6\x9C\xAC"
+                          "12345678\"}"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["EV_PACKED"], "-1234567890123.45");
+}
+
+TEST_F(CliDaily, ANegativeIntegerOverSoapIsExplained) {
+  RunResult r = veltrane({"call", "Z_VSIM_TYPES", "IV_INT=-1"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("IV_INT: -1 cannot be sent over the soap back end: it writes integers as unsigned 32-bit text "
+                       "(4294967295), which the system refuses"),
+            std::string::npos)
+      << r.err;
+}
+
+TEST_F(CliDaily, OnlyTheResultsAskedFor) {
+  const std::string range =
+      "DATE_RANGE=[{\"SIGN\":\"I\",\"OPTION\":\"BT\",\"LOW\":\"2025-01-01\",\"HIGH\":\"2025-01-31\"}]";
+  RunResult r = veltrane({"call", "BAPI_FLIGHT_GETLIST", "AIRLINE=LH", range});
+  EXPECT_OK(r);
+  Json j = json(r);
+  // The input table is not echoed back.
+  EXPECT_FALSE(j["tables"].contains("DATE_RANGE")) << r.out;
+  EXPECT_TRUE(j["tables"].contains("FLIGHT_LIST"));
+  EXPECT_TRUE(j["exporting"].contains("RETURN") || j["tables"].contains("RETURN"));
+  const size_t flights = j["tables"]["FLIGHT_LIST"].size();
+  EXPECT_GT(flights, 0u);
+
+  r = veltrane({"call", "BAPI_FLIGHT_GETLIST", "AIRLINE=LH", range, "--only", "flight_list"});
+  EXPECT_OK(r);
+  j = json(r);
+  EXPECT_EQ(j["exporting"].size(), 0u);
+  EXPECT_EQ(j["tables"].size(), 1u) << r.out;
+  EXPECT_EQ(j["tables"]["FLIGHT_LIST"].size(), flights);
+
+  r = veltrane({"call", "BAPI_FLIGHT_GETLIST", "AIRLINE=LH", range, "--only", "FLIGHT_LIST,DATE_RANGE"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["tables"]["DATE_RANGE"].size(), 1u) << r.out;
+
+  r = veltrane({"call", "BAPI_FLIGHT_GETLIST", "--only", "NOPE"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--only: BAPI_FLIGHT_GETLIST returns no parameter NOPE"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, TheHelpExampleReturnsFlights) {
+  RunResult help = bare({"call", "--help"});
+  const size_t at = help.out.find("  veltrane call BAPI_FLIGHT_GETLIST");
+  ASSERT_NE(at, std::string::npos) << help.out;
+  std::string example = help.out.substr(at, help.out.find("'\n", at) + 1 - at);
+  example.replace(example.find("veltrane"), 8, quoted(VELTRANE_CLI_PROGRAM));
+  RunResult r = shell(example + " --port " + std::to_string(sim_->soapPort()) + " --user DEMO");
+  EXPECT_OK(r);
+  EXPECT_GT(json(r)["tables"]["FLIGHT_LIST"].size(), 0u) << r.out;
+}
+
+TEST_F(CliDaily, DescribeAsJsonWithTypeNames) {
+  RunResult r = veltrane({"describe", "Z_VSIM_TYPES", "--format", "json"});
+  EXPECT_OK(r);
+  Json j = json(r);
+  EXPECT_EQ(j["function"], "Z_VSIM_TYPES");
+  std::map<std::string, Json> byName;
+  for (const auto& p : j["parameters"]) byName[p["name"].get<std::string>()] = p;
+  EXPECT_EQ(byName["IV_CHAR"]["direction"], "importing");
+  EXPECT_EQ(byName["IV_CHAR"]["abapType"], "CHAR");
+  EXPECT_EQ(byName["IV_CHAR"]["length"], 10);
+  EXPECT_EQ(byName["IV_NUMC"]["length"], 8);
+  EXPECT_EQ(byName["IV_RAW"]["abapType"], "RAW");
+  EXPECT_EQ(byName["IV_RAW"]["length"], 4);
+  EXPECT_EQ(byName["IV_PACKED"]["abapType"], "PACKED");
+  EXPECT_EQ(byName["IV_PACKED"]["length"], 15);
+  EXPECT_EQ(byName["IV_PACKED"]["decimals"], 2);
+  EXPECT_EQ(byName["EV_INT"]["direction"], "exporting");
+  EXPECT_EQ(byName["IS_FLAT"]["kind"], "structure");
+  EXPECT_EQ(byName["IS_FLAT"]["fields"][0]["name"], "CHAR");
+  EXPECT_EQ(byName["IS_FLAT"]["fields"][0]["length"], 10);
+  EXPECT_EQ(byName["IS_FLAT"]["fields"][5]["abapType"], "PACKED");
+  EXPECT_EQ(byName["IS_FLAT"]["fields"][5]["length"], 15);
+  EXPECT_EQ(byName["IT_FLAT"]["kind"], "table");
+  EXPECT_EQ(byName["IT_FLAT"]["rowType"]["fields"][1]["abapType"], "NUMC");
+  r = veltrane({"describe", "Z_VSIM_TYPES", "--format", "table"});
+  EXPECT_EQ(r.status, 2);
 }
 
 }  // namespace

@@ -130,7 +130,7 @@ TEST_F(CliProgram, TableAsJsonArgumentAndAsFile) {
   const Json filtered = json(r)["tables"]["FLIGHT_LIST"];
   ASSERT_FALSE(filtered.empty());
   for (const auto& row : filtered) EXPECT_EQ(row["FLIGHTDATE"], day);
-  EXPECT_EQ(json(r)["tables"]["DATE_RANGE"][0]["LOW"], day);
+  EXPECT_FALSE(json(r)["tables"].contains("DATE_RANGE"));
 
   RunResult f = veltrane({"call", "BAPI_FLIGHT_GETLIST", "AIRLINE=LH", "DATE_RANGE=@" + file("range.json", range)});
   EXPECT_OK(f);
