@@ -86,6 +86,7 @@ class Client:
         self._backend = backend_named(backend)
         self._rstrip = rstrip
         self._schemas = {}
+        self._stale = False
         self._session = self._backend.open(params)
         try:
             self._session.Connect()
@@ -172,19 +173,43 @@ class Client:
     def _require(self):
         if self._session is None:
             raise CommunicationError("the client is closed", key="CLOSED")
+        if self._stale:
+            self._reconnect()
         return self._session
+
+    def _reconnect(self):
+        """Connects anew after a failure that closed the connection."""
+        session = self._session
+        try:
+            session.Disconnect()
+        except ComError:
+            pass  # the old connection is gone either way
+        try:
+            session.Connect()
+        except ComError as e:
+            raise self._failure(e) from e
+        self._stale = False
+
+    def _recorded(self, info):
+        """The exception for an ErrorInfo of the session or a table reader; notes
+        whether it closed the connection."""
+        error = error_from(info, self._backend)
+        if self._backend.closes_connection(error):
+            self._stale = True
+        return error
 
     def _failure(self, com_error):
         """The exception for a failed member: what ErrorInfo holds when the session
         recorded something, else the result itself as a communication failure."""
         session = self._session
         if session is not None and session.Error:
-            return error_from(session.ErrorInfo, self._backend)
-        return CommunicationError(com_error.description, key=f"0x{com_error.hresult:08X}")
+            return self._recorded(session.ErrorInfo)
+        return self._backend.unrecorded_error_class(com_error.hresult)(com_error.description,
+                                                                         key=f"0x{com_error.hresult:08X}")
 
     def _raise_recorded(self):
         if self._session.Error:
-            raise error_from(self._session.ErrorInfo, self._backend)
+            raise self._recorded(self._session.ErrorInfo)
 
     def _import(self, name):
         session = self._require()
@@ -208,7 +233,7 @@ class Client:
     def _schemas_of(self, name, call):
         schemas = self._schemas.get(name)
         if schemas is None:
-            schemas = {p.name: schema_of(p.RfcType) for group in _DIRECTIONS for p in getattr(call, group)}
+            schemas = {p.name: schema_of(p.RfcType, self._backend.signed_int1) for group in _DIRECTIONS for p in getattr(call, group)}
             self._schemas[name] = schemas
         return schemas
 
@@ -242,8 +267,17 @@ def connect(backend="soap", **params):
         stateful              one ABAP session for the whole connection
         trace                 file of the library's trace
         proxy, proxy_user, proxy_passwd   an HTTP proxy "host:port" (VELTRANE_PROXY_PASSWORD)
-    backend="nwrfc" and backend="rfc" (ashost, sysnr, dest, ... with client, user, passwd,
-    lang) are refused with UnsupportedBackendError until the library and this client offer them.
+    backend="nwrfc" (the NW RFC SDK's libsapnwrfc.so) takes:
+        ashost, sysnr | gwserv, or mshost, msserv, group, r3name, sysid; gwhost, saprouter
+                              where the system is (default ashost VELTRANE_HOST or 127.0.0.1,
+                              sysnr VELTRANE_SYSNR or 00, or gwserv VELTRANE_GWSERV)
+        connect               more of the SDK's parameters, "NAME=VALUE ..." (dest=NAME of sapnwrfc.ini)
+        ini                   the SDK's sapnwrfc.ini or its directory
+        sdk                   the directory of libsapnwrfc.so (default: VELTRANE_NWRFC_SDK_DIR,
+                              $SAPNWRFC_HOME/lib, the loader's search, /usr/local/sap/nwrfcsdk/lib,
+                              Veltrane's own beside libveltrane.so)
+        client, user, passwd, lang, trace   as for SOAP
+    backend="rfc" is refused with UnsupportedBackendError until the library offers it.
     All back ends: rstrip=False keeps the trailing blanks of character fields.
     """
     return Client(backend, **params)
