@@ -36,6 +36,7 @@ class Backend:
     progid = None
     parameters = frozenset()
     signed_int1 = False  # the session takes INT1 as a signed byte (VT_I1)
+    transactions = True  # the session runs transactional RFC
 
     def check(self, params):
         unknown = sorted(set(params) - self.parameters)
@@ -82,6 +83,7 @@ class SoapBackend(Backend):
 
     name = "soap"
     progid = "Veltrane.SoapSession"
+    transactions = False
     parameters = frozenset({"host", "port", "endpoint", "url", "client", "user", "passwd", "lang", "stateful",
                             "trace", "proxy", "proxy_user", "proxy_passwd"})
 
@@ -237,8 +239,9 @@ class NwRfcBackend(Backend):
         return super().error_class(group, key, message)
 
     def unrecorded_error_class(self, hresult):
-        # text 547: the SDK's library cannot be loaded
-        return ExternalRuntimeError if hresult == 0x80040223 else CommunicationError
+        # The SDK records what the system or the way to it reports: the rest is this
+        # side's (an SDK that cannot be loaded, an unknown transaction ID, ...).
+        return ExternalRuntimeError
 
     def closes_connection(self, error):
         """Whether the SDK closed the connection with this failure: a runtime failure of

@@ -12,7 +12,7 @@ from typing import List, Optional
 
 from ._backends import backend_named, error_from
 from ._constants import constants
-from ._errors import CommunicationError, ComError
+from ._errors import CommunicationError, ComError, Error, UnsupportedBackendError
 from ._tables import TableRead
 from ._veltrane import schema_of
 
@@ -136,16 +136,63 @@ class Client:
         dict, with typed values (see the module's documentation)."""
         name = function.upper()
         call = self._import(name)
-        schemas = self._schemas_of(name, call)
-        for key, value in parameters.items():
-            where = self._input_parameter(call, name, key.upper())
-            schemas[key.upper()].write(where.Item(key.upper()), value, key.upper())
+        schemas = self._fill(call, name, parameters)
         self._run(call)
         result = {}
         for group in ("Exporting", "Changing", "Tables"):
             for p in getattr(call, group):
                 result[p.name] = schemas[p.name].read(p, self._rstrip)
         return result
+
+    # -- transactional RFC ------------------------------------------------------------
+
+    def call_trfc(self, function, /, tid=None, confirm=True, **parameters):
+        """Sends a function module as a transactional unit, which the system runs
+        once however often it arrives under the same ID, and returns the ID.
+
+        Without `tid` a new ID is created; pass the ID of an earlier attempt to send
+        it again (after a failure whose exception carries it as `.tid`). With
+        confirm=True (the default) the ID is confirmed once the unit was sent;
+        confirm=False leaves that to confirm_tid(), so it can be sent again.
+        Parameters go as for call(); the unit returns nothing. ABAP parameters
+        named TID or CONFIRM are given in upper case."""
+        if not self._backend.transactions:
+            raise UnsupportedBackendError(f"back end '{self._backend.name}' has no transactional RFC "
+                                          "(the library's session does not offer it)")
+        name = function.upper()
+        call = self._import(name)
+        self._fill(call, name, parameters)
+        if tid is None:
+            tid = self.create_tid()
+        try:
+            try:
+                self._session.CallTRFCFunction(str(tid), call)
+            except ComError as e:
+                raise self._failure(e) from e
+            self._raise_recorded()
+        except Error as e:
+            e.tid = tid
+            raise
+        if confirm:
+            self.confirm_tid(tid)
+        return tid
+
+    def create_tid(self):
+        """A new transaction ID of this connection's session."""
+        session = self._require()
+        try:
+            return session.CreateTransID()
+        except ComError as e:
+            raise self._failure(e) from e
+
+    def confirm_tid(self, tid):
+        """Confirms a transaction ID: the system may forget the unit sent under it."""
+        session = self._require()
+        try:
+            session.ConfirmTransID(str(tid))
+        except ComError as e:
+            raise self._failure(e) from e
+        self._raise_recorded()
 
     def describe(self, function):
         """The interface of a function module: its parameters with their types."""
@@ -235,6 +282,14 @@ class Client:
         if schemas is None:
             schemas = {p.name: schema_of(p.RfcType, self._backend.signed_int1) for group in _DIRECTIONS for p in getattr(call, group)}
             self._schemas[name] = schemas
+        return schemas
+
+    def _fill(self, call, name, parameters):
+        """Puts the keyword parameters into the call; returns the function's schemas."""
+        schemas = self._schemas_of(name, call)
+        for key, value in parameters.items():
+            where = self._input_parameter(call, name, key.upper())
+            schemas[key.upper()].write(where.Item(key.upper()), value, key.upper())
         return schemas
 
     @staticmethod

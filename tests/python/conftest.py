@@ -74,6 +74,17 @@ def client(sim):
         yield c
 
 
+def nw_params(sim, **more):
+    """Parameters of connect("nwrfc") for the simulated system's RFC front."""
+    return dict(ashost=sim.rfc_host, gwserv=sim.rfc_port, client="001", user=USER, passwd=PASSWORD, **more)
+
+
+@pytest.fixture
+def nw(sim):
+    with veltrane.connect("nwrfc", **nw_params(sim)) as c:
+        yield c
+
+
 def configure(session, sim, user=USER, password=PASSWORD):
     """Fills the connection data of a SoapSession for the simulated system."""
     http = session.HttpSystemData

@@ -12,17 +12,7 @@ from decimal import Decimal
 import pytest
 
 import veltrane
-from conftest import PASSWORD, USER
-
-
-def nw_params(sim, **more):
-    return dict(ashost=sim.rfc_host, gwserv=sim.rfc_port, client="001", user=USER, passwd=PASSWORD, **more)
-
-
-@pytest.fixture
-def nw(sim):
-    with veltrane.connect("nwrfc", **nw_params(sim)) as c:
-        yield c
+from conftest import PASSWORD, USER, nw_params
 
 
 def test_connect_call_and_close(sim):
