@@ -5,19 +5,19 @@
 
 #include <boost/format.hpp>
 
+#include "abap/model_values.h"
 #include "abap/scalar_conversion.h"
 #include "model/model.h"
 #include "model/row_store.h"
-#include "nwrfc/model_values.h"
 #include "nwrfc/sdk_error.h"
 #include "platform/comdef.h"
 #include "platform/unicode.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
 
-using veltrane::nwrfc::FieldValue;
-using veltrane::nwrfc::RowFields;
-using veltrane::nwrfc::StoredRows;
+using veltrane::abap::FieldValue;
+using veltrane::abap::RowFields;
+using veltrane::abap::StoredRows;
 
 namespace {
 

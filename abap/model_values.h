@@ -1,4 +1,4 @@
-// What the data converter reads of the object model on the way to the SDK,
+// What a back end's converter reads of the object model on the way to an SDK,
 // without copies: the fields of a row by position and the value a field
 // holds. The model's own objects are read in place; any other
 // implementation through its interfaces, with a copy. The one place that
@@ -14,7 +14,7 @@ class CRfcFields;
 class CRfcRows;
 class RowStore;
 
-namespace veltrane::nwrfc {
+namespace veltrane::abap {
 
 // The fields of one row or structure.
 class RowFields {
@@ -66,4 +66,4 @@ class FieldValue {
   CComVariant m_copy;
 };
 
-}  // namespace veltrane::nwrfc
+}  // namespace veltrane::abap

@@ -1,4 +1,4 @@
-#include "nwrfc/model_values.h"
+#include "abap/model_values.h"
 
 #include "model/model_object.h"
 #include "model/rfc_field.h"
@@ -6,7 +6,7 @@
 #include "model/rfc_rows.h"
 #include "model/row_store.h"
 
-namespace veltrane::nwrfc {
+namespace veltrane::abap {
 
 RowFields::RowFields(IRfcFields* fields) : m_fields(fields), m_own(ModelImpl<CRfcFields>(fields)) {
   if (m_own)
@@ -49,4 +49,4 @@ HRESULT FieldValue::Read(IRfcField* field) {
   return field->get_value(&m_copy);
 }
 
-}  // namespace veltrane::nwrfc
+}  // namespace veltrane::abap
