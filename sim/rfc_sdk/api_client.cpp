@@ -157,7 +157,8 @@ RFC_RC RfcCancelU(RFC_HANDLE handle, RFC_CANCEL_TYPE type) {
         // Read as a number: a caller may pass any value.
         unsigned raw;
         std::memcpy(&raw, &type, sizeof raw);
-        if (raw > RFC_CANCEL_CLOSE) fail(RFC_INVALID_PARAMETER, RFC_ERROR_PROGRAM, "Unknown cancel type " + std::to_string(raw));
+        if (raw > RFC_CANCEL_CLOSE)
+          fail(RFC_INVALID_PARAMETER, RFC_ERROR_PROGRAM, "Unknown cancel type " + std::to_string(raw));
         auto c = client(handle);
         c->trace("RfcCancelU " + std::to_string(type));
         return c->cancel(type);

@@ -23,11 +23,14 @@ struct Wait {
     out.add("WAITED", RFCTYPE_INT, &waited, 4);
   }
   RFC_RC send(RFC_HANDLE h) { return RfcCallExU(h, fn.data(), in.data(), nullptr, nullptr); }
-  RFC_RC receive(RFC_HANDLE h, rfc_char_t** exception) { return RfcReceiveExU(h, out.data(), nullptr, nullptr, exception); }
+  RFC_RC receive(RFC_HANDLE h, rfc_char_t** exception) {
+    return RfcReceiveExU(h, out.data(), nullptr, nullptr, exception);
+  }
 };
 
 TEST_F(Call, SynchronousCallFillsTheImports) {
-  const CharCall r = callChars(h, "STFC_CONNECTION", {{"REQUTEXT", "Hello classic"}}, {{"ECHOTEXT", 0}, {"RESPTEXT", 255}});
+  const CharCall r =
+      callChars(h, "STFC_CONNECTION", {{"REQUTEXT", "Hello classic"}}, {{"ECHOTEXT", 0}, {"RESPTEXT", 255}});
   ASSERT_EQ(r.rc, RFC_OK) << lastError();
   EXPECT_EQ(r.results[0], "Hello classic");
   EXPECT_NE(r.results[1].find("DEMO"), std::string::npos) << r.results[1];
@@ -82,8 +85,8 @@ TEST_F(Call, AnAbapExceptionNamesItselfAndLeavesImportsAlone) {
 }
 
 TEST_F(Call, AnAbapMessageIsASystemFailureThatClosesTheConnection) {
-  const CharCall r = callChars(h, "Z_VSIM_RAISE", {{"MESSAGE_ID", "SR"}, {"MESSAGE_NUMBER", "001"},
-                                                   {"MESSAGE_TEXT", "Stop here"}}, {});
+  const CharCall r = callChars(h, "Z_VSIM_RAISE",
+                               {{"MESSAGE_ID", "SR"}, {"MESSAGE_NUMBER", "001"}, {"MESSAGE_TEXT", "Stop here"}}, {});
   EXPECT_EQ(r.rc, RFC_SYS_EXCEPTION);
   EXPECT_EQ(r.exception, "SYSTEM_FAILURE");
   RFC_ERROR_INFO_EX info{};
@@ -123,7 +126,8 @@ TEST_F(Call, ThePartnerGoingAwayShowsAsClosedInListen) {
   // The system drops the connection on its next request.
   {
     const RFC_HANDLE admin = open();
-    EXPECT_EQ(callChars(admin, "Z_VSIM_FAULT", {{"FAULT", "close"}, {"FOR_USER", "DEMO"}}, {}).rc, RFC_OK) << lastError();
+    EXPECT_EQ(callChars(admin, "Z_VSIM_FAULT", {{"FAULT", "close"}, {"FOR_USER", "DEMO"}}, {}).rc, RFC_OK)
+        << lastError();
     RfcCloseU(admin);
   }
   Wait w(10);
@@ -141,7 +145,8 @@ TEST_F(Call, CancelHardKeepsTheConnectionWithANewContext) {
   RFC_INT value = 0;
   Parameters out;
   out.add("VALUE", RFCTYPE_INT, &value, 4);
-  ASSERT_EQ(RfcCallReceiveExU(h, counter.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK) << lastError();
+  ASSERT_EQ(RfcCallReceiveExU(h, counter.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK)
+      << lastError();
   ASSERT_EQ(RfcCallReceiveExU(h, counter.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK);
   EXPECT_EQ(value, 2);
 
@@ -152,7 +157,8 @@ TEST_F(Call, CancelHardKeepsTheConnectionWithANewContext) {
   EXPECT_EQ(RfcCancelU(h, RFC_CANCEL_HARD), RFC_CANCELED);
   EXPECT_LT(std::chrono::steady_clock::now() - start, 3s);
   EXPECT_EQ(RfcIsValidHandleU(h, nullptr), RFC_OK);
-  ASSERT_EQ(RfcCallReceiveExU(h, counter.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK) << lastError();
+  ASSERT_EQ(RfcCallReceiveExU(h, counter.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK)
+      << lastError();
   EXPECT_EQ(value, 1) << "a new user context";
 }
 

@@ -73,8 +73,7 @@ TEST(Open, TheSystemNumberGivesTheGatewayPort) {
 
 TEST(LastError, IsInvertedAndHandedOutOnce) {
   RFC_ERROR_INFO_EX info{};
-  while (RfcLastErrorExU(&info) == 0) {
-  }
+  while (RfcLastErrorExU(&info) == 0) {}
   EXPECT_EQ(RfcLastErrorExU(&info), 1) << "no error: 1";
   std::u16string cs = u(connectString("PASSWD=wrong"));
   EXPECT_EQ(RfcOpenExU(cs.data(), nullptr), RFC_HANDLE_NULL);

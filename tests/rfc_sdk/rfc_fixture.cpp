@@ -53,8 +53,8 @@ const std::string& rfcHost() { return sim->rfcHost(); }
 std::string rfcPort() { return std::to_string(sim->rfcPort()); }
 
 std::string connectString(const std::string& extra) {
-  std::string s = "ASHOST=" + rfcHost() + " GWSERV=" + rfcPort() +
-                  " CLIENT=001 USER=DEMO PASSWD=Welcome1 LANG=EN TOUPPER=0";
+  std::string s =
+      "ASHOST=" + rfcHost() + " GWSERV=" + rfcPort() + " CLIENT=001 USER=DEMO PASSWD=Welcome1 LANG=EN TOUPPER=0";
   return extra.empty() ? s : s + " " + extra;
 }
 
@@ -100,7 +100,8 @@ Tables& Tables::add(const std::string& name, RFC_TYPEHANDLE rowType, unsigned ro
 
 RFC_TABLE* Tables::data() { return entries_.data(); }
 
-CharCall callChars(RFC_HANDLE h, const std::string& function, const std::vector<std::pair<std::string, std::string>>& in,
+CharCall callChars(RFC_HANDLE h, const std::string& function,
+                   const std::vector<std::pair<std::string, std::string>>& in,
                    const std::vector<std::pair<std::string, unsigned>>& out, unsigned units) {
   std::vector<std::u16string> inValues, outValues;
   Parameters exporting, importing;

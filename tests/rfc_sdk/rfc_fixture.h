@@ -70,7 +70,8 @@ struct CharCall {
   std::string exception;
   std::vector<std::string> results;
 };
-CharCall callChars(RFC_HANDLE h, const std::string& function, const std::vector<std::pair<std::string, std::string>>& in,
+CharCall callChars(RFC_HANDLE h, const std::string& function,
+                   const std::vector<std::pair<std::string, std::string>>& in,
                    const std::vector<std::pair<std::string, unsigned>>& out, unsigned units = 64);
 
 }  // namespace rfctest
