@@ -11,6 +11,8 @@
 #include "veltrane_tlb.h"
 
 class CRfcFields;
+class CRfcRows;
+class RowStore;
 
 namespace veltrane::abap {
 
@@ -29,6 +31,28 @@ class RowFields {
   CRfcFields* m_own;
   LONG m_count = 0;
   CComPtr<IRfcField> m_held;  // the last field read through the interface
+};
+
+// A table's rows in place: a row still in the rows' store gives its cells
+// without its objects being made.
+class StoredRows {
+ public:
+  // rows must outlive this object.
+  explicit StoredRows(IRfcRows* rows);
+  // Finds the row at a 1-based position; false for a row made into objects
+  // and for rows of another implementation (read them through the
+  // interfaces).
+  bool Find(LONG position);
+  // The cells of the row found last.
+  size_t Width() const;
+  // A cell, borrowed: valid while the rows stay as they are; never cleared.
+  const VARIANT& Cell(size_t column);
+
+ private:
+  CRfcRows* m_own;
+  const RowStore* m_store = nullptr;
+  size_t m_row = 0;
+  VARIANT m_view{};
 };
 
 // The value a field holds, as the field stands.

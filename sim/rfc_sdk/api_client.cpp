@@ -1,4 +1,6 @@
 // Entry points of a client: open and close, the call cycle, cancel, the last error, tRFC, tickets.
+#include <cstring>
+
 #include "rfc_protocol/values.h"
 #include "rfc_sdk/api.h"
 
@@ -152,8 +154,11 @@ RFC_RC RfcListenU(RFC_HANDLE handle) {
 RFC_RC RfcCancelU(RFC_HANDLE handle, RFC_CANCEL_TYPE type) {
   return guard(
       [&]() -> RFC_RC {
-        if (type != RFC_CANCEL_HARD && type != RFC_CANCEL_SOFT && type != RFC_CANCEL_CLOSE)
-          fail(RFC_INVALID_PARAMETER, RFC_ERROR_PROGRAM, "Unknown cancel type " + std::to_string(type));
+        // Read as a number: a caller may pass any value.
+        unsigned raw;
+        std::memcpy(&raw, &type, sizeof raw);
+        if (raw > RFC_CANCEL_CLOSE)
+          fail(RFC_INVALID_PARAMETER, RFC_ERROR_PROGRAM, "Unknown cancel type " + std::to_string(raw));
         auto c = client(handle);
         c->trace("RfcCancelU " + std::to_string(type));
         return c->cancel(type);

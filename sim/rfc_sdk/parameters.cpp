@@ -1,5 +1,8 @@
 #include "rfc_sdk/parameters.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "rfc_protocol/values.h"
 #include "rfc_sdk/errors.h"
 #include "rfc_sdk/text.h"
@@ -75,15 +78,24 @@ void writeSection(proto::Writer& w, const Outgoing& out, const DecimalsOf& decim
 }
 
 void readSection(proto::Reader& r, const Incoming& in, const DecimalsOf& decimals) {
+  // A name counts once: a second value would orphan what the first allocated.
+  std::vector<const void*> seen;
   const size_t n = r.count(2);
   for (size_t i = 0; i < n; ++i) {
     const std::string name = upperAscii(r.text());
     const proto::WireType type = r.type();
     RFC_PARAMETER* p = findParameter(in.first, name);
     if (!p) p = findParameter(in.second, name);
+    RFC_TABLE* t = p ? nullptr : findTable(in.tables, name);
+    const void* entry = p ? static_cast<const void*>(p) : t;
+    if (entry && std::find(seen.begin(), seen.end(), entry) != seen.end()) {
+      proto::skipBody(r, type, 0);
+      continue;
+    }
+    seen.push_back(entry);
     if (p) {
       readInto(r, type, parameterSlot(*p, name, decimals), static_cast<unsigned char*>(p->addr));
-    } else if (RFC_TABLE* t = findTable(in.tables, name)) {
+    } else if (t) {
       readTable(r, type, slotOf(t->type, t->leng), tableOf(*t));
     } else {
       proto::skipBody(r, type, 0);

@@ -335,14 +335,20 @@ void readInto(proto::Reader& r, WireType type, const Slot& s, unsigned char* p, 
       proto::skipBody(r, type, depth);
       cannotConvert("A structure " + s.structure->name + " cannot take a scalar value");
     }
+    // A field named twice counts once: a second value would orphan what the first allocated.
+    std::vector<bool> seen(s.structure->fields.size());
     const size_t n = r.count(2);
     for (size_t i = 0; i < n; ++i) {
       const std::string_view name = r.text();
       const WireType t = r.type();
-      if (const Field* f = findField(*s.structure, name))
+      const Field* f = findField(*s.structure, name);
+      const size_t index = f ? static_cast<size_t>(f - s.structure->fields.data()) : 0;
+      if (f && !seen[index]) {
+        seen[index] = true;
         readInto(r, t, f->slot, p + f->offset, depth + 1);
-      else
+      } else {
         proto::skipBody(r, t, depth + 1);
+      }
     }
     return;
   }
@@ -365,13 +371,17 @@ void readTable(proto::Reader& r, WireType type, const Slot& row, InternalTable& 
     WireType type;
   };
   std::vector<Column> columns;
+  std::vector<const Slot*> taken;
   for (const auto& [name, ctype] : h.columns) {
     Column c{nullptr, 0, ctype};
     if (!row.structure) {
       if (columns.empty()) c.slot = &row;
     } else if (const Field* f = findField(*row.structure, name)) {
-      c.slot = &f->slot;
-      c.offset = f->offset;
+      if (std::find(taken.begin(), taken.end(), &f->slot) == taken.end()) {
+        c.slot = &f->slot;
+        c.offset = f->offset;
+        taken.push_back(&f->slot);
+      }
     }
     columns.push_back(c);
   }
