@@ -9,7 +9,6 @@ using Services = SessionTest;
 
 TEST_F(Services, TheTableReaderReadsSflightInPages) {
   CComPtr<ITableReader> reader;
-  m_session->put_Option(CComBSTR(u"trace.file"), CComBSTR(u"/tmp/rfc_trace.txt"));
   ASSERT_EQ(m_session->GetTableReader(CComBSTR(u"SFLIGHT"), &reader), S_OK);
   CComPtr<IStringList> fields;
   reader->get_Fields(&fields);
