@@ -133,7 +133,10 @@ void BM_RfcSdkTableCall(benchmark::State& state) {
     RFC_RC rc;
     while ((rc = RfcListenU(h)) == RFC_RETRY) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     if (rc != RFC_OK || RfcReceiveExU(h, nullptr, nullptr, tables, nullptr) != RFC_OK) {
-      state.SkipWithError("the answer did not arrive");
+      RFC_ERROR_INFO_EX info{};
+      RfcLastErrorExU(&info);
+      const std::u16string message = info.message;
+      state.SkipWithError(("the answer did not arrive: " + std::string(message.begin(), message.end())).c_str());
       break;
     }
     benchmark::DoNotOptimize(Read(t, l));

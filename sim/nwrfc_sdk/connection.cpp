@@ -16,14 +16,6 @@ namespace {
 
 constexpr auto kConnectTimeout = std::chrono::seconds(20);
 
-std::string programName() {
-  char buf[256] = {};
-  const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
-  if (n <= 0) return "unknown";
-  const char* slash = std::strrchr(buf, '/');
-  return slash ? slash + 1 : buf;
-}
-
 [[noreturn]] void protocolFailure(const std::string& why) {
   fail(RFC_INVALID_PROTOCOL, RFC_ERROR_GROUP::COMMUNICATION_FAILURE, why);
 }
@@ -63,7 +55,7 @@ std::unique_ptr<Connection> Connection::open(const ConnectionParameters& params)
   proto::Pairs pairs;
   for (const char* name : {"client", "user", "passwd", "lang", "mysapsso2", "getsso2"})
     if (params.has(name)) pairs.emplace_back(name, params.get(name));
-  pairs.emplace_back("program", programName());
+  pairs.emplace_back("program", proto::programName());
   c->logon(MessageKind::Logon, std::move(pairs));
   return c;
 }
@@ -76,7 +68,7 @@ std::unique_ptr<Connection> Connection::registerServer(const ConnectionParameter
   std::unique_ptr<Connection> c(new Connection(Role::Server, params));
   trace().call(Entry::RfcRegisterServer, params.traceText());
   c->openSocket(e);
-  c->logon(MessageKind::Register, {{"program_id", program}, {"program", programName()}});
+  c->logon(MessageKind::Register, {{"program_id", program}, {"program", proto::programName()}});
   return c;
 }
 

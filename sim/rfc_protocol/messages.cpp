@@ -1,5 +1,9 @@
 #include "rfc_protocol/messages.h"
 
+#include <unistd.h>
+
+#include <cstring>
+
 namespace vsim::proto {
 
 namespace {
@@ -252,5 +256,13 @@ CallHead readCallHead(Reader& r) {
 void writeCallResultHead(Writer& w, bool executedBefore) { w.boolean(executedBefore); }
 
 bool readCallResultHead(Reader& r) { return r.boolean(); }
+
+std::string programName() {
+  char buf[256] = {};
+  const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
+  if (n <= 0) return "unknown";
+  const char* slash = std::strrchr(buf, '/');
+  return slash ? slash + 1 : buf;
+}
 
 }  // namespace vsim::proto

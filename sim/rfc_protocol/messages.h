@@ -28,6 +28,8 @@ struct OpenRequest {
   Pairs params;
 };
 void writeOpen(Writer& w, const OpenRequest& m);
+// The name of this process's program file, for the `program` parameter of a logon.
+std::string programName();
 OpenRequest readOpen(Reader& r);
 
 // LogonOk: the version the system speaks and the attributes of the connection.

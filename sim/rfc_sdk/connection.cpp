@@ -22,14 +22,6 @@ std::atomic<long long> connectTimeoutMs{[] {
   return s > 0 ? s * 1000 : 60000;
 }()};
 
-std::string programName() {
-  char buf[256] = {};
-  const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf - 1);
-  if (n <= 0) return "unknown";
-  const char* slash = std::strrchr(buf, '/');
-  return slash ? slash + 1 : buf;
-}
-
 [[noreturn]] void protocolFailure(const std::string& why) { fail(RFC_FAILURE, RFC_ERROR_PROTOCOL, why); }
 
 }  // namespace
@@ -115,7 +107,7 @@ std::shared_ptr<Connection> Connection::open(const ConnectOptions& o) {
   add("LANG", "lang", true);
   add("MYSAPSSO2", "mysapsso2", false);
   if (getTicket) pairs.emplace_back("getsso2", "1");
-  pairs.emplace_back("program", programName());
+  pairs.emplace_back("program", proto::programName());
 
   std::shared_ptr<Connection> c(new Connection(Role::Client, trace));
   c->connectTo(host, port);
@@ -127,7 +119,7 @@ std::shared_ptr<Connection> Connection::open(const ConnectOptions& o) {
 std::shared_ptr<Connection> Connection::registerAt(const ServerOptions& o) {
   std::shared_ptr<Connection> c(new Connection(Role::Server, o.trace));
   c->connectTo(o.gatewayHost, gatewayPort(o.gatewayService));
-  c->logon(MessageKind::Register, {{"program_id", o.programId}, {"program", programName()}});
+  c->logon(MessageKind::Register, {{"program_id", o.programId}, {"program", proto::programName()}});
   return c;
 }
 

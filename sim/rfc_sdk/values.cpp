@@ -303,7 +303,15 @@ void writeTable(proto::Writer& w, const Slot& row, InternalTable* t) {
     columns.emplace_back("", wireTypeOf(row));
   const unsigned rows = t ? t->fill() : 0;
   proto::writeTableHeader(w, columns, rows);
-  for (unsigned i = 1; i <= rows; ++i) writeBody(w, row, t->row(i));
+  // A row is its columns' bodies, in order.
+  for (unsigned i = 1; i <= rows; ++i) {
+    const unsigned char* p = t->row(i);
+    if (!row.structure) {
+      writeBody(w, row, p);
+      continue;
+    }
+    for (const Field& f : row.structure->fields) writeBody(w, f.slot, p + f.offset);
+  }
 }
 
 void initialize(const Slot& s, unsigned char* p) {

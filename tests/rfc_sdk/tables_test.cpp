@@ -152,3 +152,36 @@ TEST_F(Rows, AnExceptionStillFillsTheTables) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Rows, RowsSentInATableArriveFieldByField) {
+  std::u16string name = u"ZVSIM_FLAT";
+  unsigned count = 0, length = 0;
+  RFC_UNICODE_TYPE_ELEMENT* fields = nullptr;
+  RFC_TYPEHANDLE type = 0;
+  ASSERT_EQ(RfcGetStructureInfoFlatU(h, name.data(), 1, nullptr, nullptr, &count, &fields, nullptr, nullptr, &length,
+                                     nullptr, nullptr, &type, nullptr),
+            RFC_OK);
+  unsigned charAt = 0, intAt = 0;
+  for (unsigned i = 0; i < count; ++i) {
+    if (text(fields[i].name) == "CHAR") charAt = fields[i].c2_offset;
+    if (text(fields[i].name) == "INT") intAt = fields[i].c2_offset;
+  }
+  RfcReleaseStructInfoU(nullptr, fields);
+  Tables tables;
+  tables.add("TT_FLAT", type, length);
+  for (RFC_INT i = 1; i <= 3; ++i) {
+    auto* row = static_cast<unsigned char*>(ItAppLineU(tables.handle(0)));
+    setField(row + charAt, 10, "row" + std::to_string(i));
+    std::memcpy(row + intAt, &i, sizeof i);
+  }
+  std::u16string fn = u"Z_VSIM_TYPES";
+  ASSERT_EQ(RfcCallReceiveExU(h, fn.data(), nullptr, nullptr, nullptr, tables.data(), nullptr), RFC_OK) << lastError();
+  ITAB_H t = tables.handle(0);
+  ASSERT_EQ(ItFillU(t), 4u) << "the module changes each row and appends one";
+  const auto* second = static_cast<const unsigned char*>(ItGetLineU(t, 2));
+  EXPECT_EQ(field(second + charAt, 10), "ROW2");
+}
+
+}  // namespace
