@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "backend_nwrfc.h"
+#include "backend_rfc.h"
 #include "failure.h"
 #include "password.h"
 #include "text.h"
@@ -108,6 +109,23 @@ const std::vector<Backend>& backends() {
        nwrfcAddress,
        nwrfcPlace,
        Transactions::OwnSession},
+      {"rfc",
+       "classic RFC",
+       "Veltrane.RfcSession",
+       {
+           {"ashost", "HOST", "application server (default: --host)"},
+           {"sysnr", "NN", "system number (default 00, or $VELTRANE_SYSNR)"},
+           {"gwserv", "SERVICE", "gateway service, a port or sapgwNN (or $VELTRANE_GWSERV), instead of --sysnr"},
+           {"dest", "NAME", "destination of the SDK's saprfc.ini"},
+           {"connect", "\"KEY=VALUE ...\"",
+            "more of the SDK's connect string, as it names them (TOUPPER=0, GETSSO2=1)"},
+           {"sdk", "DIR", "directory of librfcum.so (default: SAP's SDK where found, else Veltrane's own)"},
+       },
+       readNwRfc,
+       configureRfc,
+       rfcAddress,
+       nwrfcPlace,
+       Transactions::AnySession},
   };
   return table;
 }

@@ -46,7 +46,14 @@ std::vector<OptionDef> connectionOptions() {
       {"lang", "LANG", "logon language (default EN, or $VELTRANE_LANG)"},
       {"trace", "FILE", "write the component's trace to FILE"},
   };
-  for (const Backend& b : backends()) options.insert(options.end(), b.options.begin(), b.options.end());
+  // Back ends may share an option (--ashost ...): it is listed once, as the
+  // first back end that has it describes it.
+  for (const Backend& b : backends())
+    for (const OptionDef& o : b.options) {
+      bool listed = false;
+      for (const OptionDef& known : options) listed = listed || known.name == o.name;
+      if (!listed) options.push_back(o);
+    }
   return options;
 }
 
