@@ -90,10 +90,15 @@ class Client:
         self._session = self._backend.open(params)
         try:
             self._session.Connect()
+            failure = self._recorded(self._session.ErrorInfo) if self._session.Error else None
         except ComError as e:
             failure = self._failure(e)
+            cause = e
+        else:
+            cause = None  # a refusal some sessions record without failing Connect
+        if failure is not None:
             self._disconnect()
-            raise failure from e
+            raise failure from cause
 
     # -- the connection ---------------------------------------------------------------
 
@@ -235,6 +240,7 @@ class Client:
             session.Connect()
         except ComError as e:
             raise self._failure(e) from e
+        self._raise_recorded()
         self._stale = False
 
     def _recorded(self, info):
@@ -251,8 +257,7 @@ class Client:
         session = self._session
         if session is not None and session.Error:
             return self._recorded(session.ErrorInfo)
-        return self._backend.unrecorded_error_class(com_error.hresult)(com_error.description,
-                                                                         key=f"0x{com_error.hresult:08X}")
+        return self._backend.unrecorded_error(com_error)
 
     def _raise_recorded(self):
         if self._session.Error:
@@ -263,7 +268,7 @@ class Client:
         if session.Error:
             session.ErrorInfo  # a failure nobody read: reading clears the flag
         try:
-            call = session.ImportCall(name)
+            call = session.ImportCall(name, self._backend.ignore_unsupported)
         except ComError as e:
             raise self._failure(e) from e
         # An import that the system refuses (an unknown module) is recorded, not failed.
@@ -332,7 +337,9 @@ def connect(backend="soap", **params):
                               $SAPNWRFC_HOME/lib, the loader's search, /usr/local/sap/nwrfcsdk/lib,
                               Veltrane's own beside libveltrane.so)
         client, user, passwd, lang, trace   as for SOAP
-    backend="rfc" is refused with UnsupportedBackendError until the library offers it.
+    backend="rfc" (the classic RFC SDK's librfcum.so) takes the same but ini, msserv, sysid,
+        saprouter; with tphost, tpname; sdk defaults to VELTRANE_RFC_SDK_DIR, the loader's
+        search, Veltrane's own beside libveltrane.so.
     All back ends: rstrip=False keeps the trailing blanks of character fields.
     """
     return Client(backend, **params)
