@@ -10,6 +10,7 @@
 
 #include "commands.h"
 #include "connection.h"
+#include "base64.h"
 #include "failure.h"
 #include "output.h"
 #include "table_output.h"
@@ -187,10 +188,17 @@ std::vector<LONG> positionsOf(IRfcFields* row, const std::vector<FieldLayout>& l
   return positions;
 }
 
+// RAW fields come as the hexadecimal text of the data line; they print as
+// base64, as binary values of `call` do.
+void rawAsBase64(CComVariant& value) {
+  if (value.vt != VT_BSTR) return;
+  if (auto text = hexToBase64(trim(utf8(value.bstrVal)))) value = CComVariant(bstr(*text));
+}
+
 // Hands the rows of a page to the output, joined across the field groups
 // by position, in the order of the field list.
 void writePage(const Page& page, const std::vector<FieldLayout>& layout, const std::vector<std::vector<size_t>>& groups,
-               const std::string& table, TableOutput& output) {
+               const std::string& table, bool raw, TableOutput& output) {
   std::vector<std::vector<LONG>> positions(groups.size());
   std::vector<CComVariant> values(layout.size());
   for (LONG r = 1; r <= page.count; ++r) {
@@ -204,11 +212,13 @@ void writePage(const Page& page, const std::vector<FieldLayout>& layout, const s
         CComVariant& value = values[groups[g][k]];
         value.Clear();
         check(f->get_value(&value), "reading the value of " + layout[groups[g][k]].name);
+        if (!raw && layout[groups[g][k]].type == "X") rawAsBase64(value);
       }
     }
     output.row(values);
   }
   output.flush();
+  checkOutput();
 }
 
 // Reads a page on a thread of its own, while the page before is written.
@@ -239,10 +249,12 @@ int runReadTable(const ParsedArgs& args) {
 
   Connection connection(connectionSettings(args));
   const std::vector<FieldLayout> layout = readLayout(connection, table, fields, query);
+  requireFittingFields(layout);
   const auto groups = splitFields(layout);
 
   CComPtr<ITableReader> reader = connection.tableReader(table);
-  if (args.has("raw")) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
+  const bool raw = args.has("raw");
+  if (raw) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
   CComPtr<IStringList> lines;
   check(reader->get_Query(&lines), "reading the selection of the reader");
   for (const auto& line : query) check(lines->Add(bstr(line)), "adding to the selection");
@@ -262,29 +274,43 @@ int runReadTable(const ParsedArgs& args) {
   };
 
   std::int64_t total = 0;
-  std::int64_t want = nextWant(total);
-  Page page;
-  if (want >= 0) page = readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip), table);
-  while (want >= 0) {
-    const std::int64_t got = page.count;
-    const bool more = want > 0 && got == want;
-    const std::int64_t nextTotal = total + got;
-    const std::int64_t next = more ? nextWant(nextTotal) : -1;
-    // With one group the next page is read while this one is written;
-    // several groups share the reader's field list, so they go in turn.
-    std::future<Page> ahead;
-    if (next >= 0 && groups.size() == 1)
-      ahead =
-          readPageAhead(reader, layout, groups, static_cast<LONG>(next), static_cast<LONG>(skip + nextTotal), table);
-    writePage(page, layout, groups, table, *output);
-    page = Page();
-    total = nextTotal;
-    progress.update(total);
-    want = next;
-    if (want < 0) break;
-    page = ahead.valid()
-               ? ahead.get()
-               : readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip + total), table);
+  // A failure part-way leaves the rows so far as a whole document, and says
+  // where to go on.
+  try {
+    std::int64_t want = nextWant(total);
+    Page page;
+    if (want >= 0) page = readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip), table);
+    while (want >= 0) {
+      const std::int64_t got = page.count;
+      const bool more = want > 0 && got == want;
+      const std::int64_t nextTotal = total + got;
+      const std::int64_t next = more ? nextWant(nextTotal) : -1;
+      // With one group the next page is read while this one is written;
+      // several groups share the reader's field list, so they go in turn.
+      std::future<Page> ahead;
+      if (next >= 0 && groups.size() == 1)
+        ahead =
+            readPageAhead(reader, layout, groups, static_cast<LONG>(next), static_cast<LONG>(skip + nextTotal), table);
+      writePage(page, layout, groups, table, raw, *output);
+      page = Page();
+      total = nextTotal;
+      progress.update(total);
+      want = next;
+      if (want < 0) break;
+      page = ahead.valid()
+                 ? ahead.get()
+                 : readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip + total), table);
+    }
+  } catch (const OutputError&) {
+    throw;
+  } catch (const std::exception&) {
+    progress.done();
+    output->finish();
+    const std::int64_t next = skip + total;
+    noteForFailure("resumeSkip", next,
+                   std::to_string(total) + (total == 1 ? " row was" : " rows were") +
+                       " written before the failure; go on with --skip " + std::to_string(next));
+    throw;
   }
   progress.done();
   output->finish();
