@@ -54,7 +54,8 @@ class SdkBackend(Backend):
     HOME_DIRS     (environment variable, sub-directory) of SAP's installations
     USUAL_DIRS    directories SAP's SDK is usually unpacked to
     OWN_DIR       Veltrane's own library, under <libdir>/veltrane/
-    ADDRESS       where the system is, in the SDK's names (lower case here)
+    ADDRESS       where the system is, in the SDK's names (lower case here); sdk_dest
+                  names a destination of the SDK's own ini file
     UPPER_NAMES   whether the connect string writes names in upper case
     """
 
@@ -62,7 +63,7 @@ class SdkBackend(Backend):
     HOME_DIRS = USUAL_DIRS = ()
     ADDRESS = ("ashost", "sysnr", "gwhost", "gwserv", "mshost", "r3name", "group")
     UPPER_NAMES = False
-    COMMON = ("client", "user", "passwd", "lang", "trace", "connect", "sdk")
+    COMMON = ("client", "user", "passwd", "lang", "trace", "connect", "sdk", "sdk_dest")
 
     def find_sdk(self):
         """The directory of the SDK's library, in this order: the environment
@@ -100,6 +101,8 @@ class SdkBackend(Backend):
         if sysnr not in (None, "") and not (len(str(sysnr)) == 2 and str(sysnr).isdigit()):
             raise ValueError(f"sysnr {sysnr!r} is not a system number (two digits)")
         given = [(name, params[name]) for name in self.ADDRESS if params.get(name) not in (None, "")]
+        if params.get("sdk_dest"):
+            given.insert(0, ("dest", params["sdk_dest"]))
         extra = str(params.get("connect") or "").strip()
         named = {name for name, _ in given} | {t.split("=", 1)[0].lower() for t in extra.split() if "=" in t}
         if not named & {"ashost", "mshost", "gwhost", "dest"}:
