@@ -40,20 +40,12 @@ def test_values_of_every_type_both_ways(rfc_client):
     flat = {"CHAR": "flat", "NUMC": "42", "DATE": datetime.date(2023, 12, 31), "TIME": datetime.time(23, 59, 59),
             "RAW": b"\x0a\x0b\x0c\x0d", "PACKED": Decimal("-1.25"), "FLOAT": 2.5, "INT": -3, "INT1": 200,
             "INT2": -5}
-    r = rfc_client.call("Z_VSIM_TYPES", IV_CHAR="abc", IV_NUMC="123", IV_DATE=datetime.date(2024, 2, 29),
-                        IV_TIME=datetime.time(13, 14, 15), IV_RAW=b"\x01\x02\x03\x04", IV_PACKED=Decimal("-12.34"),
-                        IV_FLOAT=1.5e-3, IV_INT=-2147483648, IV_INT1=255, IV_INT2=-32768,
-                        IV_STRING="a long string ü", IV_XSTRING=b"\x00xyz", IS_FLAT=flat)
-    assert r["EV_CHAR"] == "abc"
-    assert r["EV_NUMC"] == "00000123"
-    assert r["EV_DATE"] == datetime.date(2024, 2, 29)
-    assert r["EV_TIME"] == datetime.time(13, 14, 15)
-    assert r["EV_RAW"] == b"\x01\x02\x03\x04"
-    assert r["EV_PACKED"] == Decimal("-12.34") and isinstance(r["EV_PACKED"], Decimal)
-    assert r["EV_FLOAT"] == 1.5e-3
-    assert (r["EV_INT"], r["EV_INT1"], r["EV_INT2"]) == (-2147483648, 255, -32768)
-    assert r["EV_STRING"] == "a long string ü"
-    assert r["EV_XSTRING"] == b"\x00xyz"
+    sent = {"CHAR": "abc", "NUMC": "123", "DATE": datetime.date(2024, 2, 29), "TIME": datetime.time(13, 14, 15),
+            "RAW": b"\x01\x02\x03\x04", "PACKED": Decimal("-12.34"), "FLOAT": 1.5e-3, "INT": -2147483648,
+            "INT1": 255, "INT2": -32768, "STRING": "a long string ü", "XSTRING": b"\x00xyz"}
+    r = rfc_client.call("Z_VSIM_TYPES", IS_FLAT=flat, **{"IV_" + name: value for name, value in sent.items()})
+    assert {name: r["EV_" + name] for name in sent} == dict(sent, NUMC="00000123")
+    assert isinstance(r["EV_PACKED"], Decimal) and isinstance(r["EV_DATE"], datetime.date)
     expected = dict(flat, NUMC="00000042")
     assert r["ES_FLAT"] == expected
     c = rfc_client.call("Z_VSIM_TYPES", CV_CHAR="chg", CV_DATE="2024-12-31", CV_TIME="235959", CV_PACKED="1.5",
