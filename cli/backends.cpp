@@ -98,7 +98,7 @@ const std::vector<Backend>& backends() {
            {"ashost", "HOST", "application server (default: --host)"},
            {"sysnr", "NN", "system number (default 00, or $VELTRANE_SYSNR)"},
            {"gwserv", "SERVICE", "gateway service, a port or sapgwNN (or $VELTRANE_GWSERV), instead of --sysnr"},
-           {"dest", "NAME", "destination of the SDK's sapnwrfc.ini"},
+           {"sdk-dest", "NAME", "destination of the SDK's sapnwrfc.ini"},
            {"ini", "PATH", "the SDK's sapnwrfc.ini, or its directory"},
            {"connect", "\"NAME=VALUE ...\"", "more connection parameters of the SDK, as it names them"},
            {"sdk", "DIR", "directory of libsapnwrfc.so (default: SAP's SDK where found, else Veltrane's own)"},

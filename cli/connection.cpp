@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "backends.h"
+#include "destinations.h"
 #include "failure.h"
 #include "password.h"
 #include "text.h"
@@ -45,12 +46,15 @@ std::vector<OptionDef> connectionOptions() {
       {"user", "USER", "logon user (or $VELTRANE_USER)"},
       {"lang", "LANG", "logon language (default EN, or $VELTRANE_LANG)"},
       {"trace", "FILE", "write the component's trace to FILE"},
+      {"dest", "NAME", "take connection settings from destination NAME of the destinations file"},
+      {"dest-file", "FILE", "the destinations file (default $XDG_CONFIG_HOME/veltrane/destinations.ini)"},
   };
   for (const Backend& b : backends()) options.insert(options.end(), b.options.begin(), b.options.end());
   return options;
 }
 
-ConnectionSettings connectionSettings(const ParsedArgs& args) {
+ConnectionSettings connectionSettings(const ParsedArgs& given) {
+  const ParsedArgs args = withDestination(given);
   ConnectionSettings s;
   s.backend = args.valueOr("backend", backends().front().name);
   const Backend& backend = backendNamed(s.backend);
