@@ -75,7 +75,12 @@ std::u16string toUtf16(std::string_view utf8) {
 
 std::string toUtf8(std::u16string_view utf16) {
   std::string out;
-  out.reserve(utf16.size());
+  appendUtf8(out, utf16);
+  return out;
+}
+
+void appendUtf8(std::string& out, std::u16string_view utf16) {
+  out.reserve(out.size() + utf16.size());
   for (size_t i = 0; i < utf16.size(); ++i) {
     const char16_t c = utf16[i];
     if (c >= 0xD800 && c <= 0xDBFF && i + 1 < utf16.size() && utf16[i + 1] >= 0xDC00 && utf16[i + 1] <= 0xDFFF) {
@@ -87,7 +92,6 @@ std::string toUtf8(std::u16string_view utf16) {
       appendUtf8(out, c);
     }
   }
-  return out;
 }
 
 bool validUtf8(std::string_view utf8) {

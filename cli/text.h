@@ -11,6 +11,8 @@ namespace veltrane::cli {
 // Invalid input sequences become U+FFFD; conversion never fails.
 std::u16string toUtf16(std::string_view utf8);
 std::string toUtf8(std::u16string_view utf16);
+// toUtf8 appended to out.
+void appendUtf8(std::string& out, std::u16string_view utf16);
 
 inline CComBSTR bstr(std::string_view utf8) { return CComBSTR(toUtf16(utf8)); }
 inline std::string utf8(BSTR s) { return toUtf8(std::u16string_view(s ? s : u"", s ? SysStringLen(s) : 0)); }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <sqlite3.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -423,3 +424,84 @@ TEST_F(CliProgram, HelpOfEverySubcommand) {
 }
 
 }  // namespace
+
+// ---- read-table: formats and the database ---------------------------------
+
+TEST_F(CliProgram, ReadTableAsJsonLinesAndCsv) {
+  RunResult whole = veltrane({"read-table", "SCARR", "--fields", "CARRID,CARRNAME,CURRCODE"});
+  EXPECT_OK(whole);
+  const Json rows = json(whole)["rows"];
+  ASSERT_EQ(rows.size(), 17u);
+
+  RunResult lines = veltrane(
+      {"read-table", "SCARR", "--fields", "CARRID,CARRNAME,CURRCODE", "--page-size", "4", "--format", "jsonl"});
+  EXPECT_OK(lines);
+  std::istringstream in(lines.out);
+  std::string line;
+  size_t n = 0;
+  while (std::getline(in, line)) {
+    ASSERT_LT(n, rows.size());
+    EXPECT_EQ(Json::parse(line), rows[n]) << n;
+    ++n;
+  }
+  EXPECT_EQ(n, 17u);
+
+  RunResult csv =
+      veltrane({"read-table", "SCARR", "--fields", "CARRID,CARRNAME,CURRCODE", "--page-size", "4", "--format", "csv"});
+  EXPECT_OK(csv);
+  std::istringstream cin(csv.out);
+  std::getline(cin, line);
+  EXPECT_EQ(line, "CARRID,CARRNAME,CURRCODE");
+  n = 0;
+  while (std::getline(cin, line)) {
+    ASSERT_LT(n, rows.size());
+    const std::string expected = rows[n]["CARRID"].get<std::string>() + "," + rows[n]["CARRNAME"].get<std::string>() +
+                                 "," + rows[n]["CURRCODE"].get<std::string>();
+    EXPECT_EQ(line, expected);
+    ++n;
+  }
+  EXPECT_EQ(n, 17u);
+
+  RunResult bad = veltrane({"read-table", "SCARR", "--format", "xml"});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("option --format: 'xml' is not a format (json, jsonl, csv or table)"), std::string::npos)
+      << bad.err;
+}
+
+TEST_F(CliProgram, ReadTableIntoAnSqliteDatabase) {
+  const std::string db = (dir_ / "flights.db").string();
+  RunResult r = veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE,PRICE,SEATSMAX", "--max", "25",
+                          "--page-size", "10", "--sqlite", db});
+  EXPECT_OK(r);
+  const Json summary = json(r);
+  EXPECT_EQ(summary["table"], "SFLIGHT");
+  EXPECT_EQ(summary["rows"], 25);
+  EXPECT_EQ(summary["database"], db);
+  RunResult same =
+      veltrane({"read-table", "SFLIGHT", "--fields", "CARRID,CONNID,FLDATE,PRICE,SEATSMAX", "--max", "25"});
+  const Json rows = json(same)["rows"];
+
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &handle), SQLITE_OK);
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(handle, "SELECT CARRID, FLDATE, SEATSMAX, typeof(SEATSMAX) FROM SFLIGHT ORDER BY rowid",
+                               -1, &stmt, nullptr),
+            SQLITE_OK);
+  size_t n = 0;
+  while (sqlite3_step(stmt) == SQLITE_ROW) {
+    ASSERT_LT(n, rows.size());
+    EXPECT_EQ(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)), rows[n]["CARRID"].get<std::string>());
+    EXPECT_EQ(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1)), rows[n]["FLDATE"].get<std::string>());
+    EXPECT_EQ(sqlite3_column_int64(stmt, 2), rows[n]["SEATSMAX"].get<std::int64_t>());
+    EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 3)), "integer");
+    ++n;
+  }
+  sqlite3_finalize(stmt);
+  sqlite3_close(handle);
+  EXPECT_EQ(n, 25u);
+
+  // A second read into the same table is refused; the rows stay.
+  RunResult again = veltrane({"read-table", "SFLIGHT", "--max", "5", "--sqlite", db});
+  EXPECT_EQ(again.status, 1);
+  EXPECT_NE(again.err.find("cannot create table SFLIGHT in the database " + db), std::string::npos) << again.err;
+}
