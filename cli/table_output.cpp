@@ -1,5 +1,8 @@
 #include "table_output.h"
 
+#include <cerrno>
+#include <cstring>
+
 #include <sqlite3.h>
 
 #include <charconv>
@@ -120,9 +123,14 @@ class BufferedOutput : public TableOutput {
  public:
   explicit BufferedOutput(std::ostream& out) : out_(out) {}
   void flush() override {
+    errno = 0;
     out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     out_.flush();
-    if (!out_) throw std::runtime_error("writing the rows failed");
+    if (!out_) {
+      const int error = errno;
+      out_.clear();
+      throw OutputError(std::string("writing the output failed: ") + (error ? std::strerror(error) : "write error"));
+    }
     buffer_.clear();
   }
 
