@@ -608,3 +608,115 @@ TEST_F(CliSession, ABatchRunsInOneSession) {
 }
 
 }  // namespace
+
+namespace {
+
+// ---- transport ------------------------------------------------------------
+
+// A TLS front for the simulator (tls_proxy.py) with a certificate of its
+// own for 127.0.0.1, made with openssl.
+class TlsFront {
+ public:
+  TlsFront(const fs::path& dir, unsigned short target) : cert_((dir / "cert.pem").string()) {
+    const std::string key = (dir / "key.pem").string();
+    RunResult made = clitest::runProgram(
+        "/usr/bin/openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", cert_, "-days",
+                             "1", "-subj", "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1,DNS:localhost"});
+    if (made.status != 0) throw std::runtime_error("openssl: " + made.err);
+    int out[2];
+    if (::pipe(out) != 0) throw std::runtime_error("pipe");
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(out[1], 1);
+      ::close(out[0]);
+      ::execlp("python3", "python3", VELTRANE_CLI_TLS_PROXY, cert_.c_str(), key.c_str(), std::to_string(target).c_str(),
+               static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    std::string line;
+    char c;
+    while (::read(out[0], &c, 1) == 1 && c != '\n') line += c;
+    ::close(out[0]);
+    if (line.rfind("port=", 0) != 0) throw std::runtime_error("no port from the TLS front: " + line);
+    port_ = std::stoi(line.substr(5));
+  }
+  ~TlsFront() {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  int port() const { return port_; }
+  const std::string& cert() const { return cert_; }
+
+ private:
+  std::string cert_;
+  pid_t pid_ = -1;
+  int port_ = 0;
+};
+
+TEST_F(CliDaily, HttpsVerifiesTheServer) {
+  TlsFront front(dir_, sim_->soapPort());
+  const std::string port = std::to_string(front.port());
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                                    {"call", "STFC_CONNECTION", "REQUTEXT=tls", "--https", "--ca-file", front.cert(),
+                                     "--port", port, "--user", "DEMO"},
+                                    {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "tls");
+  // Without the certificate's authority the server is not trusted.
+  r = clitest::runProgram(VELTRANE_CLI_PROGRAM, {"ping", "--https", "--port", port, "--user", "DEMO"},
+                          {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_NE(r.err.find("connecting to https://127.0.0.1:" + port +
+                       "/sap/bc/soap/rfc failed: the server's certificate was not accepted"),
+            std::string::npos)
+      << r.err;
+  // HTTPS to a server that speaks HTTP.
+  r = veltrane({"ping", "--https"});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_NE(r.err.find("failed: no TLS handshake with the server"), std::string::npos) << r.err;
+  r = veltrane({"ping", "--ca-file", front.cert()});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--ca-file goes with --https"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, APasswordOverPlainHttpBeyondLoopbackIsWarnedOf) {
+  // Through a proxy that is not there: the warning comes before anything is sent.
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                                    {"ping", "--host", "sap.example.com", "--proxy", "127.0.0.1:1", "--user", "DEMO"},
+                                    {{"VELTRANE_PASSWORD", std::string("x")}});
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("veltrane: warning: the password goes to sap.example.com over plain HTTP, readable on the way; "
+                       "use --https"),
+            std::string::npos)
+      << r.err;
+  r = veltrane({"ping"});
+  EXPECT_OK(r);
+  EXPECT_EQ(r.err.find("warning"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, HostAndEndpointCannotChangeTheUrl) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"--host", "127.0.0.1/evil?x="}, "option --host: '127.0.0.1/evil?x=' is not a host name or an IP address"},
+      {{"--host", "user@127.0.0.1"}, "is not a host name or an IP address"},
+      {{"--host", "a b"}, "is not a host name or an IP address"},
+      {{"--endpoint", "sap/bc/soap/rfc?sap-client=000"},
+       "option --endpoint: 'sap/bc/soap/rfc?sap-client=000' is not a path"},
+      {{"--endpoint", "sap/../x"}, "is not a path"},
+      {{"--endpoint", "a#b"}, "is not a path"},
+      {{"--client", "00%"}, "option --client: '00%' is not a client"},
+      {{"--port", "80/x"}, "option --port: '80/x' is not a port number"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"ping"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM, args, {{"VELTRANE_PASSWORD", std::string("x")}});
+    EXPECT_EQ(r.status, 2) << c.args[1];
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << c.message << "\n" << r.err;
+  }
+}
+
+}  // namespace
