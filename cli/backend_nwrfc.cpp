@@ -67,9 +67,9 @@ bool names(const std::string& text, const char* alternatives) {
 }  // namespace
 
 void readNwRfc(const ParsedArgs& args, ConnectionSettings& s) {
-  const std::string dest = args.valueOr("dest", "");
+  const std::string dest = args.valueOr("sdk-dest", "");
   const std::string extra = trim(args.valueOr("connect", ""));
-  if (args.has("dest") && dest.empty()) throw UsageError("option --dest: the destination is empty");
+  if (args.has("sdk-dest") && dest.empty()) throw UsageError("option --sdk-dest: the destination is empty");
   // The host of --host stands in unless something else says where to go.
   std::string ashost = args.valueOr("ashost", "");
   if (ashost.empty() && (args.has("host") || (dest.empty() && !names(extra, "ashost|mshost|gwhost|dest"))))

@@ -20,6 +20,7 @@ struct Command {
 
 Command pingCommand();
 Command callCommand();
+Command batchCommand();
 Command describeCommand();
 Command readTableCommand();
 Command checkPasswordCommand();

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <cstring>
 #include <charconv>
 #include <iostream>
 #include <cmath>
@@ -128,7 +129,11 @@ class BufferedOutput : public TableOutput {
     buffer_.clear();
     // Standard output fails as every output of the command does.
     if (&out_ == &std::cout) checkOutput();
-    if (!out_) throw std::runtime_error("writing the rows failed");
+    if (!out_) {
+      const int error = errno;
+      out_.clear();
+      throw OutputError(std::string("writing the output failed: ") + (error ? std::strerror(error) : "write error"));
+    }
   }
 
  protected:

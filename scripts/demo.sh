@@ -167,6 +167,31 @@ KEY="DEMO-$$"
 run "${NWRFC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --format table
 run "${NWRFC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
 
+heading "A destination, and a batch of calls in one ABAP session"
+# The demo's own settings and cache, not the user's.
+export XDG_CONFIG_HOME="$WORK/config" XDG_CACHE_HOME="$WORK/cache"
+mkdir -p "$XDG_CONFIG_HOME/veltrane"
+cat >"$XDG_CONFIG_HOME/veltrane/destinations.ini" <<INI
+[sim]
+backend = soap
+host = 127.0.0.1
+port = $PORT
+client = 001
+user = DEMO
+stateful = yes
+INI
+echo "\$ cat \$XDG_CONFIG_HOME/veltrane/destinations.ini"
+cat "$XDG_CONFIG_HOME/veltrane/destinations.ini"
+unset VELTRANE_HOST VELTRANE_PORT VELTRANE_CLIENT VELTRANE_USER VELTRANE_LANG
+run ping --dest sim --format table
+BATCH='{"function":"Z_VSIM_COUNTER","parameters":{"STEP":5},"id":"first"}
+{"function":"BAPI_FLIGHT_GETLIST","parameters":{"AIRLINE":"LH","MAX_ROWS":2},"only":["FLIGHT_LIST"]}
+{"function":"Z_VSIM_COUNTER","parameters":{"STEP":1},"id":"again, in the same ABAP session"}'
+echo "\$ veltrane batch --dest sim <<'EOF'"
+echo "$BATCH"
+echo "EOF"
+"$VELTRANE_BIN" batch --dest sim <<<"$BATCH"
+
 heading "Stopping the simulated ABAP system"
 if stop_sim; then
   echo "veltrane-sim stopped"
