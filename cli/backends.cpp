@@ -4,6 +4,7 @@
 
 #include "backend_nwrfc.h"
 #include "failure.h"
+#include "password.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -35,6 +36,8 @@ void readSoap(const ParsedArgs& args, ConnectionSettings& s) {
     if (s.proxyHost.empty()) throw UsageError("option --proxy: the host is empty");
   }
   s.proxyUser = args.valueOr("proxy-user", "");
+  if (!s.proxyUser.empty() && !passwordVariable(kProxyPasswordVariable))
+    throw UsageError(std::string("no proxy password: set ") + kProxyPasswordVariable + " for --proxy-user");
 }
 
 void configureSoap(ISession* session, const ConnectionSettings& s) {
@@ -51,8 +54,7 @@ void configureSoap(ISession* session, const ConnectionSettings& s) {
   if (s.proxyPort > 0) check(http->put_ProxyPort(s.proxyPort), "setting the proxy port");
   if (s.proxyUser.empty()) return;
   check(http->put_ProxyUser(bstr(s.proxyUser)), "setting the proxy user");
-  const char* proxyPassword = std::getenv("VELTRANE_PROXY_PASSWORD");
-  check(http->put_ProxyPassword(bstr(proxyPassword ? proxyPassword : "")), "setting the proxy password");
+  check(http->put_ProxyPassword(bstr(passwordVariable(kProxyPasswordVariable))), "setting the proxy password");
 }
 
 std::string soapAddress(const ConnectionSettings& s) {
@@ -85,7 +87,10 @@ const std::vector<Backend>& backends() {
        configureSoap,
        soapAddress,
        soapPlace,
-       Transactions::None},
+       Transactions::None,
+       2,
+       true,
+       true},
       {"nwrfc",
        "NW RFC",
        "Veltrane.NWRfcSession",

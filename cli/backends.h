@@ -33,6 +33,13 @@ struct Backend {
   // The system as the password prompt names it: "HOST:PORT".
   std::string (*place)(const ConnectionSettings& settings);
   Transactions transactions;
+  // What the back end carries and reports as specified: bytes per
+  // character in the length of a parameter's CHAR or NUMC type, whether
+  // integers go out as unsigned 32-bit text, and whether the length of a
+  // structure's packed field counts bytes.
+  int charLengthUnit = 1;
+  bool unsignedIntegers = false;
+  bool packedMembersInBytes = false;
 };
 
 // All back ends; the first is the default.

@@ -76,4 +76,22 @@ std::optional<std::vector<std::uint8_t>> base64Decode(std::string_view text) {
   return out;
 }
 
+std::optional<std::string> hexToBase64(std::string_view hex) {
+  if (hex.size() % 2 != 0) return std::nullopt;
+  auto digit = [](char c) -> int {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+  };
+  std::vector<std::uint8_t> bytes;
+  bytes.reserve(hex.size() / 2);
+  for (size_t i = 0; i < hex.size(); i += 2) {
+    const int hi = digit(hex[i]), lo = digit(hex[i + 1]);
+    if (hi < 0 || lo < 0) return std::nullopt;
+    bytes.push_back(static_cast<std::uint8_t>(hi * 16 + lo));
+  }
+  return base64Encode(bytes.data(), bytes.size());
+}
+
 }  // namespace veltrane::cli

@@ -12,6 +12,7 @@ namespace veltrane::cli {
 namespace {
 
 int runPing(const ParsedArgs& args) {
+  if (!args.positionals().empty()) throw UsageError("ping takes no arguments");
   const Format format = outputFormat(args);
   Connection connection(connectionSettings(args));
   CComBSTR type;

@@ -3,14 +3,17 @@
 // data line of RFC_READ_TABLE.
 #include <unistd.h>
 
+#include <future>
 #include <iostream>
 #include <limits>
 #include <memory>
 
 #include "commands.h"
 #include "connection.h"
+#include "base64.h"
 #include "failure.h"
 #include "output.h"
+#include "table_output.h"
 #include "table_plan.h"
 #include "text.h"
 
@@ -102,54 +105,6 @@ std::vector<FieldLayout> readLayout(Connection& connection, const std::string& t
   return layout;
 }
 
-// Where the rows go: streamed as JSON, or collected for an aligned table.
-class RowSink {
- public:
-  virtual ~RowSink() = default;
-  virtual void add(Json row) = 0;
-  virtual void finish() = 0;
-};
-
-class JsonSink : public RowSink {
- public:
-  JsonSink(const std::string& table, const std::vector<FieldLayout>& layout) {
-    Json names = Json::array();
-    for (const auto& f : layout) names.push_back(f.name);
-    std::cout << "{\n  \"table\": " << Json(table).dump() << ",\n  \"fields\": " << names.dump() << ",\n  \"rows\": [";
-  }
-  void add(Json row) override {
-    std::cout << (rows_ == 0 ? "\n    " : ",\n    ") << row.dump(-1, ' ', false, Json::error_handler_t::replace);
-    ++rows_;
-  }
-  void finish() override { std::cout << (rows_ == 0 ? "]\n}\n" : "\n  ]\n}\n") << std::flush; }
-
- private:
-  size_t rows_ = 0;
-};
-
-class TableSink : public RowSink {
- public:
-  explicit TableSink(const std::vector<FieldLayout>& layout) {
-    for (const auto& f : layout) {
-      table_.headers.push_back(f.name);
-      const bool numeric = f.type == "I" || f.type == "b" || f.type == "s" || f.type == "F" || f.type == "P";
-      table_.rightAligned.push_back(numeric);
-    }
-  }
-  void add(Json row) override {
-    std::vector<std::string> cells;
-    for (const auto& name : table_.headers) cells.push_back(row.contains(name) ? cellText(row[name]) : "");
-    table_.rows.push_back(std::move(cells));
-  }
-  void finish() override {
-    printTable(std::cout, table_);
-    std::cout << "(" << table_.rows.size() << (table_.rows.size() == 1 ? " row)\n" : " rows)\n") << std::flush;
-  }
-
- private:
-  TextTable table_;
-};
-
 class Progress {
  public:
   explicit Progress(bool wanted)
@@ -173,55 +128,115 @@ class Progress {
   bool shown_ = false;
 };
 
-// One page: a read per field group, joined by position.
-std::vector<Json> readPage(ITableReader* reader, const std::vector<FieldLayout>& layout,
-                           const std::vector<std::vector<size_t>>& groups, LONG count, LONG start,
-                           const std::string& table) {
-  std::vector<std::vector<Json>> partial(groups.size());
+// One read of a page for a group of fields: the reader's rows of it.
+CComPtr<IRfcRows> readGroup(ITableReader* reader, const std::vector<FieldLayout>& layout,
+                            const std::vector<size_t>& group, LONG count, LONG start, const std::string& table) {
   CComPtr<IStringList> fields;
   check(reader->get_Fields(&fields), "reading the field list of the reader");
+  check(fields->RemoveAll(), "emptying the field list");
+  for (size_t i : group) check(fields->Add(bstr(layout[i].name)), "adding to the field list");
+  checkReader(reader->Read(count, start), reader, "reading table " + table);
+  CComPtr<IRfcRows> rows;
+  check(reader->get_Rows(&rows), "reading the rows of " + table);
+  return rows;
+}
+
+// The rows of one page: one set of rows per field group.
+struct Page {
+  std::vector<CComPtr<IRfcRows>> parts;
+  LONG count = 0;
+};
+
+Page readPage(ITableReader* reader, const std::vector<FieldLayout>& layout,
+              const std::vector<std::vector<size_t>>& groups, LONG count, LONG start, const std::string& table) {
+  Page page;
   for (size_t g = 0; g < groups.size(); ++g) {
-    check(fields->RemoveAll(), "emptying the field list");
-    for (size_t i : groups[g]) check(fields->Add(bstr(layout[i].name)), "adding to the field list");
-    checkReader(reader->Read(count, start), reader, "reading table " + table);
-    CComPtr<IRfcRows> rows;
-    check(reader->get_Rows(&rows), "reading the rows of " + table);
+    CComPtr<IRfcRows> rows = readGroup(reader, layout, groups[g], count, start, table);
     LONG n = 0;
     if (rows) check(rows->get_Count(&n), "counting rows");
-    for (LONG r = 1; r <= n; ++r) {
+    if (g == 0) page.count = n;
+    if (g > 0 && n != page.count)
+      throw std::runtime_error("the partial reads of " + table + " gave " + std::to_string(page.count) + " and " +
+                               std::to_string(n) + " rows: the table changed while it was read");
+    page.parts.push_back(std::move(rows));
+  }
+  return page;
+}
+
+// The position in the rows of each field of a group, by name; the last
+// member of a name, as the lookup by name finds it.
+std::vector<LONG> positionsOf(IRfcFields* row, const std::vector<FieldLayout>& layout, const std::vector<size_t>& group,
+                              const std::string& table) {
+  LONG count = 0;
+  check(row->get_Count(&count), "counting fields");
+  std::vector<std::string> names;
+  for (LONG p = 1; p <= count; ++p) {
+    CComPtr<IRfcField> f;
+    check(row->get_Item(CComVariant(p), &f), "reading a field");
+    CComBSTR name;
+    check(f->get_name(&name), "reading the name of a field");
+    names.push_back(utf8(name));
+  }
+  std::vector<LONG> positions;
+  for (size_t i : group) {
+    LONG at = 0;
+    for (LONG p = count; p >= 1 && at == 0; --p)
+      if (names[static_cast<size_t>(p - 1)] == layout[i].name) at = p;
+    if (at == 0) throw std::runtime_error("the rows of " + table + " lack the field " + layout[i].name);
+    positions.push_back(at);
+  }
+  return positions;
+}
+
+// RAW fields come as the hexadecimal text of the data line; they print as
+// base64, as binary values of `call` do.
+void rawAsBase64(CComVariant& value) {
+  if (value.vt != VT_BSTR) return;
+  if (auto text = hexToBase64(trim(utf8(value.bstrVal)))) value = CComVariant(bstr(*text));
+}
+
+// Hands the rows of a page to the output, joined across the field groups
+// by position, in the order of the field list.
+void writePage(const Page& page, const std::vector<FieldLayout>& layout, const std::vector<std::vector<size_t>>& groups,
+               const std::string& table, bool raw, TableOutput& output) {
+  std::vector<std::vector<LONG>> positions(groups.size());
+  std::vector<CComVariant> values(layout.size());
+  for (LONG r = 1; r <= page.count; ++r) {
+    for (size_t g = 0; g < groups.size(); ++g) {
       CComPtr<IRfcFields> row;
-      check(rows->get_Item(r, &row), "reading a row");
-      Json object = Json::object();
-      for (size_t i : groups[g]) {
+      check(page.parts[g]->get_Item(r, &row), "reading a row");
+      if (r == 1) positions[g] = positionsOf(row, layout, groups[g], table);
+      for (size_t k = 0; k < groups[g].size(); ++k) {
         CComPtr<IRfcField> f;
-        if (FAILED(row->get_Item(CComVariant(bstr(layout[i].name)), &f)) || !f)
-          throw std::runtime_error("the rows of " + table + " lack the field " + layout[i].name);
-        object[layout[i].name] = fieldToJson(f);
+        check(row->get_Item(CComVariant(positions[g][k]), &f), "reading a field");
+        CComVariant& value = values[groups[g][k]];
+        value.Clear();
+        check(f->get_value(&value), "reading the value of " + layout[groups[g][k]].name);
+        if (!raw && layout[groups[g][k]].type == "X") rawAsBase64(value);
       }
-      partial[g].push_back(std::move(object));
     }
-    if (g > 0 && partial[g].size() != partial[0].size())
-      throw std::runtime_error("the partial reads of " + table + " gave " + std::to_string(partial[0].size()) +
-                               " and " + std::to_string(partial[g].size()) +
-                               " rows: the table changed while it was read");
+    output.row(values);
   }
-  std::vector<Json> joined;
-  joined.reserve(partial[0].size());
-  for (size_t r = 0; r < partial[0].size(); ++r) {
-    Json row = Json::object();
-    for (size_t g = 0; g < groups.size(); ++g)
-      for (auto& [k, v] : partial[g][r].items()) row[k] = std::move(v);
-    // Back into the order of the field list.
-    Json ordered = Json::object();
-    for (const auto& f : layout) ordered[f.name] = std::move(row[f.name]);
-    joined.push_back(std::move(ordered));
-  }
-  return joined;
+  output.flush();
+  checkOutput();
+}
+
+// Reads a page on a thread of its own, while the page before is written.
+std::future<Page> readPageAhead(ITableReader* reader, const std::vector<FieldLayout>& layout,
+                                const std::vector<std::vector<size_t>>& groups, LONG count, LONG start,
+                                const std::string& table) {
+  return std::async(std::launch::async, [=, &layout, &groups] {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    struct Uninitialize {
+      ~Uninitialize() { CoUninitialize(); }
+    } uninitialize;
+    return readPage(reader, layout, groups, count, start, table);
+  });
 }
 
 int runReadTable(const ParsedArgs& args) {
   if (args.positionals().size() != 1) throw UsageError("read-table needs exactly one TABLE");
-  const Format format = outputFormat(args);
+  const TableFormat format = tableFormat(args.valueOr("format", "json"));
   const std::string table = upperAscii(args.positionals()[0]);
   const std::vector<std::string> fields = fieldList(args.values("fields"));
   const std::vector<std::string> query = selectionLines(args.values("where"));
@@ -229,41 +244,83 @@ int runReadTable(const ParsedArgs& args) {
   const std::int64_t max = args.number("max", 0, 0, std::numeric_limits<std::int64_t>::max());
   const std::int64_t skip = args.number("skip", 0, 0, kLongMax);
   const std::int64_t pageSize = args.number("page-size", kDefaultPageSize, 0, kLongMax);
+  const std::string database = args.valueOr("sqlite", "");
+  if (args.has("sqlite") && database.empty()) throw UsageError("option --sqlite needs a file name");
 
   Connection connection(connectionSettings(args));
   const std::vector<FieldLayout> layout = readLayout(connection, table, fields, query);
+  requireFittingFields(layout);
   const auto groups = splitFields(layout);
 
   CComPtr<ITableReader> reader = connection.tableReader(table);
-  if (args.has("raw")) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
+  const bool raw = args.has("raw");
+  if (raw) check(reader->put_Option(bstr("tablereader.rawstrings"), bstr("X")), "setting raw mode");
   CComPtr<IStringList> lines;
   check(reader->get_Query(&lines), "reading the selection of the reader");
   for (const auto& line : query) check(lines->Add(bstr(line)), "adding to the selection");
 
-  std::unique_ptr<RowSink> sink;
-  if (format == Format::Json) {
-    sink = std::make_unique<JsonSink>(table, layout);
-  } else {
-    sink = std::make_unique<TableSink>(layout);
-  }
+  std::unique_ptr<TableOutput> output =
+      database.empty() ? textOutput(format, std::cout, table, layout) : sqliteOutput(database, table, layout);
   Progress progress(args.has("progress"));
-  std::int64_t total = 0;
-  for (;;) {
-    std::int64_t want = pageSize > 0 ? pageSize : 0;  // 0: everything in one read
+
+  // The rows of the next read, or -1 when the reading is done; 0 reads
+  // everything at once.
+  auto nextWant = [&](std::int64_t total) -> std::int64_t {
+    std::int64_t want = pageSize > 0 ? pageSize : 0;
     if (max > 0) want = want > 0 ? std::min(want, max - total) : max - total;
-    if (max > 0 && want <= 0) break;
-    want = std::min(want, kLongMax);
-    const std::int64_t start = skip + total;
-    if (start > kLongMax) throw UsageError("the rows to skip and read go beyond " + std::to_string(kLongMax));
-    std::vector<Json> rows = readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(start), table);
-    const auto got = static_cast<std::int64_t>(rows.size());
-    for (auto& row : rows) sink->add(std::move(row));
-    total += got;
-    progress.update(total);
-    if (want == 0 || got < want) break;
+    if (max > 0 && want <= 0) return -1;
+    if (skip + total > kLongMax) throw UsageError("the rows to skip and read go beyond " + std::to_string(kLongMax));
+    return std::min(want, kLongMax);
+  };
+
+  std::int64_t total = 0;
+  // A failure part-way leaves the rows so far as a whole document, and says
+  // where to go on.
+  try {
+    std::int64_t want = nextWant(total);
+    Page page;
+    if (want >= 0) page = readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip), table);
+    while (want >= 0) {
+      const std::int64_t got = page.count;
+      const bool more = want > 0 && got == want;
+      const std::int64_t nextTotal = total + got;
+      const std::int64_t next = more ? nextWant(nextTotal) : -1;
+      // With one group the next page is read while this one is written;
+      // several groups share the reader's field list, so they go in turn.
+      std::future<Page> ahead;
+      if (next >= 0 && groups.size() == 1)
+        ahead =
+            readPageAhead(reader, layout, groups, static_cast<LONG>(next), static_cast<LONG>(skip + nextTotal), table);
+      writePage(page, layout, groups, table, raw, *output);
+      page = Page();
+      total = nextTotal;
+      progress.update(total);
+      want = next;
+      if (want < 0) break;
+      page = ahead.valid()
+                 ? ahead.get()
+                 : readPage(reader, layout, groups, static_cast<LONG>(want), static_cast<LONG>(skip + total), table);
+    }
+  } catch (const OutputError&) {
+    throw;
+  } catch (const std::exception&) {
+    progress.done();
+    output->finish();
+    const std::int64_t next = skip + total;
+    noteForFailure("resumeSkip", next,
+                   std::to_string(total) + (total == 1 ? " row was" : " rows were") +
+                       " written before the failure; go on with --skip " + std::to_string(next));
+    throw;
   }
   progress.done();
-  sink->finish();
+  output->finish();
+  if (!database.empty()) {
+    Json summary = Json::object();
+    summary["table"] = table;
+    summary["rows"] = total;
+    summary["database"] = database;
+    printProperties(std::cout, summary, format == TableFormat::Table ? Format::Table : Format::Json);
+  }
   connection.close();
   return 0;
 }
@@ -287,6 +344,13 @@ Command readTableCommand() {
           "--progress is given. Pages, like the field groups, are independent reads: rows\n"
           "added or removed meanwhile may be missed or read twice.\n"
           "\n"
+          "Each page is written as it arrives, while the next one is read: the memory the\n"
+          "command needs depends on the page size, not on the number of rows. --format\n"
+          "jsonl writes one JSON object per row and line, csv a header line and one line per\n"
+          "row. --sqlite FILE writes the rows into a new table named like TABLE in the\n"
+          "SQLite database FILE (created when missing), with column types from the\n"
+          "dictionary, in one transaction, and prints a summary.\n"
+          "\n"
           "Example:\n"
           "  veltrane read-table SFLIGHT --fields CARRID,CONNID,FLDATE,PRICE \\\n"
           "      --where \"CARRID = 'LH'\" --max 10 --format table",
@@ -298,8 +362,11 @@ Command readTableCommand() {
               {"page-size", "N", "rows per read (default 10000; 0: all in one read)"},
               {"progress", "", "show progress on standard error also when it is not a terminal"},
               {"raw", "", "deliver all fields as untrimmed text"},
+              {"format", "json|jsonl|csv|table",
+               "output as a JSON document (default), JSON lines, CSV or an aligned table"},
+              {"sqlite", "FILE", "write the rows into a new table of the SQLite database FILE"},
           },
-          true,
+          false,
           runReadTable};
 }
 

@@ -8,7 +8,7 @@ namespace veltrane::cli {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
       pingCommand(),          callCommand(),         describeCommand(), readTableCommand(),
-      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(), bspCommand(),
+      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(),  bspCommand(),
   };
   return commands;
 }
@@ -16,6 +16,7 @@ const std::vector<Command>& allCommands() {
 std::vector<OptionDef> optionsOf(const Command& command) {
   std::vector<OptionDef> options = command.options;
   if (command.formatted) options.push_back(formatOption());
+  options.push_back(errorFormatOption());
   for (auto& o : connectionOptions()) options.push_back(std::move(o));
   options.push_back({"help", "", "show this help"});
   return options;

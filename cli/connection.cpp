@@ -6,6 +6,8 @@
 #include "failure.h"
 #include "password.h"
 #include "text.h"
+#include "trace_file.h"
+#include "values.h"
 
 namespace veltrane::cli {
 
@@ -14,6 +16,19 @@ namespace {
 std::string fromEnv(const char* name, std::string fallback) {
   const char* v = std::getenv(name);
   return v && *v ? std::string(v) : std::move(fallback);
+}
+
+// The two-letter keys (ISO 639-1, and SAP's own ZF, ZH for Chinese, SH for
+// Serbian in Latin script) of the languages an ABAP system can be installed in.
+bool knownLanguage(const std::string& key) {
+  static const char* const kLanguages[] = {
+      "AF", "AR", "BG", "CA", "CS", "DA", "DE", "EL", "EN", "ES", "ET", "FI", "FR", "HE", "HI", "HR",
+      "HU", "ID", "IS", "IT", "JA", "KK", "KO", "LT", "LV", "MS", "NL", "NO", "PL", "PT", "RO", "RU",
+      "SH", "SK", "SL", "SR", "SV", "TH", "TR", "UK", "VI", "ZF", "ZH", "CY", "GA", "MK", "SQ", "BE",
+  };
+  for (const char* l : kLanguages)
+    if (key == l) return true;
+  return false;
 }
 
 }  // namespace
@@ -48,8 +63,8 @@ ConnectionSettings connectionSettings(const ParsedArgs& args) {
   s.user = upperAscii(args.valueOr("user", fromEnv("VELTRANE_USER", "")));
   if (s.user.empty()) throw UsageError("no user: give --user USER or set VELTRANE_USER");
   s.language = upperAscii(args.valueOr("lang", fromEnv("VELTRANE_LANG", s.language)));
-  if (s.language.empty() || s.language.size() > 2)
-    throw UsageError("option --lang: '" + s.language + "' is not a language key (one or two letters)");
+  if (!knownLanguage(s.language))
+    throw UsageError("option --lang: '" + s.language + "' is not a language of an ABAP system (such as EN, DE, JA)");
   s.traceFile = args.valueOr("trace", "");
   if (args.has("trace") && s.traceFile.empty()) throw UsageError("option --trace: the file name is empty");
   return s;
@@ -64,14 +79,15 @@ void fillLogonData(ILogonData* logon, const ConnectionSettings& settings, const 
 
 Connection::Connection(ConnectionSettings settings) : settings_(std::move(settings)) {
   const Backend& backend = backendNamed(settings_.backend);
+  if (!settings_.traceFile.empty()) requireWritableTrace(settings_.traceFile);
+  setValueRules({backend.name, backend.charLengthUnit, backend.unsignedIntegers, backend.packedMembersInBytes});
   const std::string password = obtainPassword("Password for " + settings_.user + " in client " + settings_.client +
                                               " at " + backend.place(settings_) + ": ");
   CLSID clsid;
   check(CLSIDFromProgID(bstr(backend.progId), &clsid), "finding the " + backend.label + " session");
   check(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_ISession, reinterpret_cast<void**>(&session_)),
         "creating the " + backend.label + " session");
-  if (!settings_.traceFile.empty())
-    check(session_->put_Option(bstr("trace.file"), bstr(settings_.traceFile)), "setting the trace file");
+  attachTrace(session_, settings_.traceFile);
   backend.configure(session_, settings_);
 
   CComPtr<ILogonData> logon;

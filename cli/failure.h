@@ -1,19 +1,36 @@
-// What can go wrong, and how it reaches the user: usage errors (exit 2),
-// failures reported by the system (exit 1, with group, key and message),
-// and failing results of the component (exit 1, with the record's text).
+// What can go wrong, and how it reaches the user: usage errors, failures
+// reported by the system (with group, key and message), failing results of
+// the component (with the record's text), and failures of the command's own
+// input and output. Each kind has its exit status; a failure prints as text
+// or, with --error-format json, as one JSON object on standard error.
 #pragma once
 
 #include <stdexcept>
 #include <string>
 
+#include <nlohmann/json.hpp>
 #include <veltrane.h>
 
 namespace veltrane::cli {
 
-enum ExitCode { kExitOk = 0, kExitFailure = 1, kExitUsage = 2 };
+enum ExitCode {
+  kExitOk = 0,
+  kExitFailure = 1,        // another failure of the system, the component or the command
+  kExitUsage = 2,          // bad command line or bad input values
+  kExitLogon = 3,          // the system refused the logon
+  kExitCommunication = 4,  // the system was not reached, or the connection broke
+  kExitAbap = 5,           // an ABAP exception or an ABAP message
+  kExitOutput = 6,         // the command's output could not be written
+};
 
 // Bad command line or bad input values.
 class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Standard output or an output file could not be written.
+class OutputError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
@@ -34,18 +51,21 @@ class RfcFailure : public std::runtime_error {
   std::string key_, message_, module_;
 };
 
-// A failing result of the component, with the description of its error record.
+// A failing result of the component, with the description of its error
+// record and, when the library's trace names it, the transport's cause.
 class ComFailure : public std::runtime_error {
  public:
-  ComFailure(std::string context, HRESULT hr, std::string description);
+  ComFailure(std::string context, HRESULT hr, std::string description, std::string cause = {});
   HRESULT result() const { return hr_; }
   const std::string& context() const { return context_; }
   const std::string& description() const { return description_; }
+  const std::string& cause() const { return cause_; }
 
  private:
   std::string context_;
   HRESULT hr_;
   std::string description_;
+  std::string cause_;
 };
 
 // Name of an ERRORGROUP value, such as "RFCERROR_LOGON_FAILURE".
@@ -56,11 +76,28 @@ void check(HRESULT hr, const std::string& context);
 
 // After an operation of the session: throws RfcFailure when the session's
 // Error is set (reading ErrorInfo, which clears it), else ComFailure for a
-// failing result.
+// failing result, with the transport's cause found in the library's trace.
 void checkSession(HRESULT hr, ISession* session, const std::string& context);
 
 // The same for a table reader, which keeps its own Error and ErrorInfo.
 void checkReader(HRESULT hr, ITableReader* reader, const std::string& context);
+
+// The trace file the command reads causes from (see ComFailure).
+void setCauseTrace(const std::string& path);
+
+// The exit status of a failure.
+int exitStatus(const std::exception& e);
+
+// The failure as one JSON object: "status", "kind", "context", "message",
+// and for a failure of the system "group", "groupName", "key", "module".
+nlohmann::ordered_json failureJson(const std::exception& e);
+
+enum class ErrorFormat { Text, Json };
+void setErrorFormat(ErrorFormat format);
+
+// Something that belongs to the next failure report, such as where to
+// resume: a line of its own in text, `key` in JSON.
+void noteForFailure(const std::string& key, nlohmann::ordered_json value, const std::string& text);
 
 // Writes the failure to standard error and returns the exit status.
 int reportFailure(const std::exception& e);

@@ -1,4 +1,5 @@
 // veltrane: talk to an ABAP system from the shell.
+#include <csignal>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -8,7 +9,9 @@
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
+#include "output.h"
 #include "password.h"
+#include "trace_file.h"
 
 namespace veltrane::cli {
 
@@ -28,7 +31,8 @@ void printCommandHelp(const Command& c) {
   std::cout << "usage: veltrane " << c.name << " [options]" << (c.synopsis.empty() ? "" : " " + c.synopsis) << "\n\n"
             << c.description << "\n";
   std::vector<OptionDef> own = c.options;
-  if (c.formatted) own.push_back({"format", "json|table", "output as JSON (default) or as an aligned table"});
+  if (c.formatted) own.push_back(formatOption());
+  own.push_back(errorFormatOption());
   own.push_back({"help", "", "show this help"});
   std::cout << "\nOptions:\n";
   printOptions(std::cout, own);
@@ -57,9 +61,11 @@ const Command* findCommand(const std::string& name) {
 }
 
 // The command is the first argument that is neither an option nor the value
-// of a connection option.
+// of an option that may stand before it.
 size_t commandPosition(const std::vector<std::string>& args) {
-  const auto options = connectionOptions();
+  auto options = connectionOptions();
+  options.push_back(formatOption());
+  options.push_back(errorFormatOption());
   for (size_t i = 0; i < args.size(); ++i) {
     const std::string& a = args[i];
     if (a.rfind("--", 0) == 0 && a.find('=') == std::string::npos) {
@@ -129,6 +135,13 @@ int run(const std::vector<std::string>& args) {
 
 int main(int argc, char** argv) {
   std::vector<std::string> args(argv + 1, argv + argc);
+  // A closed pipe is a failed write that the command reports, not a signal.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    veltrane::cli::setErrorFormat(veltrane::cli::errorFormat(args));
+  } catch (const std::exception& e) {
+    return veltrane::cli::reportFailure(e);
+  }
   if (FAILED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED))) {
     std::cerr << "veltrane: the COM runtime did not start\n";
     return veltrane::cli::kExitFailure;
@@ -136,10 +149,11 @@ int main(int argc, char** argv) {
   int status;
   try {
     status = veltrane::cli::run(args);
+    veltrane::cli::finishOutput();
   } catch (const std::exception& e) {
     status = veltrane::cli::reportFailure(e);
   }
-  std::cout.flush();
   CoUninitialize();
+  veltrane::cli::removePrivateTrace();
   return status;
 }

@@ -1,6 +1,10 @@
 #include "output.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
 
 #include "failure.h"
 #include "text.h"
@@ -16,8 +20,48 @@ Format outputFormat(const ParsedArgs& args) {
   throw UsageError("option --format: '" + f + "' is not a format (json or table)");
 }
 
+OptionDef errorFormatOption() {
+  return {"error-format", "text|json", "failures as text (default) or as one JSON object on standard error"};
+}
+
+ErrorFormat errorFormat(const std::vector<std::string>& args) {
+  std::string value = "text";
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--") break;
+    if (args[i] == "--error-format" && i + 1 < args.size()) value = args[++i];
+    if (args[i].rfind("--error-format=", 0) == 0) value = args[i].substr(15);
+  }
+  if (value == "json") return ErrorFormat::Json;
+  if (value != "text") throw UsageError("option --error-format: '" + value + "' is not a format (text or json)");
+  return ErrorFormat::Text;
+}
+
+namespace {
+
+[[noreturn]] void outputFailed(int error) {
+  std::cout.clear();
+  std::clearerr(stdout);
+  throw OutputError(std::string("writing the output failed: ") + (error ? std::strerror(error) : "write error"));
+}
+
+}  // namespace
+
+// Called right after writing, while errno still tells why a write failed.
+void checkOutput() {
+  const int error = errno;
+  if (!std::cout.good() || std::ferror(stdout)) outputFailed(error);
+}
+
+void finishOutput() {
+  errno = 0;
+  std::cout.flush();
+  if (!std::cout.good()) outputFailed(errno);
+  if (std::fflush(stdout) != 0 || std::ferror(stdout)) outputFailed(errno);
+}
+
 void printJson(std::ostream& out, const Json& value) {
   out << value.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+  if (&out == &std::cout) checkOutput();
 }
 
 std::string cellText(const Json& value) {
@@ -78,6 +122,7 @@ void printTable(std::ostream& out, const TextTable& table) {
   for (size_t c = 0; c < columns; ++c) rule.emplace_back(width[c], '-');
   line(rule);
   for (const auto& row : table.rows) line(row);
+  if (&out == &std::cout) checkOutput();
 }
 
 }  // namespace veltrane::cli

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "args.h"
+#include "failure.h"
 #include "values.h"
 
 namespace veltrane::cli {
@@ -14,6 +15,16 @@ enum class Format { Json, Table };
 
 OptionDef formatOption();
 Format outputFormat(const ParsedArgs& args);
+
+// --error-format text|json, read from the whole command line before
+// anything else, so that it also governs usage errors.
+OptionDef errorFormatOption();
+ErrorFormat errorFormat(const std::vector<std::string>& args);
+
+// Throws OutputError when standard output has failed so far (a full disk,
+// a closed pipe); finishOutput flushes first.
+void checkOutput();
+void finishOutput();
 
 void printJson(std::ostream& out, const Json& value);
 

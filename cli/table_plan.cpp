@@ -1,5 +1,8 @@
 #include "table_plan.h"
 
+#include <algorithm>
+
+#include "failure.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -88,11 +91,20 @@ std::vector<std::string> fieldList(const std::vector<std::string>& options) {
       size_t comma = option.find(',', start);
       if (comma == std::string::npos) comma = option.size();
       std::string name = upperAscii(trim(option.substr(start, comma - start)));
+      if (std::find(names.begin(), names.end(), name) != names.end())
+        throw UsageError("option --fields: " + name + " is given more than once");
       if (!name.empty()) names.push_back(std::move(name));
       start = comma + 1;
     }
   }
   return names;
+}
+
+void requireFittingFields(const std::vector<FieldLayout>& fields, int lineLength) {
+  for (const auto& f : fields)
+    if (f.length + 1 > lineLength)
+      throw UsageError("field " + f.name + " is " + std::to_string(f.length) + " characters wide: wider than the " +
+                       std::to_string(lineLength) + "-character data line of RFC_READ_TABLE, which cannot read it");
 }
 
 }  // namespace veltrane::cli

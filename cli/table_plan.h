@@ -24,11 +24,15 @@ struct FieldLayout {
 
 // Splits the fields, in order, into groups whose data fits one line: each
 // field takes its length plus one for the delimiter. A field wider than a
-// line forms a group of its own (the system then decides). Returns indexes
-// into `fields`.
+// line forms a group of its own. Returns indexes into `fields`.
 std::vector<std::vector<size_t>> splitFields(const std::vector<FieldLayout>& fields, int lineLength = kDataLineLength);
 
-// "A,B , C" and repeated options into upper-case names; empty entries dropped.
+// "A,B , C" and repeated options into upper-case names; empty entries
+// dropped. A name given twice is a UsageError.
 std::vector<std::string> fieldList(const std::vector<std::string>& options);
+
+// A UsageError naming the first field that does not fit a data line on its
+// own (its length plus the delimiter), which the system would refuse.
+void requireFittingFields(const std::vector<FieldLayout>& fields, int lineLength = kDataLineLength);
 
 }  // namespace veltrane::cli

@@ -1,6 +1,7 @@
 #include "text.h"
 
 #include <cctype>
+#include <utility>
 
 namespace veltrane::cli {
 
@@ -74,7 +75,12 @@ std::u16string toUtf16(std::string_view utf8) {
 
 std::string toUtf8(std::u16string_view utf16) {
   std::string out;
-  out.reserve(utf16.size());
+  appendUtf8(out, utf16);
+  return out;
+}
+
+void appendUtf8(std::string& out, std::u16string_view utf16) {
+  out.reserve(out.size() + utf16.size());
   for (size_t i = 0; i < utf16.size(); ++i) {
     const char16_t c = utf16[i];
     if (c >= 0xD800 && c <= 0xDBFF && i + 1 < utf16.size() && utf16[i + 1] >= 0xDC00 && utf16[i + 1] <= 0xDFFF) {
@@ -86,13 +92,39 @@ std::string toUtf8(std::u16string_view utf16) {
       appendUtf8(out, c);
     }
   }
-  return out;
 }
 
+bool validUtf8(std::string_view utf8) {
+  size_t i = 0;
+  while (i < utf8.size()) {
+    const size_t start = i;
+    if (decodeUtf8(utf8, i) == kReplacement && utf8.substr(start, 3) != "\xEF\xBF\xBD") return false;
+  }
+  return true;
+}
+
+namespace {
+
+// Columns a code point takes on a terminal: two for East Asian wide and
+// full-width characters, none for combining marks and joiners.
+size_t columns(char32_t cp) {
+  if ((cp >= 0x0300 && cp <= 0x036F) || (cp >= 0x200B && cp <= 0x200F) || (cp >= 0xFE00 && cp <= 0xFE0F)) return 0;
+  static const std::pair<char32_t, char32_t> kWide[] = {
+      {0x1100, 0x115F},   {0x231A, 0x231B},   {0x2329, 0x232A},   {0x2E80, 0x303E},   {0x3041, 0x33FF},
+      {0x3400, 0x4DBF},   {0x4E00, 0x9FFF},   {0xA000, 0xA4CF},   {0xA960, 0xA97F},   {0xAC00, 0xD7A3},
+      {0xF900, 0xFAFF},   {0xFE10, 0xFE19},   {0xFE30, 0xFE6F},   {0xFF00, 0xFF60},   {0xFFE0, 0xFFE6},
+      {0x1F300, 0x1F64F}, {0x1F680, 0x1F6FF}, {0x1F900, 0x1F9FF}, {0x20000, 0x2FFFD}, {0x30000, 0x3FFFD},
+  };
+  for (const auto& [lo, hi] : kWide)
+    if (cp >= lo && cp <= hi) return 2;
+  return 1;
+}
+
+}  // namespace
+
 size_t displayWidth(std::string_view utf8) {
-  size_t n = 0;
-  for (unsigned char c : utf8)
-    if ((c & 0xC0) != 0x80) ++n;
+  size_t n = 0, i = 0;
+  while (i < utf8.size()) n += columns(decodeUtf8(utf8, i));
   return n;
 }
 

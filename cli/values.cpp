@@ -1,5 +1,6 @@
 #include "values.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -122,8 +123,29 @@ CComVariant byteArray(const std::vector<std::uint8_t>& bytes) {
   return v;
 }
 
-CComVariant jsonToVariant(const Json& v, ABAPTYPE type, const std::string& path) {
+ValueRules g_rules;
+
+void requireLength(const std::string& path, const std::string& text, size_t length, long limit, const char* unit) {
+  if (limit > 0 && static_cast<long>(length) > limit)
+    bad(path, "'" + (text.size() > 40 ? text.substr(0, 37) + "..." : text) + "' is " + std::to_string(length) + " " +
+                  unit + " long; the field takes " + std::to_string(limit));
+}
+
+// Digits before and after the point of a decimal text.
+std::pair<size_t, size_t> decimalDigits(std::string_view s) {
+  if (!s.empty() && (s.front() == '+' || s.front() == '-')) s.remove_prefix(1);
+  const size_t point = s.find('.');
+  std::string_view whole = s.substr(0, point);
+  while (whole.size() > 1 && whole.front() == '0') whole.remove_prefix(1);
+  std::string_view fraction = point == std::string_view::npos ? std::string_view() : s.substr(point + 1);
+  while (!fraction.empty() && fraction.back() == '0') fraction.remove_suffix(1);
+  return {whole == "0" ? 0 : whole.size(), fraction.size()};
+}
+
+CComVariant jsonToVariant(const Json& v, IRfcType* rfcType, const std::string& path) {
   if (v.is_null()) return CComVariant();
+  const bool member = path.find_first_of(".[") != std::string::npos;
+  const ABAPTYPE type = scalarType(rfcType);
   switch (type) {
     case TYPE_DATE: {
       if (!v.is_string()) bad(path, describe(v) + " is not a date (YYYY-MM-DD)");
@@ -143,6 +165,10 @@ CComVariant jsonToVariant(const Json& v, ABAPTYPE type, const std::string& path)
       const std::int64_t hi = type == TYPE_INT ? INT32_MAX : type == TYPE_INT2 ? INT16_MAX : 255;
       if (n < lo || n > hi)
         bad(path, std::to_string(n) + " is out of range (" + std::to_string(lo) + " to " + std::to_string(hi) + ")");
+      if (n < 0 && g_rules.unsignedIntegers)
+        bad(path, std::to_string(n) + " cannot be sent over the " + g_rules.backend +
+                      " back end: it writes integers as unsigned 32-bit text (" +
+                      std::to_string(static_cast<std::uint32_t>(n)) + "), which the system refuses");
       return CComVariant(static_cast<LONG>(n));
     }
     case TYPE_FLOAT: return CComVariant(floatValue(v, path));
@@ -151,16 +177,34 @@ CComVariant jsonToVariant(const Json& v, ABAPTYPE type, const std::string& path)
       if (!v.is_string()) bad(path, describe(v) + " is not base64 text");
       auto bytes = base64Decode(v.get<std::string>());
       if (!bytes) bad(path, "'" + v.get<std::string>() + "' is not valid base64");
+      if (type == TYPE_BYTE)
+        requireLength(path, v.get<std::string>(), bytes->size(), scalarLength(rfcType, member), "bytes");
       return byteArray(*bytes);
     }
     case TYPE_NUM: {
       const std::string text = scalarText(v, path);
       if (!text.empty() && !allDigits(text)) bad(path, "'" + text + "' is not a string of digits");
+      requireLength(path, text, text.size(), scalarLength(rfcType, member), "digits");
       return CComVariant(toUtf16(text));
     }
     case TYPE_BCD: {
       const std::string text = trim(scalarText(v, path));
       if (!text.empty() && !isDecimalText(text)) bad(path, "'" + text + "' is not a decimal number");
+      SHORT decimals = 0;
+      check(rfcType->get_ScalarDecimals(&decimals), "reading a type");
+      const long digits = scalarLength(rfcType, member);
+      const auto [whole, fraction] = decimalDigits(text);
+      if (digits > 0 && static_cast<long>(whole) > digits - decimals)
+        bad(path, "'" + text + "' has " + std::to_string(whole) + " digits before the point; the field takes " +
+                      std::to_string(digits - decimals));
+      if (static_cast<long>(fraction) > decimals)
+        bad(path, "'" + text + "' has " + std::to_string(fraction) + " decimals; the field takes " +
+                      std::to_string(decimals));
+      return CComVariant(toUtf16(text));
+    }
+    case TYPE_CHAR: {
+      const std::string text = scalarText(v, path);
+      requireLength(path, text, toUtf16(text).size(), scalarLength(rfcType, member), "characters");
       return CComVariant(toUtf16(text));
     }
     default: return CComVariant(toUtf16(scalarText(v, path)));
@@ -212,6 +256,23 @@ void jsonToFields(IRfcFields* fields, const Json& object, const std::string& pat
 
 }  // namespace
 
+void setValueRules(ValueRules rules) { g_rules = std::move(rules); }
+const ValueRules& valueRules() { return g_rules; }
+
+long scalarLength(IRfcType* type, bool member) {
+  SHORT length = 0;
+  check(type->get_ScalarLength(&length), "reading a type");
+  switch (scalarType(type)) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+    case TYPE_DATE:
+    case TYPE_TIME: return member ? length : length / std::max(1, g_rules.charLengthUnit);
+    case TYPE_BYTE: return length;
+    case TYPE_BCD: return member && g_rules.packedMembersInBytes ? 2 * length - 1 : length;
+    default: return 0;
+  }
+}
+
 RFCTYPEKIND typeKind(IRfcType* type) {
   RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
   if (type) check(type->get_Kind(&kind), "reading a type");
@@ -232,7 +293,7 @@ void jsonToField(IRfcField* field, const Json& value, const std::string& path) {
   CComPtr<IRfcType> type = fieldType(field);
   switch (typeKind(type)) {
     case RFCTYPEKIND_SCALAR: {
-      CComVariant v = jsonToVariant(value, scalarType(type), path);
+      CComVariant v = jsonToVariant(value, type, path);
       check(field->put_value(v), "setting " + path);
       return;
     }

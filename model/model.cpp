@@ -7,6 +7,7 @@
 #include "model/rfc_field.h"
 #include "model/rfc_parameter.h"
 #include "model/rfc_parameters.h"
+#include "model/rfc_fields.h"
 #include "model/rfc_rows.h"
 #include "model/rfc_type.h"
 #include "model/type_access.h"
@@ -161,6 +162,31 @@ HRESULT RfcRowsAddRows(IRfcRows* rows, LONG count, std::vector<CRfcField*>* cell
   HRESULT hr = impl->AppendPlannedRows(count, cells, &planned);
   if (FAILED(hr)) return hr;
   return planned ? S_OK : E_NOINTERFACE;
+}
+
+HRESULT RfcRowsAppendStored(IRfcRows* rows, LONG count, RowStore** store, size_t* first) {
+  if (!store || !first) return E_POINTER;
+  if (count < 1) return E_INVALIDARG;
+  CRfcRows* impl = RowsOf(rows);
+  if (!impl) return E_NOINTERFACE;
+  bool stored = false;
+  HRESULT hr = impl->AppendStoredRows(count, store, first, &stored);
+  if (FAILED(hr)) return hr;
+  return stored ? S_OK : E_NOINTERFACE;
+}
+
+bool RfcRowsTextAt(IRfcRows* rows, size_t row, size_t column, std::u16string_view* text) {
+  CRfcRows* impl = RowsOf(rows);
+  if (!impl || row >= static_cast<size_t>(impl->CollCount())) return false;
+  size_t storeRow = 0;
+  if (const RowStore* store = impl->StoredRow(row, &storeRow))
+    return column < store->Width() && store->TextAt(storeRow, column, text);
+  CRfcFields* fields = ModelImpl<CRfcFields>(impl->CollAt(row));
+  if (!fields || column >= static_cast<size_t>(fields->CollCount())) return false;
+  CRfcField* field = ModelImpl<CRfcField>(fields->CollAt(column));
+  if (!field || field->Value().vt != VT_BSTR) return false;
+  *text = BstrView(field->Value().bstrVal);
+  return true;
 }
 
 IRfcField* RfcFieldInterface(CRfcField* field) { return field; }

@@ -3,6 +3,8 @@
 // and reach the operations that the interfaces do not show.
 #pragma once
 
+#include <cstddef>
+#include <string_view>
 #include <vector>
 
 #include "platform/oaidl.h"
@@ -40,6 +42,23 @@ class CRfcField;
 // another implementation or a row type that is not all the model's own
 // (AddRow then serves as usual); otherwise it fails as AddRows does.
 HRESULT RfcRowsAddRows(IRfcRows* rows, LONG count, std::vector<CRfcField*>* cells);
+
+// The compact store of a table's rows (model/row_store.h).
+class RowStore;
+
+// Appends count rows of empty cells as AddRows does, kept in the rows'
+// store until a client reaches them: *store receives the store, *first the
+// store's number of the first new row (the others follow it), to be filled
+// through RowStore's writers. Fails with 0x80004002, adding nothing, for
+// rows of another implementation or a row type that is not a structure of
+// scalars all the model's own; otherwise it fails as AddRows does.
+HRESULT RfcRowsAppendStored(IRfcRows* rows, LONG count, RowStore** store, size_t* first);
+
+// The text that column (0-based) of the row at a 0-based position holds, in
+// place, while the rows stay as they are: from the store, or from the
+// model's own field holding a string. False for anything else (the caller
+// then reads the field through its interface).
+bool RfcRowsTextAt(IRfcRows* rows, size_t row, size_t column, std::u16string_view* text);
 
 // A field of the model as its interface, without a reference of its own.
 IRfcField* RfcFieldInterface(CRfcField* field);

@@ -3,13 +3,16 @@
 #pragma once
 
 #include "model/collection.h"
-#include "model/rfc_field.h"
 #include "model/model_object.h"
+#include "model/rfc_field.h"
+#include "model/row_store.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
 #include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
+#include <cstdint>
+#include <memory>
 #include <vector>
 
 class CRfcFields;
@@ -20,7 +23,8 @@ class CRfcRows
                             CModelObjectImpl<CRfcRows>> {
  public:
   // IRfcRows
-  HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override { return CollItemAt(inIndex, pVal); }
+  HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override;
+  HRESULT STDMETHODCALLTYPE get__NewEnum(IUnknown** pVal) override;
   HRESULT STDMETHODCALLTYPE get_FileMode(VARIANT_BOOL* pVal) override;
   HRESULT STDMETHODCALLTYPE get_DataCol(SHORT* pVal) override;
   HRESULT STDMETHODCALLTYPE get_IndexCol(SHORT* pVal) override;
@@ -32,8 +36,8 @@ class CRfcRows
   HRESULT STDMETHODCALLTYPE put_RfcType(IRfcType* type) override;
 
   // Internal operations: a back end appends the rows it delivers.
-  HRESULT Add(IRfcFields* row) { return CollAppend(row); }
-  HRESULT Remove(LONG position) { return CollRemoveAt(position); }
+  HRESULT Add(IRfcFields* row);
+  HRESULT Remove(LONG position);
   void SetFileModeRaw(VARIANT_BOOL fileMode) { m_fileMode = fileMode; }
   void SetDataColRaw(SHORT column) { m_dataCol = column; }
   void SetIndexColRaw(SHORT column) { m_indexCol = column; }
@@ -49,10 +53,40 @@ class CRfcRows
   // nothing added, for any other row type.
   HRESULT AppendPlannedRows(LONG count, std::vector<CRfcField*>* cells, bool* planned);
 
+  // Appends count rows of empty cells to the store when the row type is a
+  // structure of scalars that is all the model's own: *store receives the
+  // store and *first the store's number of the first new row, the others
+  // following it. stored is false, with nothing added, for any other row
+  // type.
+  HRESULT AppendStoredRows(LONG count, RowStore** store, size_t* first, bool* stored);
+
+  // The row at a 0-based position, made from the store when it is still
+  // there; without a reference of its own.
+  HRESULT RowAt(size_t zeroBased, IRfcFields** row);
+
+  // Where the row at a 0-based position stands in the store, or null when
+  // it has been made into objects.
+  const RowStore* StoredRow(size_t zeroBased, size_t* storeRow) const;
+
+  // Bytes the rows hold in the store, for diagnostics.
+  size_t StoreBytes() const { return m_store ? m_store->BytesHeld() : 0; }
+
  private:
+  static constexpr std::uint32_t kNotStored = UINT32_MAX;
+
+  HRESULT Materialize(size_t zeroBased);
+  HRESULT ReadPlan(CRfcField::RowPlan& plan, bool* planned);
+  void ShareIndex(const CRfcField::RowPlan& plan);
+  void PushItem(IRfcFields* owned);
+
   CComPtr<IRfcType> m_rowType;
   CRfcField::RowIndexCache m_rowIndex;
   VARIANT_BOOL m_fileMode = VARIANT_FALSE;
   SHORT m_dataCol = 0;
   SHORT m_indexCol = 0;
+  // The store and, while it holds rows, each position's row in it
+  // (kNotStored for a row made into objects). Empty when every row is an
+  // object.
+  std::unique_ptr<RowStore> m_store;
+  std::vector<std::uint32_t> m_storeRow;
 };

@@ -5,17 +5,19 @@
 
 #include <boost/format.hpp>
 
+#include "abap/model_values.h"
 #include "abap/scalar_conversion.h"
 #include "model/model.h"
-#include "nwrfc/model_values.h"
+#include "model/row_store.h"
 #include "nwrfc/sdk_error.h"
 #include "platform/comdef.h"
 #include "platform/unicode.h"
 #include "runtime/report_error.h"
 #include "runtime/trace.h"
 
-using veltrane::nwrfc::FieldValue;
-using veltrane::nwrfc::RowFields;
+using veltrane::abap::FieldValue;
+using veltrane::abap::RowFields;
+using veltrane::abap::StoredRows;
 
 namespace {
 
@@ -376,6 +378,13 @@ HRESULT CNWRFCDataConverter::GetTable(DATA_CONTAINER_HANDLE container, IRfcField
 // append this way. A failure leaves the rows read before it.
 HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* rows, const RowPlan& plan, unsigned count,
                                             const std::u16string& name) {
+  // Rows of scalars go into the rows' store; the objects are made when a
+  // client reaches them.
+  RowStore* store = nullptr;
+  size_t first = 0;
+  HRESULT stored = RfcRowsAppendStored(rows, static_cast<LONG>(count), &store, &first);
+  if (SUCCEEDED(stored)) return GetStoredRows(table, rows, plan, count, name, *store, first);
+  if (stored != E_NOINTERFACE) return Traced(stored, "AddRow");
   std::vector<CRfcField*> cells;
   cells.reserve(static_cast<size_t>(count) * plan.members.size());
   HRESULT hr = RfcRowsAddRows(rows, static_cast<LONG>(count), &cells);
@@ -417,6 +426,41 @@ HRESULT CNWRFCDataConverter::GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* ro
   return S_OK;
 }
 
+HRESULT CNWRFCDataConverter::GetStoredRows(RFC_TABLE_HANDLE table, IRfcRows* rows, const RowPlan& plan, unsigned count,
+                                           const std::u16string& name, RowStore& store, size_t first) {
+  const size_t width = plan.members.size();
+  if (store.Width() != width) return Traced(E_UNEXPECTED, "AddRow");
+  auto keepRows = [&](unsigned kept) {
+    for (LONG position = static_cast<LONG>(count); position > static_cast<LONG>(kept); --position)
+      RfcRowsRemove(rows, position);
+  };
+  HRESULT hr = S_OK;
+  VARIANT value;
+  VariantInit(&value);
+  for (unsigned i = 0; i < count; ++i) {
+    RFC_STRUCTURE_HANDLE row = CurrentRow(table, name, i, &hr);
+    if (!row) {
+      keepRows(i);
+      return hr;
+    }
+    for (size_t j = 0; j < width; ++j) {
+      const RowPlan::Member& member = plan.members[j];
+      hr = ReadScalar(row, member.name, member.type, member.length, value);
+      if (SUCCEEDED(hr)) hr = store.Take(first + i, j, &value);
+      VariantClear(&value);
+      if (FAILED(hr)) {
+        keepRows(i + 1);
+        return Traced(hr, boost::format("getStructFields(%1%[%2%])") % Narrow(name) % i);
+      }
+    }
+    if (i + 1 < count && FAILED(hr = NextRow(table, name, i))) {
+      keepRows(i + 1);
+      return hr;
+    }
+  }
+  return S_OK;
+}
+
 HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE container, const std::u16string& name) {
   CComPtr<IRfcRows> rows;
   HRESULT hr = field->get_Rows(&rows);
@@ -438,7 +482,24 @@ HRESULT CNWRFCDataConverter::PutTable(IRfcField* field, DATA_CONTAINER_HANDLE co
     return hr;
   RowPlan plan;
   const bool planned = count > 0 && plan.Read(rows);
+  StoredRows stored(rows);
+  const bool scalars = planned && std::all_of(plan.members.begin(), plan.members.end(),
+                                              [](const RowPlan::Member& m) { return m.kind == RFCTYPEKIND_SCALAR; });
   for (LONG i = 1; i <= count; ++i) {
+    // A row no client has reached goes from the rows' store as it stands.
+    if (scalars && stored.Find(i) && stored.Width() == plan.members.size()) {
+      RFC_STRUCTURE_HANDLE row = CurrentRow(table, name, -1, &hr);
+      if (!row) return hr;
+      for (size_t j = 0; j < plan.members.size(); ++j) {
+        const VARIANT& value = stored.Cell(j);
+        if (value.vt < VT_I2) continue;
+        const RowPlan::Member& member = plan.members[j];
+        if (FAILED(hr = WriteScalar(row, member.name, member.type, value)))
+          return Traced(hr, boost::format("PutStructFields(%1%[%2%])") % Narrow(name) % i);
+      }
+      if (i < count && FAILED(hr = NextRow(table, name, i))) return hr;
+      continue;
+    }
     CComPtr<IRfcFields> fields;
     if (FAILED(hr = rows->get_Item(i, &fields)))
       return Traced(hr, boost::format("get_Item(%1%[%2%])") % Narrow(name) % i);

@@ -39,6 +39,8 @@
 #include "platform/oaidl.h"
 #include "veltrane_tlb.h"
 
+class RowStore;
+
 class CNWRFCDataConverter {
  public:
   // sdk: the loaded SDK; errorInfo: the connection's record, which every SDK
@@ -85,6 +87,8 @@ class CNWRFCDataConverter {
   HRESULT PutTable(IRfcField* field, DATA_CONTAINER_HANDLE container, const std::u16string& name);
   HRESULT GetPlannedRows(RFC_TABLE_HANDLE table, IRfcRows* rows, const RowPlan& plan, unsigned count,
                          const std::u16string& name);
+  HRESULT GetStoredRows(RFC_TABLE_HANDLE table, IRfcRows* rows, const RowPlan& plan, unsigned count,
+                        const std::u16string& name, RowStore& store, size_t first);
   HRESULT PutRow(IRfcFields* row, const RowPlan* plan, DATA_CONTAINER_HANDLE handle);
 
   // The value of a scalar of type and length named name, read into value.

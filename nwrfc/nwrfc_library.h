@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "nwrfc/nwrfc_entry_points.h"
+#include "runtime/sdk_library.h"
 
 namespace veltrane::nwrfc {
 
@@ -25,29 +26,26 @@ using veltrane::sdk::nwrfc::EntryPoints;
 // The file name of the SDK's library.
 inline constexpr const char* kLibraryFile = "libsapnwrfc.so";
 
+// The loaded SDK, loading it first when no library is loaded yet: from
+// <directory>/libsapnwrfc.so when directory is not empty, else by the
+// loader's search (LD_LIBRARY_PATH, the ld.so cache, RUNPATH). A library
+// the SDK needs (libsapucum.so, ICU) that the loader cannot find is taken
+// from the same directory (runtime/sdk_library.h).
 class NWRfcLibrary {
  public:
-  // The loaded SDK, loading it first when no library is loaded yet: from
-  // <directory>/libsapnwrfc.so when directory is not empty, else by the
-  // loader's search (LD_LIBRARY_PATH, the ld.so cache, RUNPATH). A library
-  // the SDK needs (libsapucum.so, ICU) that the loader cannot find is taken
-  // from the same directory. A library that cannot be loaded raises
-  // _SEHException(kExceptionModuleNotFound), one without a required entry
-  // point _SEHException(kExceptionProcNotFound); *reason, when given, then
-  // receives the loader's text or the missing name. Thread-safe.
-  static const EntryPoints& Load(std::u16string_view directory, std::string* reason = nullptr);
+  static const EntryPoints& Load(std::u16string_view directory, std::string* reason = nullptr) {
+    return Library::Load(
+        directory, kLibraryFile,
+        [](EntryPoints& table, auto&& lookup) { return veltrane::sdk::nwrfc::resolveEntryPoints(table, lookup); },
+        reason);
+  }
+  static const EntryPoints* Loaded() { return Library::Loaded(); }
+  static std::string LoadedPath() { return Library::LoadedPath(); }
 
-  // The loaded SDK, or null before the first successful Load.
-  static const EntryPoints* Loaded();
-
-  // The file the SDK was loaded from, as the loader names it; empty before
-  // the first successful Load.
-  static std::string LoadedPath();
+ private:
+  using Library = veltrane::runtime::SdkLibrary<EntryPoints>;
 };
 
-// The name of the library a loader's text says it could not find
-// ("libsapucum.so: cannot open shared object file: ..."); empty when the
-// text says something else.
-std::string MissingDependency(std::string_view loaderText);
+using veltrane::runtime::MissingDependency;
 
 }  // namespace veltrane::nwrfc

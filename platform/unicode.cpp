@@ -1,5 +1,8 @@
 #include "platform/unicode.h"
 
+#include <cstdint>
+#include <cstring>
+
 #include <stdexcept>
 
 #include "platform/oleauto.h"
@@ -145,6 +148,37 @@ std::u16string Utf8ToWide(std::string_view text) {
   return out;
 }
 
+size_t DecodeUtf8(std::string_view text, char16_t* out) {
+  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  size_t i = 0, k = 0;
+  // ASCII in blocks of eight bytes, widened without a branch per byte.
+  while (i + 8 <= n) {
+    std::uint64_t block;
+    std::memcpy(&block, s + i, sizeof block);
+    if (block & 0x8080808080808080ull) break;
+    for (size_t b = 0; b < 8; ++b) out[k + b] = static_cast<char16_t>(s[i + b]);
+    i += 8;
+    k += 8;
+  }
+  while (i < n) {
+    if (s[i] < 0x80) {
+      out[k++] = static_cast<char16_t>(s[i++]);
+      continue;
+    }
+    char32_t cp;
+    if (!NextUtf8(text, i, cp)) BadConversion();
+    if (cp < 0x10000) {
+      out[k++] = static_cast<char16_t>(cp);
+    } else {
+      cp -= 0x10000;
+      out[k++] = static_cast<char16_t>(0xD800 + (cp >> 10));
+      out[k++] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
+    }
+  }
+  return k;
+}
+
 BSTR Utf8ToBstr(std::string_view text) {
   const auto* s = reinterpret_cast<const unsigned char*>(text.data());
   const size_t n = text.size();
@@ -157,30 +191,17 @@ BSTR Utf8ToBstr(std::string_view text) {
     return out;
   }
   // Code units of well-formed text: one per byte that is no continuation
-  // byte, two for a four-byte sequence. The decoding below writes no more
-  // than that for any input, and fails on ill-formed input.
+  // byte, two for a four-byte sequence. The decoding writes no more than
+  // that for any input, and fails on ill-formed input.
   size_t units = 0;
   for (size_t i = 0; i < n; ++i) units += ((s[i] & 0xC0) != 0x80) + (s[i] >= 0xF0);
   BSTR out = SysAllocStringLen(nullptr, static_cast<UINT>(units));
   if (!out) return nullptr;
-  size_t i = 0, k = 0;
-  while (i < n) {
-    if (s[i] < 0x80) {
-      out[k++] = static_cast<char16_t>(s[i++]);
-      continue;
-    }
-    char32_t cp;
-    if (!NextUtf8(text, i, cp)) {
-      SysFreeString(out);
-      BadConversion();
-    }
-    if (cp < 0x10000) {
-      out[k++] = static_cast<char16_t>(cp);
-    } else {
-      cp -= 0x10000;
-      out[k++] = static_cast<char16_t>(0xD800 + (cp >> 10));
-      out[k++] = static_cast<char16_t>(0xDC00 + (cp & 0x3FF));
-    }
+  try {
+    DecodeUtf8(text, out);
+  } catch (...) {
+    SysFreeString(out);
+    throw;
   }
   return out;
 }

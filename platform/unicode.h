@@ -19,6 +19,10 @@ std::u16string Utf8ToWide(const char* text);  // null reads as empty
 // intermediate string. Null when out of memory.
 BSTR Utf8ToBstr(std::string_view text);
 
+// Utf8ToWide into a caller's buffer: out has room for text.size() code
+// units (never fewer bytes than units); returns the units written.
+size_t DecodeUtf8(std::string_view text, char16_t* out);
+
 // Appending forms of the above, for callers that build one buffer.
 void AppendUtf8(std::string& out, std::u16string_view text);
 void AppendWide(std::u16string& out, std::string_view text);

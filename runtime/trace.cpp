@@ -44,7 +44,8 @@ void WriteAll(int fd, const char* p, size_t left) {
 // that case alone takes a file lock, so that two first writers give one
 // mark.
 void AppendToFile(const std::string& path, const std::string& utf8) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
+  // Owner only: a trace can hold parameter values such as a new password.
+  int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   if (fd < 0) return;
   struct stat st;
   if (::fstat(fd, &st) == 0 && st.st_size == 0) {
@@ -73,7 +74,8 @@ void TraceOpen(std::u16string_view tag, std::u16string_view path, bool append) {
     if (Ostrel::CTrace::Instance()) return;
     auto* trace = new Ostrel::CTrace(std::u16string(tag), ExpandEnvironment(path));
     if (!append) {
-      if (FILE* f = std::fopen(WideToUtf8Lossy(trace->Path()).c_str(), "w")) std::fclose(f);
+      const int fd = ::open(WideToUtf8Lossy(trace->Path()).c_str(), O_WRONLY | O_TRUNC | O_CREAT | O_CLOEXEC, 0600);
+      if (fd >= 0) ::close(fd);
     }
     Ostrel::CTrace::s_instance.store(trace, std::memory_order_release);
   } catch (...) {}

@@ -53,3 +53,54 @@ size_t ElementDepth(std::string_view s) {
   }
   return deepest;
 }
+
+size_t ElementDepth(const char* s) {
+  size_t depth = 0, deepest = 0;
+  auto skipPast = [](const char* from, const char* terminator) {
+    const char* at = std::strstr(from, terminator);
+    return at ? at + std::strlen(terminator) : from + std::strlen(from);
+  };
+  const char* p = s;
+  for (;;) {
+    p = strchrnul(p, '<');
+    if (!*p) break;
+    if (p[1] == '!' && p[2] == '-' && p[3] == '-') {
+      p = skipPast(p + 4, "-->");
+    } else if (p[1] == '!' && std::strncmp(p, "<![CDATA[", 9) == 0) {
+      p = skipPast(p + 9, "]]>");
+    } else if (p[1] == '?') {
+      p = skipPast(p + 2, "?>");
+    } else if (p[1] == '!') {
+      int brackets = 0;
+      for (p += 2; *p && !(*p == '>' && brackets == 0); ++p) {
+        if (*p == '[') ++brackets;
+        if (*p == ']' && brackets > 0) --brackets;
+      }
+      if (!*p) break;
+      ++p;
+    } else if (p[1] == '/') {
+      if (depth > 0) --depth;
+      p = strchrnul(p + 2, '>');
+      if (!*p) break;
+      ++p;
+    } else {
+      deepest = std::max(deepest, ++depth);
+      // The tag ends at the first '>' outside quoted attribute values.
+      char quote = 0;
+      const char* q = p + 1;
+      for (; *q; ++q) {
+        if (quote) {
+          if (*q == quote) quote = 0;
+        } else if (*q == '"' || *q == '\'') {
+          quote = *q;
+        } else if (*q == '>') {
+          break;
+        }
+      }
+      if (!*q) break;
+      if (q > p + 1 && q[-1] == '/' && depth > 0) --depth;
+      p = q + 1;
+    }
+  }
+  return deepest;
+}

@@ -10,3 +10,6 @@
 // declarations and processing instructions do not nest, quoted attribute
 // values are skipped, the text ends at a NUL.
 size_t ElementDepth(std::string_view s);
+
+// The same for text that ends at its terminating NUL, found on the way.
+size_t ElementDepth(const char* text);

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
-#include <set>
 
 #include "model/rfc_rows.h"
 #include "platform/property.h"
 #include "model/model.h"
+#include "model/row_store.h"
 #include "abap/scalar_conversion.h"
 #include "runtime/report_error.h"
 #include "session/rfc_error.h"
@@ -114,12 +114,18 @@ void FixedPiece(std::u16string_view row, LONG offset, char16_t (&out)[N]) {
 }
 
 double TextToDouble(std::u16string_view text) {
-  std::string narrow;
-  narrow.reserve(text.size());
-  for (char16_t c : text) narrow.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+  char small[64];
+  std::string large;
+  char* narrow = small;
+  if (text.size() >= sizeof small) {
+    large.resize(text.size());
+    narrow = large.data();
+  }
+  for (size_t i = 0; i < text.size(); ++i) narrow[i] = text[i] < 0x80 ? static_cast<char>(text[i]) : '?';
+  narrow[text.size()] = '\0';
   // Numbers of the ABAP side always use the point, whatever the host's locale.
   static const locale_t c_locale = newlocale(LC_NUMERIC_MASK, "C", static_cast<locale_t>(0));
-  return c_locale ? strtod_l(narrow.c_str(), nullptr, c_locale) : std::strtod(narrow.c_str(), nullptr);
+  return c_locale ? strtod_l(narrow, nullptr, c_locale) : std::strtod(narrow, nullptr);
 }
 
 }  // namespace
@@ -273,6 +279,94 @@ HRESULT CTableReader::MakeValue(std::u16string_view row, const FieldRecord& fiel
   }
 }
 
+HRESULT CTableReader::StoreValue(std::u16string_view row, const FieldRecord& field, bool raw, RowStore& store,
+                                 size_t storeRow, size_t column) {
+  try {
+    switch (field.letter) {
+      case u'D':
+      case u'T':
+      case u'F':
+      case u'I':
+      case u'b':
+      case u's': {
+        VARIANT value;
+        HRESULT hr = MakeValue(row, field, raw, &value);
+        if (FAILED(hr)) return hr;
+        return store.Take(storeRow, column, &value);
+      }
+      case u'X':
+      case u'y': store.PutText(storeRow, column, Slice(row, field.offset, field.length)); return S_OK;
+      default: {
+        std::u16string_view piece = Slice(row, field.offset, field.length);
+        store.PutText(storeRow, column, raw ? piece : Trim(piece));
+        return S_OK;
+      }
+    }
+  } catch (const std::bad_alloc&) {
+    return E_OUTOFMEMORY;
+  }
+}
+
+HRESULT CTableReader::SplitRows(IRfcRows* data, IRfcRows* rows, LONG dataCount, bool raw) {
+  // Columns go by position when every name is distinct; with a repeated name
+  // the value goes to the newest member of the name, as a lookup by name in
+  // the keyed collection finds it.
+  std::vector<size_t> target(m_records.size());
+  for (size_t f = 0; f < m_records.size(); ++f) {
+    target[f] = f;
+    for (size_t g = m_records.size(); g-- > f + 1;)
+      if (m_records[g].name == m_records[f].name) {
+        target[f] = g;
+        break;
+      }
+  }
+
+  RowStore* store = nullptr;
+  size_t first = 0;
+  HRESULT hr = RfcRowsAppendStored(rows, dataCount, &store, &first);
+  if (FAILED(hr)) return hr;
+
+  // The data lines are read in place where the model holds them; otherwise
+  // through the field WA.
+  size_t waColumn = 0;
+  bool inPlace = false;
+  {
+    CComPtr<IRfcFields> firstRow;
+    if (FAILED(hr = data->get_Item(1, &firstRow))) return hr;
+    if (!firstRow) return E_POINTER;
+    LONG width = 0;
+    if (FAILED(hr = firstRow->get_Count(&width))) return hr;
+    for (LONG c = 1; c <= width && !inPlace; ++c) {
+      CComPtr<IRfcField> field;
+      if (FAILED(hr = firstRow->get_Item(Int4(c), &field))) return hr;
+      CComBSTR name;
+      if (field && SUCCEEDED(field->get_name(&name)) && name.View() == u"WA") {
+        waColumn = static_cast<size_t>(c - 1);
+        inPlace = true;
+      }
+    }
+  }
+
+  CComBSTR waKey(u"WA");
+  CComVariant wa;
+  std::u16string copy;
+  for (LONG i = 0; i < dataCount; ++i) {
+    std::u16string_view text;
+    if (!inPlace || !RfcRowsTextAt(data, static_cast<size_t>(i), waColumn, &text)) {
+      CComPtr<IRfcFields> dataRow;
+      if (FAILED(hr = data->get_Item(i + 1, &dataRow))) return hr;
+      if (!dataRow) return E_POINTER;
+      if (FAILED(hr = FieldValue(dataRow, BorrowedText(waKey), wa))) return hr;
+      if (FAILED(hr = ValueText(wa, copy))) return hr;
+      text = copy;
+    }
+    const size_t storeRow = first + static_cast<size_t>(i);
+    for (size_t f = 0; f < m_records.size(); ++f)
+      if (FAILED(hr = StoreValue(text, m_records[f], raw, *store, storeRow, target[f]))) return hr;
+  }
+  return S_OK;
+}
+
 HRESULT CTableReader::ReadRows(LONG count, LONG startAt) {
   Trace(u"CTableReader::Read()\n");
   HRESULT hr;
@@ -386,43 +480,9 @@ HRESULT CTableReader::ReadRows(LONG count, LONG startAt) {
   m_rows = rows;
 
   Trace(u"got %i rows with %i fields, parsing...\n", dataCount, fieldCount);
-
-  // Columns go by position when every name is distinct; with a repeated name
-  // the lookup by name reaches the newest member, as the keyed collection does.
-  std::set<std::u16string_view> names;
-  for (const FieldRecord& r : m_records) names.insert(r.name);
-  const bool byPosition = names.size() == m_records.size();
-  std::vector<CComBSTR> keys;
-  if (!byPosition) {
-    for (const FieldRecord& r : m_records) {
-      keys.emplace_back(std::u16string_view(r.name));
-      if (!keys.back()) return E_OUTOFMEMORY;
-    }
-  }
-
-  CComBSTR waKey(u"WA");
-  CComVariant wa;
-  for (LONG i = 1; i <= dataCount; ++i) {
-    CComPtr<IRfcFields> dataRow;
-    if (FAILED(hr = data->get_Item(i, &dataRow))) return hr;
-    if (!dataRow) return E_POINTER;
-    if (FAILED(hr = FieldValue(dataRow, BorrowedText(waKey), wa))) return hr;
-    std::u16string text;
-    if (FAILED(hr = ValueText(wa, text))) return hr;
-    CComPtr<IRfcFields> target;
-    if (FAILED(hr = rows->AddRow(&target))) return hr;
-    if (!target) return E_POINTER;
-    for (size_t f = 0; f < m_records.size(); ++f) {
-      CComVariant value;
-      if (FAILED(hr = MakeValue(text, m_records[f], raw, &value))) return hr;
-      CComPtr<IRfcField> field;
-      hr = byPosition ? target->get_Item(Int4(static_cast<LONG>(f + 1)), &field)
-                      : target->get_Item(BorrowedText(keys[f]), &field);
-      if (FAILED(hr)) return hr;
-      if (!field) return E_POINTER;
-      if (FAILED(hr = field->put_value(value))) return hr;
-    }
-  }
+  if (dataCount > 0 && FAILED(hr = SplitRows(data, rows, dataCount, raw))) return hr;
+  // The data lines are the reader's own; they go once they are split.
+  if (FAILED(hr = data->RemoveAll())) return hr;
 
   Trace(u"CTableReader::Read(): leaving\n");
   return S_OK;

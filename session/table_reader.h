@@ -16,6 +16,8 @@
 #include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
+class RowStore;
+
 class CTableReader : public CComObjectBase<CTableReader, CoClassTableReader<CTableReader>> {
  public:
   // One column as the server describes it; offset and length count UTF-16
@@ -40,6 +42,11 @@ class CTableReader : public CComObjectBase<CTableReader, CoClassTableReader<CTab
 
  private:
   HRESULT ReadRows(LONG count, LONG startAt);
+  // Splits the data lines of RFC_READ_TABLE into the reader's new rows.
+  HRESULT SplitRows(IRfcRows* data, IRfcRows* rows, LONG dataCount, bool raw);
+  // One column of a data line into the store, as MakeValue makes it.
+  static HRESULT StoreValue(std::u16string_view row, const FieldRecord& field, bool raw, RowStore& store,
+                            size_t storeRow, size_t column);
   HRESULT CopySessionError();
 
   CComPtr<ISession> m_session;

@@ -8,6 +8,8 @@
 #include <memory>
 #include <string>
 
+#include <boost/asio/ip/address.hpp>
+
 #include "engine/data_dir.h"
 #include "engine/system.h"
 #include "rfc/rfc_server.h"
@@ -22,7 +24,9 @@ constexpr const char* kUsage =
     "  --soap-port PORT     port of the SOAP front, 0 picks a free one (default 8000)\n"
     "  --rfc-port PORT      port of the RFC front and gateway, 0 picks a free one (default 3300)\n"
     "  --rfc-max-frame MB   largest RFC frame accepted, in MiB (default 256)\n"
-    "  --host ADDRESS       address to listen on (default 127.0.0.1)\n"
+    "  --host ADDRESS       address to listen on (default 127.0.0.1); one beyond loopback needs --allow-remote\n"
+    "  --allow-remote       allow --host to name an address beyond loopback; the control endpoints then\n"
+    "                       need the token of the ready line in the header X-Vsim-Token\n"
     "  --data-dir DIR       load the *.json files of DIR: tables, types, users, function modules\n"
     "  --log-level LEVEL    off, error, warn, info or debug (default info); one line per request at info\n"
     "  --flight-rows N      rows of the flight table SFLIGHT (default 3120)\n"
@@ -31,7 +35,7 @@ constexpr const char* kUsage =
     "  --version            print the version and exit\n"
     "  --help               print this text and exit\n"
     "When ready, the first line on standard output is\n"
-    "  veltrane-sim listening soap=http://HOST:PORT rfc=HOST:PORT\n"
+    "  veltrane-sim listening soap=http://HOST:PORT rfc=HOST:PORT [token=TOKEN]\n"
     "Default logon: client 001, user DEMO, password Welcome1, language EN.\n";
 
 [[noreturn]] void usageError(const std::string& message) {
@@ -49,11 +53,36 @@ long long number(const std::string& option, const char* text, long long lo, long
   return v;
 }
 
+bool loopback(const std::string& host) {
+  boost::system::error_code ec;
+  const auto address = boost::asio::ip::make_address(host, ec);
+  return !ec && address.is_loopback();
+}
+
+// 128 random bits as hexadecimal text.
+std::string randomToken() {
+  unsigned char bytes[16];
+  std::FILE* f = std::fopen("/dev/urandom", "rb");
+  if (!f || std::fread(bytes, 1, sizeof bytes, f) != sizeof bytes) {
+    std::fprintf(stderr, "veltrane-sim: cannot read /dev/urandom for the control token\n");
+    std::exit(1);
+  }
+  std::fclose(f);
+  std::string token;
+  char hex[3];
+  for (unsigned char b : bytes) {
+    std::snprintf(hex, sizeof hex, "%02x", b);
+    token += hex;
+  }
+  return token;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string host = "127.0.0.1", dataDir, logLevel = "info";
   long long port = 8000, rfcPort = 3300;
+  bool allowRemote = false;
   vsim::SystemOptions systemOptions;
   vsim::soap::HttpServer::Options serverOptions;
   vsim::rfc::RfcServer::Options rfcOptions;
@@ -77,6 +106,8 @@ int main(int argc, char** argv) {
       rfcOptions.maxFrame = static_cast<std::uint32_t>(number(a, value(), 1, 2047)) << 20;
     } else if (a == "--host") {
       host = value();
+    } else if (a == "--allow-remote") {
+      allowRemote = true;
     } else if (a == "--data-dir") {
       dataDir = value();
     } else if (a == "--log-level") {
@@ -92,6 +123,10 @@ int main(int argc, char** argv) {
       usageError("unknown option " + a);
     }
   }
+  const bool remote = !loopback(host);
+  if (remote && !allowRemote) usageError("--host " + host + " is beyond loopback: give --allow-remote to listen there");
+  vsim::soap::ServiceOptions serviceOptions;
+  if (remote) serviceOptions.controlToken = randomToken();
   const auto level = vsim::parseLogLevel(logLevel);
   if (!level) usageError("unknown log level " + logLevel);
   vsim::Log log(*level);
@@ -119,7 +154,7 @@ int main(int argc, char** argv) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
 
-  vsim::soap::SoapService service(*system, log);
+  vsim::soap::SoapService service(*system, log, serviceOptions);
   vsim::soap::HttpServer server([&service](const vsim::soap::HttpRequest& r) { return service.handle(r); },
                                 serverOptions);
   vsim::rfc::RfcServer rfcServer(*system, log, rfcOptions);
@@ -135,8 +170,9 @@ int main(int argc, char** argv) {
   rfcServer.start();
   const std::string shown = (host == "0.0.0.0" || host == "::") ? "127.0.0.1" : host;
   const std::string url = host.find(':') != std::string::npos && host != "::" ? "[" + host + "]" : shown;
-  std::printf("veltrane-sim listening soap=http://%s:%u rfc=%s:%u\n", url.c_str(), static_cast<unsigned>(bound),
-              url.c_str(), static_cast<unsigned>(rfcBound));
+  std::printf("veltrane-sim listening soap=http://%s:%u rfc=%s:%u%s\n", url.c_str(), static_cast<unsigned>(bound),
+              url.c_str(), static_cast<unsigned>(rfcBound),
+              serviceOptions.controlToken.empty() ? "" : (" token=" + serviceOptions.controlToken).c_str());
   std::fflush(stdout);
   log.write(vsim::LogLevel::Info, "system " + system->info().sysid + " ready, SOAP front on port " +
                                       std::to_string(bound) + ", RFC front on port " + std::to_string(rfcBound));

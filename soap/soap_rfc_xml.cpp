@@ -14,6 +14,7 @@
 #include <rapidxml/rapidxml_print.hpp>
 
 #include "model/model.h"
+#include "model/row_store.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
 #include "abap/field_path.h"
@@ -391,6 +392,95 @@ void ReadTableRows(const XmlNode* node, IRfcRows* rows, const FieldPath& where) 
   }
 }
 
+// Rows of scalars go straight into the rows' store: texts decoded into its
+// arena, other values converted without a string of their own. Rows are
+// appended a lot at a time, so that the row elements are still in the cache
+// when they are read. False, with nothing added, when the rows have no store
+// for their type.
+bool ReadStoredTable(const XmlNode* node, IRfcRows* rows, const FieldPath& where) {
+  constexpr size_t kLotRows = 256;
+  struct StoredColumn {
+    std::string name;
+    std::u16string_view wideName;
+    ABAPTYPE type;
+    bool text;
+  };
+  std::vector<StoredColumn> columns;
+  bool distinct = true;
+  std::vector<const XmlNode*> lot;
+  lot.reserve(kLotRows);
+  const XmlNode* next = node->first_node();
+  LONG rowNumber = 0;  // rows read, the one being read included
+  char16_t small[64];
+  for (;;) {
+    lot.clear();
+    for (; next && lot.size() < kLotRows; next = next->next_sibling())
+      if (next->type() == rapidxml::node_element) lot.push_back(next);
+    if (lot.empty()) return true;
+    RowStore* store = nullptr;
+    size_t first = 0;
+    HRESULT hr = RfcRowsAppendStored(rows, static_cast<LONG>(lot.size()), &store, &first);
+    if (hr == E_NOINTERFACE && rowNumber == 0) return false;
+    Check(hr, "IRfcRows::AddRow");
+    if (columns.empty()) {
+      columns.resize(store->Width());
+      for (size_t c = 0; c < columns.size(); ++c) {
+        const RowStore::Column& column = store->ColumnAt(c);
+        columns[c] = {WideToUtf8(column.name), column.name, column.scalarType, IsTextType(column.scalarType)};
+        for (size_t d = 0; d < c && distinct; ++d) distinct = columns[d].name != columns[c].name;
+      }
+    }
+    size_t done = 0;
+    try {
+      for (; done < lot.size(); ++done) {
+        const XmlNode* row = lot[done];
+        ++rowNumber;
+        const size_t storeRow = first + done;
+        // Members usually stand in the order of the columns: while each one
+        // was the next element, the next column is looked for there first.
+        const XmlNode* member = row->first_node();
+        for (size_t c = 0; c < columns.size(); ++c) {
+          const StoredColumn& column = columns[c];
+          while (member && member->type() != rapidxml::node_element) member = member->next_sibling();
+          const XmlNode* element = nullptr;
+          if (distinct && member && veltrane::xmlns::Name(member) == column.name) {
+            element = member;
+            member = member->next_sibling();
+          } else {
+            element = veltrane::xmlns::FirstChild(row, column.name);
+            member = nullptr;
+          }
+          if (!element) {
+            const FieldPath rowWhere = FieldPath::Row(&where, rowNumber);
+            MissingElement(FieldPath::Field(&rowWhere, column.wideName));
+          }
+          const std::string_view text = veltrane::xmlns::Text(element);
+          if (column.text) {
+            store->PutUtf8(storeRow, c, text);
+            continue;
+          }
+          std::u16string large;
+          std::u16string_view wide;
+          if (text.size() <= std::size(small)) {
+            wide = std::u16string_view(small, DecodeUtf8(text, small));
+          } else {
+            large = Utf8ToWide(text);
+            wide = large;
+          }
+          CComVariant value = RfcValueFromString(column.type, wide);
+          Check(store->Take(storeRow, c, &value), "IRfcField::put_value");
+        }
+      }
+    } catch (...) {
+      // The table ends as if the rows had been appended one by one: the row
+      // that failed stays, the rows of its lot behind it go.
+      for (LONG position = rowNumber + static_cast<LONG>(lot.size() - done - 1); position > rowNumber; --position)
+        RfcRowsRemove(rows, position);
+      throw;
+    }
+  }
+}
+
 // The model's own rows are created a lot at a time, a lot being as many rows
 // as have this many cells: the row elements are still in the cache when the
 // rows are filled.
@@ -399,6 +489,7 @@ constexpr size_t kLotCells = 512;
 void ReadTable(const XmlNode* node, IRfcField* field, const FieldPath& where) {
   CComPtr<IRfcRows> rows = RowsOf(field);
   Check(rows->RemoveAll(), "IRfcRows::RemoveAll");
+  if (ReadStoredTable(node, rows, where)) return;
   std::vector<CRfcField*> cells;
   std::vector<const XmlNode*> lot;
   cells.reserve(kLotCells);
@@ -695,7 +786,7 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
   buffer.push_back('\0');
   XmlDocument doc;
   try {
-    if (ElementDepth(std::string_view(buffer.data(), body.size())) > kMaxResponseDepth)
+    if (ElementDepth(buffer.data()) > kMaxResponseDepth)
       throw rapidxml::parse_error("document nested too deeply", buffer.data());
     doc.parse<0>(buffer.data());
   } catch (const rapidxml::parse_error& e) {

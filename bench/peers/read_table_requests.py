@@ -1,6 +1,8 @@
-"""Peer of the Python read_table benchmark: RFC_READ_TABLE over the SOAP service with
-requests and lxml alone, paged like the veltrane command, rows as typed dicts.
+"""Peer of the read_table benchmarks: RFC_READ_TABLE over the SOAP service with
+requests and lxml alone, paged like the veltrane command, rows as typed dicts,
+written to standard output as JSON.
 usage: read_table_requests.py URL USER PASSWORD TABLE ROWS [PAGE_SIZE]"""
+import json
 import sys
 from datetime import date
 from decimal import Decimal
@@ -38,4 +40,6 @@ def read_table(url, user, password, table, rows, page_size=10000):
 
 if __name__ == "__main__":
     url, user, password, table, rows = sys.argv[1:6]
-    print(len(read_table(url, user, password, table, int(rows), *map(int, sys.argv[6:7]))))
+    rows = read_table(url, user, password, table, int(rows), *map(int, sys.argv[6:7]))
+    json.dump({"table": table, "rows": rows}, sys.stdout, default=str)
+    sys.stdout.write("\n")

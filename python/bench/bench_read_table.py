@@ -1,11 +1,13 @@
-"""Benchmark: 100,000 rows of SFLIGHT through veltrane.Client.read_table beside
-the requests+lxml peer (bench/peers/read_table_requests.py), against one
+"""Benchmark: 100,000 rows of SFLIGHT through veltrane.Client.read_table, over
+SOAP and over the NW RFC back end (our libsapnwrfc.so), beside the
+requests+lxml peer (bench/peers/read_table_requests.py), against one
 veltrane-sim. The two sides alternate, each run in a fresh interpreter, so that
 load from elsewhere falls on both alike; each run reports its time (the read
 alone) and its peak resident memory (the whole process).
 
 usage: bench_read_table.py --peer PEER.py [--rows N] [--rounds N] [--benchmark_min_time=S]
-Needs VELTRANE_SIM (the program) and the package on PYTHONPATH."""
+Needs VELTRANE_SIM (the program), VELTRANE_NWRFC_SDK_DIR (our SDK) and the
+package on PYTHONPATH."""
 
 import argparse
 import ctypes
@@ -16,9 +18,17 @@ import subprocess
 import sys
 
 SIDES = {
-    "veltrane": """
+    "veltrane-soap": """
 import veltrane
 with veltrane.connect(url=URL, user="DEMO", passwd="Welcome1") as c:
+    START()
+    rows = c.read_table("SFLIGHT", max_rows=ROWS, page_size=10000).to_list()
+    STOP(len(rows))
+""",
+    "veltrane-nwrfc": """
+import veltrane
+host, port = RFC.rsplit(":", 1)
+with veltrane.connect("nwrfc", ashost=host, gwserv=port, user="DEMO", passwd="Welcome1") as c:
     START()
     rows = c.read_table("SFLIGHT", max_rows=ROWS, page_size=10000).to_list()
     STOP(len(rows))
@@ -34,7 +44,7 @@ STOP(len(rows))
 
 RUNNER = """
 import os, resource, sys, time
-URL, ROWS, PEER = sys.argv[1], int(sys.argv[2]), sys.argv[3]
+URL, RFC, ROWS, PEER = sys.argv[1], sys.argv[2], int(sys.argv[3]), sys.argv[4]
 clock = {}
 def START(): clock["start"] = time.perf_counter()
 def STOP(n):
@@ -43,11 +53,11 @@ def STOP(n):
 """
 
 
-def run(side, url, rows, peer):
+def run(side, url, rfc, rows, peer):
     code = RUNNER + SIDES[side] + """
 print(clock["seconds"], clock["rows"], resource.getrusage(resource.RUSAGE_SELF).ru_maxrss)
 """
-    out = subprocess.run([sys.executable, "-c", code, url, str(rows), peer], capture_output=True, text=True, check=True)
+    out = subprocess.run([sys.executable, "-c", code, url, rfc, str(rows), peer], capture_output=True, text=True, check=True)
     seconds, count, peak_kb = out.stdout.split()
     if int(count) != rows:
         raise RuntimeError(f"{side} read {count} rows, not {rows}")
@@ -67,12 +77,13 @@ def main():
                             "--flight-rows", str(options.rows)], stdout=subprocess.PIPE, text=True,
                            preexec_fn=lambda: ctypes.CDLL(None).prctl(1, signal.SIGTERM))  # ends with this process
     try:
-        url = sim.stdout.readline().split("soap=")[1].split()[0]
+        ready = sim.stdout.readline()
+        url, rfc = ready.split("soap=")[1].split()[0], ready.split("rfc=")[1].split()[0]
         results = {side: [] for side in SIDES}
         for r in range(rounds):
             order = list(SIDES) if r % 2 == 0 else list(reversed(SIDES))
             for side in order:
-                results[side].append(run(side, url, options.rows, options.peer))
+                results[side].append(run(side, url, rfc, options.rows, options.peer))
     finally:
         sim.terminate()
         sim.wait()
@@ -87,7 +98,8 @@ def main():
         peak = max(m for _, m in runs)
         print(f"{'BM_PythonReadTable/' + side:<36}{medians[side]:>10.3f}{min(times):>10.3f}"
               f"{options.rows / medians[side]:>12.0f}{peak:>14.1f}")
-    print(f"ratio veltrane / requests+lxml (median time): {medians['veltrane'] / medians['requests+lxml']:.2f}")
+    for side in ("veltrane-soap", "veltrane-nwrfc"):
+        print(f"ratio {side} / requests+lxml (median time): {medians[side] / medians['requests+lxml']:.2f}")
 
 
 if __name__ == "__main__":

@@ -168,15 +168,28 @@ py::object ReadDecimal(const VARIANT& v) {
   }
 }
 
-py::object ReadInteger(const VARIANT& v) {
+// An integer in the range of its ABAP type: a back end may hand INT4 and INT2 over
+// as their unsigned bits and INT1 (0 to 255) as a signed byte.
+py::object InRange(py::object number, int abapType) {
+  if (!PyLong_Check(number.ptr())) return number;
+  int overflow = 0;
+  const long long n = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+  if (overflow != 0) return number;
+  if (abapType == TYPE_INT && n > INT32_MAX && n <= UINT32_MAX) return py::int_(n - (1LL << 32));
+  if (abapType == TYPE_INT2 && n > INT16_MAX && n <= UINT16_MAX) return py::int_(n - (1LL << 16));
+  if (abapType == TYPE_INT1 && n < 0 && n >= INT8_MIN) return py::int_(n + 256);
+  return number;
+}
+
+py::object ReadInteger(const VARIANT& v, int abapType) {
   if (v.vt == VT_BSTR) {
     const std::string text = Trimmed(veltrane::cli::toUtf8(std::u16string_view(v.bstrVal, SysStringLen(v.bstrVal))));
     if (text.empty()) return py::int_(0);
     PyObject* n = PyLong_FromString(text.c_str(), nullptr, 10);
-    if (n) return py::reinterpret_steal<py::object>(n);
+    if (n) return InRange(py::reinterpret_steal<py::object>(n), abapType);
     PyErr_Clear();
   }
-  return FromVariant(v);
+  return InRange(FromVariant(v), abapType);
 }
 
 py::object ReadFloat(const VARIANT& v) {
@@ -218,7 +231,7 @@ py::object ReadScalar(const VARIANT& v, int abapType, bool rstrip) {
     case TYPE_BCD: return ReadDecimal(v);
     case TYPE_INT:
     case TYPE_INT2:
-    case TYPE_INT1: return ReadInteger(v);
+    case TYPE_INT1: return ReadInteger(v, abapType);
     case TYPE_FLOAT: return ReadFloat(v);
     case TYPE_CHAR: return ReadText(v, rstrip);
     case TYPE_NUM:
@@ -304,7 +317,7 @@ void WriteDecimal(py::handle value, const std::string& path, VARIANT* out) {
   PutText(py::module_::import("builtins").attr("format")(number, "f").cast<std::string>(), out);
 }
 
-void WriteInteger(py::handle value, int abapType, const std::string& path, VARIANT* out) {
+void WriteInteger(py::handle value, int abapType, bool signedInt1, const std::string& path, VARIANT* out) {
   if (!PyLong_Check(value.ptr()) || PyBool_Check(value.ptr())) Refuse(path, "int", value);
   const long long lo = abapType == TYPE_INT ? INT32_MIN : abapType == TYPE_INT2 ? INT16_MIN : 0;
   const long long hi = abapType == TYPE_INT ? INT32_MAX : abapType == TYPE_INT2 ? INT16_MAX : 255;
@@ -314,10 +327,10 @@ void WriteInteger(py::handle value, int abapType, const std::string& path, VARIA
     Invalid(path, py::str(value).cast<std::string>() + " is out of range (" + std::to_string(lo) + " to " +
                       std::to_string(hi) + ")");
   out->vt = VT_I4;
-  out->lVal = static_cast<LONG>(n);
+  out->lVal = static_cast<LONG>(abapType == TYPE_INT1 && signedInt1 && n > INT8_MAX ? n - 256 : n);
 }
 
-void WriteScalar(py::handle value, int abapType, const std::string& path, VARIANT* out) {
+void WriteScalar(py::handle value, int abapType, bool signedInt1, const std::string& path, VARIANT* out) {
   PyObject* o = value.ptr();
   if (o == Py_None) return;
   switch (abapType) {
@@ -326,7 +339,7 @@ void WriteScalar(py::handle value, int abapType, const std::string& path, VARIAN
     case TYPE_BCD: return WriteDecimal(value, path, out);
     case TYPE_INT:
     case TYPE_INT2:
-    case TYPE_INT1: return WriteInteger(value, abapType, path, out);
+    case TYPE_INT1: return WriteInteger(value, abapType, signedInt1, path, out);
     case TYPE_FLOAT: {
       if (PyBool_Check(o) || !(PyFloat_Check(o) || PyLong_Check(o) || py::hasattr(value, "as_tuple")))
         Refuse(path, "float", value);
@@ -371,13 +384,15 @@ struct Schema {
   std::vector<std::shared_ptr<Schema>> members;
   std::unordered_map<std::string, size_t> positions;  // upper-case name; the later of two wins
   std::shared_ptr<Schema> row;                        // table
+  bool signedInt1 = false;                            // INT1 goes to the back end as a signed byte
 
   const Schema& rowSchema() const { return kind == Kind::Table ? *row : *this; }
 };
 
-std::shared_ptr<Schema> SchemaOf(IDispatch* type, int depth) {
+std::shared_ptr<Schema> SchemaOf(IDispatch* type, bool signedInt1, int depth) {
   if (depth > 64) throw py::value_error("types nested deeper than 64 levels");
   auto schema = std::make_shared<Schema>();
+  schema->signedInt1 = signedInt1;
   switch (GetLong(type, "Kind")) {
     case RFCTYPEKIND_SCALAR:
       schema->kind = Schema::Kind::Scalar;
@@ -396,13 +411,13 @@ std::shared_ptr<Schema> SchemaOf(IDispatch* type, int depth) {
         schema->positions[veltrane::cli::upperAscii(text)] = schema->names.size();
         schema->names.push_back(text);
         schema->keys.push_back(py::str(text));
-        schema->members.push_back(SchemaOf(member, depth + 1));
+        schema->members.push_back(SchemaOf(member, signedInt1, depth + 1));
       });
       break;
     }
     case RFCTYPEKIND_TABLE:
       schema->kind = Schema::Kind::Table;
-      schema->row = SchemaOf(GetObject(type, "RowType"), depth + 1);
+      schema->row = SchemaOf(GetObject(type, "RowType"), signedInt1, depth + 1);
       break;
     default: break;
   }
@@ -480,7 +495,7 @@ void Write(const Schema& schema, IDispatch* target, py::handle value, const std:
   switch (schema.kind) {
     case Schema::Kind::Scalar: {
       CComVariant converted;
-      WriteScalar(value, schema.abapType, path, &converted);
+      WriteScalar(value, schema.abapType, schema.signedInt1, path, &converted);
       InvokeRaw(target, DISPID_VALUE, DISPATCH_PROPERTYPUT, &converted, 1, nullptr, path, false);
       return;
     }
@@ -536,8 +551,10 @@ void RegisterAbapValues(py::module_& m) {
           [](const Schema& s, py::handle rows, bool rstrip) { return ReadRows(s.rowSchema(), Required(rows), rstrip); },
           py::arg("rows"), py::arg("rstrip") = true, "The rows of an RfcRows of this (table or row) type as dicts.");
   m.def(
-      "schema_of", [](py::handle type) { return SchemaOf(Required(type), 0); }, py::arg("rfc_type"),
-      "The Schema of an RfcType.");
+      "schema_of", [](py::handle type, bool signedInt1) { return SchemaOf(Required(type), signedInt1, 0); },
+      py::arg("rfc_type"), py::arg("signed_int1") = false,
+      "The Schema of an RfcType; signed_int1: INT1 values above 127 are written as\n"
+      "the signed byte with those bits, for a back end that takes INT1 that way.");
 }
 
 }  // namespace vpy

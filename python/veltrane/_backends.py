@@ -35,6 +35,8 @@ class Backend:
     name = None
     progid = None
     parameters = frozenset()
+    signed_int1 = False  # the session takes INT1 as a signed byte (VT_I1)
+    transactions = True  # the session runs transactional RFC
 
     def check(self, params):
         unknown = sorted(set(params) - self.parameters)
@@ -50,6 +52,14 @@ class Backend:
                 raise UnsupportedBackendError(
                     f"back end '{self.name}': this Veltrane library does not offer {self.progid} yet") from e
             raise
+
+    def closes_connection(self, error):
+        """Whether the connection is gone after this failure (the next call connects anew)."""
+        return False
+
+    def unrecorded_error_class(self, hresult):
+        """The exception for a failure the session did not record in ErrorInfo."""
+        return CommunicationError
 
     def error_fields(self, group, key, message):
         """(group, key, message, module) of a recorded failure."""
@@ -73,6 +83,7 @@ class SoapBackend(Backend):
 
     name = "soap"
     progid = "Veltrane.SoapSession"
+    transactions = False
     parameters = frozenset({"host", "port", "endpoint", "url", "client", "user", "passwd", "lang", "stateful",
                             "trace", "proxy", "proxy_user", "proxy_passwd"})
 
@@ -87,15 +98,7 @@ class SoapBackend(Backend):
                 raise ValueError(f"url {params['url']!r}: expected http://HOST[:PORT][/PATH]")
             host, port = parts.hostname, parts.port or 80
             endpoint = parts.path.strip("/") or endpoint
-        user = params.get("user") or _env("VELTRANE_USER")
-        if not user:
-            raise TypeError("no user: give user= or set VELTRANE_USER")
-        passwd = params.get("passwd")
-        if passwd is None:
-            passwd = os.environ.get("VELTRANE_PASSWORD")
-        if passwd is None:
-            raise TypeError("no password: give passwd= or set VELTRANE_PASSWORD")
-
+        _require_logon(params)
         session = self.create_session()
         if params.get("trace"):
             session.Option["trace.file"] = str(params["trace"])
@@ -114,11 +117,7 @@ class SoapBackend(Backend):
             if params.get("proxy_user"):
                 http.ProxyUser = params["proxy_user"]
                 http.ProxyPassword = params.get("proxy_passwd") or _env("VELTRANE_PROXY_PASSWORD", "")
-        logon = session.LogonData
-        logon.Client = str(params.get("client") or _env("VELTRANE_CLIENT", "001"))
-        logon.User = user.upper()
-        logon.Password = passwd
-        logon.Language = str(params.get("lang") or _env("VELTRANE_LANG", "EN")).upper()
+        _logon(params, session)
         return session
 
     def error_fields(self, group, key, message):
@@ -153,12 +152,159 @@ class PlannedBackend(Backend):
         raise UnsupportedBackendError(f"back end '{self.name}': the Python client cannot connect through it yet")
 
 
+def _pair(name, value):
+    """NAME=VALUE for a connect string, quoted where the SDK's tokenizer would split it."""
+    value = str(value)
+    if not any(c in value for c in ' "\\'):
+        return f"{name}={value}"
+    return name + '="' + value.replace("\\", "\\\\").replace('"', '\\"') + '"'
+
+
+def _require_logon(params):
+    """(user, password) from the parameters or the environment."""
+    user = params.get("user") or _env("VELTRANE_USER")
+    if not user:
+        raise TypeError("no user: give user= or set VELTRANE_USER")
+    passwd = params.get("passwd")
+    if passwd is None:
+        passwd = os.environ.get("VELTRANE_PASSWORD")
+    if passwd is None:
+        raise TypeError("no password: give passwd= or set VELTRANE_PASSWORD")
+    return user, passwd
+
+
+def _logon(params, session):
+    user, passwd = _require_logon(params)
+    logon = session.LogonData
+    logon.Client = str(params.get("client") or _env("VELTRANE_CLIENT", "001"))
+    logon.User = user.upper()
+    logon.Password = passwd
+    logon.Language = str(params.get("lang") or _env("VELTRANE_LANG", "EN")).upper()
+
+
+class NwRfcBackend(Backend):
+    """The NW RFC SDK's protocol (class NWRfcSession), through SAP's libsapnwrfc.so
+    or Veltrane's own, which talks to veltrane-sim."""
+
+    name = "nwrfc"
+    progid = "Veltrane.NWRfcSession"
+    signed_int1 = True
+    # Where the system is, in the SDK's names; they go into the connect string as given.
+    ADDRESS = ("ashost", "sysnr", "gwhost", "gwserv", "mshost", "msserv", "group", "r3name", "sysid", "saprouter")
+    parameters = frozenset(ADDRESS + ("client", "user", "passwd", "lang", "trace", "connect", "ini", "sdk"))
+    # The SDK's own failures, by the key it gives them; other runtime failures are the system's.
+    SDK_KEYS = frozenset({
+        "RFC_CLOSED", "RFC_CANCELED", "RFC_TIMEOUT", "RFC_MEMORY_INSUFFICIENT", "RFC_VERSION_MISMATCH",
+        "RFC_INVALID_PROTOCOL", "RFC_SERIALIZATION_FAILURE", "RFC_INVALID_HANDLE", "RFC_EXTERNAL_FAILURE",
+        "RFC_NOT_FOUND", "RFC_NOT_SUPPORTED", "RFC_ILLEGAL_STATE", "RFC_INVALID_PARAMETER",
+        "RFC_CODEPAGE_CONVERSION_FAILURE", "RFC_CONVERSION_FAILURE", "RFC_BUFFER_TOO_SMALL", "RFC_UNKNOWN_ERROR",
+        "RFC_START_SAPGUI_FAILURE", "RFC_CRYPTOLIB_FAILURE", "RFC_IO_FAILURE", "RFC_LOCKING_FAILURE",
+        "RFC_AUTHENTICATION_FAILURE",
+    })
+
+    def connect_string(self, params):
+        pairs = [_pair(name, params[name]) for name in self.ADDRESS if params.get(name) not in (None, "")]
+        extra = str(params.get("connect") or "").strip()
+        named = {p.split("=", 1)[0] for p in pairs} | {t.split("=", 1)[0].lower() for t in extra.split() if "=" in t}
+        if not named & {"ashost", "mshost", "gwhost", "dest"}:
+            pairs.insert(0, _pair("ashost", _env("VELTRANE_HOST", "127.0.0.1")))
+            named.add("ashost")
+        if "ashost" in named and not named & {"sysnr", "gwserv", "mshost", "dest"}:
+            sysnr, gwserv = _env("VELTRANE_SYSNR"), _env("VELTRANE_GWSERV")
+            pairs.append(_pair("gwserv", gwserv) if gwserv and not sysnr else _pair("sysnr", sysnr or "00"))
+        sysnr = params.get("sysnr")
+        if sysnr not in (None, "") and not (len(str(sysnr)) == 2 and str(sysnr).isdigit()):
+            raise ValueError(f"sysnr {sysnr!r} is not a system number (two digits)")
+        return " ".join(pairs + ([extra] if extra else []))
+
+    def open(self, params):
+        self.check(params)
+        connect_string = self.connect_string(params)
+        _require_logon(params)
+        session = self.create_session()
+        _logon(params, session)
+        if params.get("trace"):
+            session.Option["trace.file"] = str(params["trace"])
+        directory = params.get("sdk") or find_nwrfc_sdk()
+        if directory:
+            session.Option["nwrfc.path"] = str(directory)
+        if params.get("ini"):
+            session.Option["nwrfc.ini_path"] = str(params["ini"])
+        session.RfcSystemData.ConnectString = connect_string
+        return session
+
+    def error_class(self, group, key, message):
+        if group == constants.RFCERROR_PROGRAM:
+            return ExternalRuntimeError if key in self.SDK_KEYS else ABAPRuntimeError
+        return super().error_class(group, key, message)
+
+    def unrecorded_error_class(self, hresult):
+        # The SDK records what the system or the way to it reports: the rest is this
+        # side's (an SDK that cannot be loaded, an unknown transaction ID, ...).
+        return ExternalRuntimeError
+
+    def closes_connection(self, error):
+        """Whether the SDK closed the connection with this failure: a runtime failure of
+        the system, a lost connection, or a call on a handle it closed before."""
+        return isinstance(error, (ABAPRuntimeError, CommunicationError)) or error.key == "RFC_INVALID_HANDLE"
+
+
+_SDK_LIBRARY = "libsapnwrfc.so"
+
+
+def _veltrane_library_dir():
+    """The directory of the libveltrane.so this process loaded."""
+    try:
+        with open("/proc/self/maps") as maps:
+            for line in maps:
+                path = line.rstrip("\n").partition("/")[2]
+                if path and os.path.basename("/" + path).startswith("libveltrane.so"):
+                    return os.path.dirname("/" + path)
+    except OSError:
+        pass
+    return None
+
+
+def _loader_finds(name):
+    """Whether the loader's own search finds the library (opened and closed again)."""
+    import _ctypes
+    try:
+        handle = _ctypes.dlopen(name, os.RTLD_LAZY | os.RTLD_LOCAL)
+    except OSError:
+        return False
+    _ctypes.dlclose(handle)
+    return True
+
+
+def find_nwrfc_sdk():
+    """The directory of libsapnwrfc.so, as the veltrane command looks for it:
+    $VELTRANE_NWRFC_SDK_DIR, $SAPNWRFC_HOME/lib, the loader's own search (None),
+    /usr/local/sap/nwrfcsdk/lib, then Veltrane's own beside libveltrane.so."""
+    explicit = _env("VELTRANE_NWRFC_SDK_DIR")
+    if explicit:
+        return explicit
+    home = _env("SAPNWRFC_HOME")
+    if home and os.path.isfile(os.path.join(home, "lib", _SDK_LIBRARY)):
+        return os.path.join(home, "lib")
+    if _loader_finds(_SDK_LIBRARY):
+        return None
+    usual = "/usr/local/sap/nwrfcsdk/lib"
+    if os.path.isfile(os.path.join(usual, _SDK_LIBRARY)):
+        return usual
+    library = _veltrane_library_dir()
+    if library:
+        for own in (os.path.join(library, "veltrane", "nwrfcsdk"), os.path.join(library, "lib", "veltrane", "nwrfcsdk")):
+            if os.path.isfile(os.path.join(own, _SDK_LIBRARY)):
+                return os.path.realpath(own)
+    return None
+
+
 _RFC_PARAMETERS = {"dest", "ashost", "sysnr", "mshost", "msserv", "group", "gwhost", "gwserv", "client", "user",
                    "passwd", "lang", "trace", "config"}
 
 BACKENDS = {
     "soap": SoapBackend(),
-    "nwrfc": PlannedBackend("nwrfc", "Veltrane.NWRfcSession", _RFC_PARAMETERS),
+    "nwrfc": NwRfcBackend(),
     "rfc": PlannedBackend("rfc", "Veltrane.RfcSession", _RFC_PARAMETERS),
 }
 

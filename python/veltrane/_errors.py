@@ -45,6 +45,7 @@ class Error(Exception):
     key      the short key: the ABAP exception's name, or the error group's text ("RFC_LOGON_FAILURE")
     group    the ERRORGROUP number (veltrane.constants.ERRORGROUP), or None
     module   where it happened, when the system says so
+    tid      the transaction ID of a failed call_trfc, to send the unit again under it; else None
     """
 
     def __init__(self, message, key=None, group=None, module=None):
@@ -53,6 +54,7 @@ class Error(Exception):
         self.key = key
         self.group = group
         self.module = module
+        self.tid = None
 
     def __str__(self):
         return f"{self.key}: {self.message}" if self.key else str(self.message)

@@ -3,7 +3,6 @@ and in several reads per page when the fields do not fit one data line. The
 plan (selection lines, field groups) is the veltrane command's own, reached
 through the extension module."""
 
-from ._backends import error_from
 from ._veltrane import field_list, schema_of, selection_lines, split_fields
 
 
@@ -105,9 +104,9 @@ class TableRead:
                 names.Add(layout[i][0])
             reader.Read(count, start)
             if reader.Error:
-                raise error_from(reader.ErrorInfo, self._client._backend)
+                raise self._client._recorded(reader.ErrorInfo)
             rows = reader.Rows
-            part = schema_of(rows.RfcType).read_rows(rows, False) if rows is not None else []
+            part = schema_of(rows.RfcType, self._client._backend.signed_int1).read_rows(rows, False) if rows is not None else []
             if parts and len(part) != len(parts[0]):
                 raise RuntimeError(f"the partial reads of {self.table} gave {len(parts[0])} and {len(part)} rows: "
                                    "the table changed while it was read")

@@ -12,7 +12,7 @@ from typing import List, Optional
 
 from ._backends import backend_named, error_from
 from ._constants import constants
-from ._errors import CommunicationError, ComError
+from ._errors import CommunicationError, ComError, Error, UnsupportedBackendError
 from ._tables import TableRead
 from ._veltrane import schema_of
 
@@ -86,6 +86,7 @@ class Client:
         self._backend = backend_named(backend)
         self._rstrip = rstrip
         self._schemas = {}
+        self._stale = False
         self._session = self._backend.open(params)
         try:
             self._session.Connect()
@@ -135,16 +136,63 @@ class Client:
         dict, with typed values (see the module's documentation)."""
         name = function.upper()
         call = self._import(name)
-        schemas = self._schemas_of(name, call)
-        for key, value in parameters.items():
-            where = self._input_parameter(call, name, key.upper())
-            schemas[key.upper()].write(where.Item(key.upper()), value, key.upper())
+        schemas = self._fill(call, name, parameters)
         self._run(call)
         result = {}
         for group in ("Exporting", "Changing", "Tables"):
             for p in getattr(call, group):
                 result[p.name] = schemas[p.name].read(p, self._rstrip)
         return result
+
+    # -- transactional RFC ------------------------------------------------------------
+
+    def call_trfc(self, function, /, tid=None, confirm=True, **parameters):
+        """Sends a function module as a transactional unit, which the system runs
+        once however often it arrives under the same ID, and returns the ID.
+
+        Without `tid` a new ID is created; pass the ID of an earlier attempt to send
+        it again (after a failure whose exception carries it as `.tid`). With
+        confirm=True (the default) the ID is confirmed once the unit was sent;
+        confirm=False leaves that to confirm_tid(), so it can be sent again.
+        Parameters go as for call(); the unit returns nothing. ABAP parameters
+        named TID or CONFIRM are given in upper case."""
+        if not self._backend.transactions:
+            raise UnsupportedBackendError(f"back end '{self._backend.name}' has no transactional RFC "
+                                          "(the library's session does not offer it)")
+        name = function.upper()
+        call = self._import(name)
+        self._fill(call, name, parameters)
+        if tid is None:
+            tid = self.create_tid()
+        try:
+            try:
+                self._session.CallTRFCFunction(str(tid), call)
+            except ComError as e:
+                raise self._failure(e) from e
+            self._raise_recorded()
+        except Error as e:
+            e.tid = tid
+            raise
+        if confirm:
+            self.confirm_tid(tid)
+        return tid
+
+    def create_tid(self):
+        """A new transaction ID of this connection's session."""
+        session = self._require()
+        try:
+            return session.CreateTransID()
+        except ComError as e:
+            raise self._failure(e) from e
+
+    def confirm_tid(self, tid):
+        """Confirms a transaction ID: the system may forget the unit sent under it."""
+        session = self._require()
+        try:
+            session.ConfirmTransID(str(tid))
+        except ComError as e:
+            raise self._failure(e) from e
+        self._raise_recorded()
 
     def describe(self, function):
         """The interface of a function module: its parameters with their types."""
@@ -172,19 +220,43 @@ class Client:
     def _require(self):
         if self._session is None:
             raise CommunicationError("the client is closed", key="CLOSED")
+        if self._stale:
+            self._reconnect()
         return self._session
+
+    def _reconnect(self):
+        """Connects anew after a failure that closed the connection."""
+        session = self._session
+        try:
+            session.Disconnect()
+        except ComError:
+            pass  # the old connection is gone either way
+        try:
+            session.Connect()
+        except ComError as e:
+            raise self._failure(e) from e
+        self._stale = False
+
+    def _recorded(self, info):
+        """The exception for an ErrorInfo of the session or a table reader; notes
+        whether it closed the connection."""
+        error = error_from(info, self._backend)
+        if self._backend.closes_connection(error):
+            self._stale = True
+        return error
 
     def _failure(self, com_error):
         """The exception for a failed member: what ErrorInfo holds when the session
         recorded something, else the result itself as a communication failure."""
         session = self._session
         if session is not None and session.Error:
-            return error_from(session.ErrorInfo, self._backend)
-        return CommunicationError(com_error.description, key=f"0x{com_error.hresult:08X}")
+            return self._recorded(session.ErrorInfo)
+        return self._backend.unrecorded_error_class(com_error.hresult)(com_error.description,
+                                                                         key=f"0x{com_error.hresult:08X}")
 
     def _raise_recorded(self):
         if self._session.Error:
-            raise error_from(self._session.ErrorInfo, self._backend)
+            raise self._recorded(self._session.ErrorInfo)
 
     def _import(self, name):
         session = self._require()
@@ -208,8 +280,16 @@ class Client:
     def _schemas_of(self, name, call):
         schemas = self._schemas.get(name)
         if schemas is None:
-            schemas = {p.name: schema_of(p.RfcType) for group in _DIRECTIONS for p in getattr(call, group)}
+            schemas = {p.name: schema_of(p.RfcType, self._backend.signed_int1) for group in _DIRECTIONS for p in getattr(call, group)}
             self._schemas[name] = schemas
+        return schemas
+
+    def _fill(self, call, name, parameters):
+        """Puts the keyword parameters into the call; returns the function's schemas."""
+        schemas = self._schemas_of(name, call)
+        for key, value in parameters.items():
+            where = self._input_parameter(call, name, key.upper())
+            schemas[key.upper()].write(where.Item(key.upper()), value, key.upper())
         return schemas
 
     @staticmethod
@@ -242,8 +322,17 @@ def connect(backend="soap", **params):
         stateful              one ABAP session for the whole connection
         trace                 file of the library's trace
         proxy, proxy_user, proxy_passwd   an HTTP proxy "host:port" (VELTRANE_PROXY_PASSWORD)
-    backend="nwrfc" and backend="rfc" (ashost, sysnr, dest, ... with client, user, passwd,
-    lang) are refused with UnsupportedBackendError until the library and this client offer them.
+    backend="nwrfc" (the NW RFC SDK's libsapnwrfc.so) takes:
+        ashost, sysnr | gwserv, or mshost, msserv, group, r3name, sysid; gwhost, saprouter
+                              where the system is (default ashost VELTRANE_HOST or 127.0.0.1,
+                              sysnr VELTRANE_SYSNR or 00, or gwserv VELTRANE_GWSERV)
+        connect               more of the SDK's parameters, "NAME=VALUE ..." (dest=NAME of sapnwrfc.ini)
+        ini                   the SDK's sapnwrfc.ini or its directory
+        sdk                   the directory of libsapnwrfc.so (default: VELTRANE_NWRFC_SDK_DIR,
+                              $SAPNWRFC_HOME/lib, the loader's search, /usr/local/sap/nwrfcsdk/lib,
+                              Veltrane's own beside libveltrane.so)
+        client, user, passwd, lang, trace   as for SOAP
+    backend="rfc" is refused with UnsupportedBackendError until the library offers it.
     All back ends: rstrip=False keeps the trailing blanks of character fields.
     """
     return Client(backend, **params)

@@ -77,6 +77,10 @@ std::optional<FaultSpec> FaultBoard::take(Front front, const Logon& logon, const
     if (!it->client.empty() && it->client != logon.client) continue;
     if (!it->user.empty() && it->user != logon.user) continue;
     if (!it->context.empty() && it->context != context) continue;
+    if (it->pass > 0) {
+      --it->pass;
+      return std::nullopt;
+    }
     FaultSpec f = it->fault;
     if (it->remaining > 0 && --it->remaining == 0) rules_.erase(it);
     return f;

@@ -33,6 +33,7 @@ struct FaultRule {
   Front front = Front::Soap;
   std::string client, user, context;  // empty: any
   std::int64_t remaining = 1;         // 0: until cleared
+  std::int64_t pass = 0;              // matching requests let through first
 };
 
 class FaultBoard {

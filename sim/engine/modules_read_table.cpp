@@ -63,7 +63,9 @@ void installReadTable(System& s) {
         std::vector<OutField> out;
         int cursor = 0;
         for (int i : wanted) {
-          const int len = rowType.components[static_cast<size_t>(i)].type->ddicLength();
+          const TypeDesc& type = *rowType.components[static_cast<size_t>(i)].type;
+          // A RAW field is written as hexadecimal text: two characters per byte.
+          const int len = type.exid() == 'X' ? 2 * type.ddicLength() : type.ddicLength();
           out.push_back({i, cursor, len});
           cursor += len;
           if (hasDelimiter) cursor += 1;

@@ -400,6 +400,14 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     auto it = query.find(key);
     return it == query.end() ? std::string() : it->second;
   };
+  // A page a browser only visits, or a request from elsewhere, changes nothing.
+  if (request.method != "POST") {
+    HttpResponse r = htmlPage(405, "Method Not Allowed", "Control endpoints take POST only");
+    r.set("Allow", "POST");
+    return r;
+  }
+  if (!options_.controlToken.empty() && request.header("x-vsim-token") != options_.controlToken)
+    return htmlPage(403, "Forbidden", "Control endpoints need the token of the ready line in X-Vsim-Token");
   if (path == "fault") {
     auto f = parseFault(q("fault"));
     if (!f) return badRequest("fault= needs delay:MS, close, status:CODE, malformed or namespace");
@@ -417,6 +425,12 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
       if (count.size() > 9 || count.find_first_not_of("0123456789") != std::string::npos)
         return badRequest("count= needs a number (0: until reset)");
       rule.remaining = std::stoll(count);
+    }
+    const std::string pass = q("pass");
+    if (!pass.empty()) {
+      if (pass.size() > 9 || pass.find_first_not_of("0123456789") != std::string::npos)
+        return badRequest("pass= needs a number");
+      rule.pass = std::stoll(pass);
     }
     const int id = system_.faults().add(rule);
     return textResponse(200, "application/json", "{\"id\":" + std::to_string(id) + "}\n");
@@ -463,7 +477,6 @@ HttpResponse SoapService::control(const HttpRequest& request, const std::string&
     }
     return textResponse(200, "text/plain", system_.issueTicket(logon, seconds) + "\n");
   }
-  (void)request;
   return htmlPage(404, "Not Found", "Control endpoints: fault, reset, status, ticket, gateway/drop");
 }
 

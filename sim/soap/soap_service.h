@@ -31,6 +31,8 @@ using vsim::parseFault;
 struct ServiceOptions {
   std::chrono::seconds securitySessionTimeout{1800};
   std::chrono::seconds contextTimeout{600};
+  // When not empty, a control request needs it in the header X-Vsim-Token.
+  std::string controlToken;
 };
 
 class SoapService {

@@ -378,7 +378,23 @@ TEST_F(Http, InjectedFaults) {
   control.post("/vsim/control/fault?fault=status:504&count=0&context=" + ctx, "");
   EXPECT_EQ(c->call("Z_VSIM_COUNTER", "").status, 504);
   EXPECT_EQ(demo()->call("Z_VSIM_COUNTER", "").status, 200);
-  EXPECT_TRUE(contains(control.get("/vsim/control/status").body, "\"fault\":\"status:504\""));
+  EXPECT_TRUE(contains(control.post("/vsim/control/status", "").body, "\"fault\":\"status:504\""));
+  // A visit of a browser changes nothing.
+  Reply get = control.get("/vsim/control/reset");
+  EXPECT_EQ(get.status, 405);
+  EXPECT_TRUE(contains(get.headers, "Allow: POST")) << get.headers;
+  EXPECT_TRUE(contains(control.post("/vsim/control/status", "").body, "\"fault\":\"status:504\""));
+}
+
+TEST_F(Http, AFaultMayLetRequestsPassFirst) {
+  Client control(url());
+  EXPECT_EQ(control.post("/vsim/control/fault?fault=status:503&user=DEMO&pass=2", "").status, 200);
+  auto c = demo();
+  EXPECT_EQ(c->call("RFC_PING", "").status, 200);
+  EXPECT_EQ(c->call("RFC_PING", "").status, 200);
+  EXPECT_EQ(c->call("RFC_PING", "").status, 503);
+  EXPECT_EQ(c->call("RFC_PING", "").status, 200);
+  EXPECT_EQ(control.post("/vsim/control/fault?fault=close&pass=x", "").status, 400);
 }
 
 TEST_F(Http, FiftyConcurrentClients) {
@@ -538,6 +554,25 @@ TEST(Program, RejectsBadOptionsAndData) {
   EXPECT_THROW(SimProcess::parseReadyLine("something else"), std::runtime_error);
   auto fields = SimProcess::parseReadyLine("veltrane-sim listening soap=http://127.0.0.1:1 rfc=127.0.0.1:2");
   EXPECT_EQ(fields.at("rfc"), "127.0.0.1:2");
+}
+
+TEST(Program, ListensBeyondLoopbackOnlyWhenAllowedAndThenWantsTheToken) {
+  int status = -1;
+  const std::string out =
+      shell(SimProcess::defaultProgram() + " --host 0.0.0.0 --soap-port 0 --rfc-port 0 2>&1", &status);
+  EXPECT_EQ(status, 2);
+  EXPECT_TRUE(contains(out, "--host 0.0.0.0 is beyond loopback: give --allow-remote to listen there")) << out;
+
+  SimOptions o;
+  o.args = {"--host", "0.0.0.0", "--allow-remote"};
+  SimProcess sim(o);
+  const std::string token = sim.addresses().at("token");
+  EXPECT_EQ(token.size(), 32u);
+  Client c(sim.soapUrl());
+  EXPECT_EQ(c.post("/vsim/control/reset", "").status, 403);
+  EXPECT_EQ(c.post("/vsim/control/reset", "", {"X-Vsim-Token: wrong"}).status, 403);
+  EXPECT_EQ(c.post("/vsim/control/reset", "", {"X-Vsim-Token: " + token}).status, 200);
+  EXPECT_EQ(c.get("/vsim/control/status").status, 405);
 }
 
 }  // namespace

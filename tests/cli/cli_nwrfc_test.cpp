@@ -143,13 +143,13 @@ TEST_F(CliNwRfc, IdsOfOtherSessionsAreRefusedWithTheReason) {
 
 TEST_F(CliNwRfc, FailuresOfTheSystemShowErrorInfo) {
   RunResult r = veltrane({"call", "Z_VSIM_RAISE", "EXCEPTION=NOT_FOUND"});
-  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.status, 5);
   EXPECT_TRUE(Contains(r.err, "RFCERROR_APPLICATION_EXCEPTION (105)")) << r.err;
   EXPECT_TRUE(Contains(r.err, "NOT_FOUND")) << r.err;
   r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
                           {"ping", "--backend", "nwrfc", "--gwserv", std::to_string(sim_->rfcPort()), "--user", "DEMO"},
                           {{"VELTRANE_PASSWORD", "wrong"}});
-  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.status, 3);
   EXPECT_TRUE(Contains(r.err, "RFCERROR_LOGON_FAILURE (103)")) << r.err;
 }
 

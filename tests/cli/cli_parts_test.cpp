@@ -187,13 +187,29 @@ TEST(CliBase64, RoundTripAndRejection) {
   EXPECT_FALSE(base64Decode("3q2+7w==AAAA"));
 }
 
+TEST(CliOutput, TablesAlignEastAsianWideCharacters) {
+  std::ostringstream out;
+  printTable(out, {{"K", "V"}, {}, {{"\xE6\x97\xA5\xE6\x9C\xAC", "1"}, {"abc", "2"}}});
+  EXPECT_EQ(out.str(),
+            "K     V\n"
+            "----  -\n"
+            "\xE6\x97\xA5\xE6\x9C\xAC  1\n"
+            "abc   2\n");
+}
+
 TEST(CliText, Utf16RoundTrip) {
   const std::string text =
       "Gr\xC3\xBC\xC3\x9F"
       "e \xE6\x97\xA5\xE6\x9C\xAC \xF0\x9F\x9A\x80";
   EXPECT_EQ(toUtf8(toUtf16(text)), text);
   EXPECT_EQ(toUtf16(text).size(), 11u);
-  EXPECT_EQ(displayWidth(text), 10u);
+  // Two columns for each East Asian wide character and the rocket.
+  EXPECT_EQ(displayWidth(text), 13u);
+  EXPECT_TRUE(validUtf8(text));
+  EXPECT_TRUE(validUtf8("\xEF\xBF\xBD"));
+  EXPECT_FALSE(validUtf8("a\xFF"));
+  EXPECT_FALSE(validUtf8("\xC3"));
+  EXPECT_FALSE(validUtf8("\xED\xA0\x80"));
   EXPECT_EQ(toUtf8(toUtf16("a\xFF"
                            "b")),
             "a\xEF\xBF\xBD"

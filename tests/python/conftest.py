@@ -24,6 +24,8 @@ class Sim:
     url: str
     host: str
     port: int
+    rfc_host: str
+    rfc_port: int
 
     def stop(self):
         if self.process.poll() is None:
@@ -55,7 +57,8 @@ def start_sim(*args):
     fields = dict(field.split("=", 1) for field in line[len(prefix):].split())
     url = fields["soap"]
     host, port = url.removeprefix("http://").rsplit(":", 1)
-    return Sim(process, url, host, int(port))
+    rfc_host, rfc_port = fields["rfc"].rsplit(":", 1)
+    return Sim(process, url, host, int(port), rfc_host, int(rfc_port))
 
 
 @pytest.fixture(scope="session")
@@ -68,6 +71,17 @@ def sim():
 @pytest.fixture
 def client(sim):
     with veltrane.connect(url=sim.url, user=USER, passwd=PASSWORD) as c:
+        yield c
+
+
+def nw_params(sim, **more):
+    """Parameters of connect("nwrfc") for the simulated system's RFC front."""
+    return dict(ashost=sim.rfc_host, gwserv=sim.rfc_port, client="001", user=USER, passwd=PASSWORD, **more)
+
+
+@pytest.fixture
+def nw(sim):
+    with veltrane.connect("nwrfc", **nw_params(sim)) as c:
         yield c
 
 

@@ -13,7 +13,7 @@ import veltrane
 
 
 def requests_served(sim):
-    with urllib.request.urlopen(f"{sim.url}/vsim/control/status") as answer:
+    with urllib.request.urlopen(urllib.request.Request(f"{sim.url}/vsim/control/status", data=b"")) as answer:
         return json.load(answer)["requests"]
 
 

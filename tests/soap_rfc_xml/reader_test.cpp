@@ -539,3 +539,35 @@ TEST(SoapReaderMalformed, EmbeddedZeroEndsTheText) {
 }
 
 }  // namespace
+
+TEST(SoapReaderStructure, ARowMemberIsTheFirstElementOfItsNameWhereverItStands) {
+  CComPtr<IFunctionCall> call = FullCall();
+  SoapRfcXML::ParseResponse(Answer(Response("F",
+                                            "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>"
+                                            "<item><ID>1</ID><ID>5</ID><NAME>x</NAME><NAME>y</NAME></item>"
+                                            "<item><OTHER/><ID>2</ID><NAME>gr\xc3\xbc\xc3\x9f</NAME></item>"
+                                            "<item><NAME>w</NAME><OTHER/><ID>3</ID><ID>4</ID></item></T>")),
+                            call);
+  CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
+  ASSERT_EQ(Count(table), 3);
+  EXPECT_EQ(MemberValue(Row(table, 1), u"ID").llVal, 1);
+  EXPECT_EQ(TextOf(MemberValue(Row(table, 1), u"NAME")), u"x");
+  EXPECT_EQ(MemberValue(Row(table, 2), u"ID").llVal, 2);
+  EXPECT_EQ(TextOf(MemberValue(Row(table, 2), u"NAME")), u"gr\u00fc\u00df");
+  EXPECT_EQ(MemberValue(Row(table, 3), u"ID").llVal, 3);
+  EXPECT_EQ(TextOf(MemberValue(Row(table, 3), u"NAME")), u"w");
+}
+
+TEST(SoapReaderStructure, IllFormedTextInARowLeavesTheRowsUpToIt) {
+  CComPtr<IFunctionCall> call = FullCall();
+  std::string text = Answer(Response("F",
+                                     "<E1/><ES><ID>1</ID><NAME/></ES><C1>1</C1><T>"
+                                     "<item><ID>1</ID><NAME>a</NAME></item><item><ID>2</ID><NAME>b\xc3</NAME></item>"
+                                     "<item><ID>3</ID><NAME>c</NAME></item></T>"));
+  EXPECT_THROW(SoapRfcXML::ParseResponse(text, call), std::exception);
+  CComPtr<IRfcRows> table = Rows(Tables(call), u"T");
+  ASSERT_EQ(Count(table), 2);
+  EXPECT_EQ(TextOf(MemberValue(Row(table, 1), u"NAME")), u"a");
+  EXPECT_EQ(MemberValue(Row(table, 2), u"ID").llVal, 2);
+  EXPECT_EQ(MemberValue(Row(table, 2), u"NAME").vt, VT_EMPTY);
+}

@@ -1,0 +1,126 @@
+// Calls of the classic session against veltrane-sim through our librfcum.so:
+// connect, synchronous and asynchronous calls, aborts, failures.
+#include <dirent.h>
+
+#include <thread>
+
+#include "rfc/call_event.h"
+#include "rfc_fixture.h"
+
+namespace rfctest {
+namespace {
+
+using Calls = SessionTest;
+
+TEST_F(Calls, SessionTypeIsRfc) {
+  CComBSTR type;
+  ASSERT_EQ(m_session->get_SessionType(&type), S_OK);
+  EXPECT_EQ(Narrow(type.View()), "RFC");
+}
+
+TEST_F(Calls, SynchronousCallEchoesTheText) {
+  CComPtr<IFunctionCall> call = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(call);
+  SetValue(call, u"Importing", u"REQUTEXT", CComVariant(u"hello classic"));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK) << ErrorDescription();
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  EXPECT_EQ(Text(Value(call, u"Exporting", u"ECHOTEXT")), "hello classic");
+}
+
+TEST_F(Calls, ConnectTwiceReports523AndKeepsTheConnection) {
+  EXPECT_EQ(m_session->Connect(), static_cast<HRESULT>(0x8004020B));
+  EXPECT_TRUE(Connected(m_session));
+  CComPtr<IFunctionCall> call = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+}
+
+TEST_F(Calls, AnEmptyFunctionNameReports538) {
+  CComPtr<IFunctionCall> call;
+  ASSERT_EQ(m_session->CreateCall(&call), S_OK);
+  EXPECT_EQ(m_session->CallFunction(call, VARIANT_TRUE), static_cast<HRESULT>(0x8004021A));
+}
+
+TEST_F(Calls, AnAbapExceptionIsGroup105WithItsName) {
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_RAISE");
+  ASSERT_TRUE(call);
+  SetValue(call, u"Importing", u"EXCEPTION", CComVariant(u"NOT_FOUND"));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  EXPECT_TRUE(ErrorFlag(m_session));
+  const ErrorText error = ErrorOf(m_session);
+  EXPECT_EQ(error.group, 105);
+  EXPECT_EQ(error.message, "NOT_FOUND");
+  EXPECT_EQ(error.key, "");
+  EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Calls, AbortCallWithNothingRunningSucceeds) { EXPECT_EQ(m_session->AbortCall(), S_OK); }
+
+TEST_F(Calls, DisconnectAlwaysSucceeds) {
+  EXPECT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_FALSE(Connected(m_session));
+  EXPECT_EQ(m_session->Disconnect(), S_OK);
+  CComPtr<IFunctionCall> call;
+  m_session->CreateCall(&call);
+  call->put_Function(CComBSTR(u"RFC_PING"));
+  EXPECT_EQ(m_session->CallFunction(call, VARIANT_TRUE), static_cast<HRESULT>(0x80040208));
+}
+
+TEST_F(Calls, AsynchronousCallFiresCallFinishedAndASecondCallIsRefused) {
+  AdvisedSink sink(m_session);
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(300)));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  VARIANT_BOOL active = VARIANT_FALSE;
+  m_session->get_CallActive(&active);
+  EXPECT_EQ(active, VARIANT_TRUE);
+  CComPtr<IFunctionCall> second = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(second, VARIANT_TRUE), static_cast<HRESULT>(0x8004020A));
+  ASSERT_TRUE(sink->WaitFor(1));
+  EXPECT_GE(Value(call, u"Exporting", u"WAITED").lVal, 300);
+  EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Calls, TheRunningCallHasANamedEventThatGoesWithIt) {
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(400)));
+  auto events = [] {
+    int count = 0;
+    if (DIR* dir = opendir("/dev/shm")) {
+      const std::string prefix = "sem.VeltraneThreadRunning";
+      const std::string suffix = "." + std::to_string(getpid());
+      while (dirent* entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name.rfind(prefix, 0) == 0 && name.size() > suffix.size() &&
+            name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
+          ++count;
+      }
+      closedir(dir);
+    }
+    return count;
+  };
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  EXPECT_EQ(events(), 1);
+  ASSERT_EQ(m_session->AbortCall(), S_OK);
+  EXPECT_EQ(events(), 0);
+}
+
+TEST_F(Calls, AbortCallCancelsWithoutCallFinishedAndLeavesNoError) {
+  AdvisedSink sink(m_session);
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(2000)));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(150));
+  ASSERT_EQ(m_session->AbortCall(), S_OK);
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  EXPECT_EQ(sink->Count(), 0);
+  VARIANT_BOOL active = VARIANT_TRUE;
+  m_session->get_CallActive(&active);
+  EXPECT_EQ(active, VARIANT_FALSE);
+  // The connection stays for the next call.
+  CComPtr<IFunctionCall> ping = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+}
+
+}  // namespace
+}  // namespace rfctest
