@@ -8,7 +8,7 @@ namespace veltrane::cli {
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
       pingCommand(),          callCommand(),         batchCommand(),   describeCommand(), readTableCommand(),
-      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(), bspCommand(),
+      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(), bspCommand(),      serveCommand(),
   };
   return commands;
 }

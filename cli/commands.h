@@ -27,6 +27,7 @@ Command checkPasswordCommand();
 Command checkUnicodeCommand();
 Command confirmCommand();
 Command bspCommand();
+Command serveCommand();
 
 const std::vector<Command>& allCommands();
 
