@@ -177,6 +177,9 @@ run "${NWRFC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --
 run "${NWRFC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
 
 heading "A destination, and a batch of calls in one ABAP session"
+# In a subshell: the settings come from the destination alone, and the
+# sections after it keep theirs.
+(
 # The demo's own settings and cache, not the user's.
 export XDG_CONFIG_HOME="$WORK/config" XDG_CACHE_HOME="$WORK/cache"
 mkdir -p "$XDG_CONFIG_HOME/veltrane"
@@ -200,6 +203,7 @@ echo "\$ veltrane batch --dest sim <<'EOF'"
 echo "$BATCH"
 echo "EOF"
 "$VELTRANE_BIN" batch --dest sim <<<"$BATCH"
+)
 
 heading "The system calls a registered server: veltrane serve answers with a command"
 PROGRAM="VELTRANE.DEMO.$$"
