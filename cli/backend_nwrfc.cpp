@@ -48,11 +48,11 @@ std::string programDirectory() {
   return path.substr(0, path.rfind('/'));
 }
 
-// The file the loader finds for libsapnwrfc.so by its own search, or "".
-std::string loaderFinds() {
-  void* module = dlopen(kLibrary, RTLD_LAZY | RTLD_LOCAL);
+// The file the loader finds for library by its own search, or "".
+std::string loaderFinds(const char* library) {
+  void* module = dlopen(library, RTLD_LAZY | RTLD_LOCAL);
   if (!module) return {};
-  std::string path = kLibrary;
+  std::string path = library;
   link_map* map = nullptr;
   if (dlinfo(module, RTLD_DI_LINKMAP, &map) == 0 && map && map->l_name && *map->l_name) path = map->l_name;
   dlclose(module);
@@ -67,9 +67,9 @@ bool names(const std::string& text, const char* alternatives) {
 }  // namespace
 
 void readNwRfc(const ParsedArgs& args, ConnectionSettings& s) {
-  const std::string dest = args.valueOr("dest", "");
+  const std::string dest = args.valueOr("sdk-dest", "");
   const std::string extra = trim(args.valueOr("connect", ""));
-  if (args.has("dest") && dest.empty()) throw UsageError("option --dest: the destination is empty");
+  if (args.has("sdk-dest") && dest.empty()) throw UsageError("option --sdk-dest: the destination is empty");
   // The host of --host stands in unless something else says where to go.
   std::string ashost = args.valueOr("ashost", "");
   if (ashost.empty() && (args.has("host") || (dest.empty() && !names(extra, "ashost|mshost|gwhost|dest"))))
@@ -94,33 +94,39 @@ void readNwRfc(const ParsedArgs& args, ConnectionSettings& s) {
   if (args.has("sdk") && s.sdkDir.empty()) throw UsageError("option --sdk: the directory is empty");
 }
 
-std::string findNwRfcSdk(std::string* note) {
-  const std::string home = fromEnv("SAPNWRFC_HOME");
-  if (!home.empty() && isFile(home + "/lib/" + kLibrary)) {
-    *note = "using the NW RFC SDK " + home + "/lib/" + kLibrary + " ($SAPNWRFC_HOME)";
+std::string findSdk(const SdkSearch& sdk, std::string* note) {
+  const std::string library = sdk.library;
+  const std::string home = fromEnv(sdk.homeVariable);
+  if (!home.empty() && isFile(home + "/lib/" + library)) {
+    *note = std::string("using the ") + sdk.label + " " + home + "/lib/" + library + " ($" + sdk.homeVariable + ")";
     return home + "/lib";
   }
-  if (const std::string found = loaderFinds(); !found.empty()) {
-    *note = "using the NW RFC SDK " + found + " (found by the loader)";
+  if (const std::string found = loaderFinds(sdk.library); !found.empty()) {
+    *note = std::string("using the ") + sdk.label + " " + found + " (found by the loader)";
     return {};
   }
-  const std::string usual = "/usr/local/sap/nwrfcsdk/lib";
-  if (isFile(usual + "/" + kLibrary)) {
-    *note = "using the NW RFC SDK " + usual + "/" + kLibrary;
+  const std::string usual = sdk.usualDirectory;
+  if (isFile(usual + "/" + library)) {
+    *note = std::string("using the ") + sdk.label + " " + usual + "/" + library;
     return usual;
   }
-  std::string own = programDirectory() + "/../lib/veltrane/nwrfcsdk";
-  if (isFile(own + "/" + kLibrary)) {
+  std::string own = programDirectory() + "/../lib/veltrane/" + sdk.ownDirectory;
+  if (isFile(own + "/" + library)) {
     if (char* real = realpath(own.c_str(), nullptr)) {
       own = real;
       std::free(real);
     }
-    *note =
-        "no NW RFC SDK of SAP's found: using Veltrane's own " + own + "/" + kLibrary + ", which talks to veltrane-sim";
+    *note = std::string("no ") + sdk.label + " of SAP's found: using Veltrane's own " + own + "/" + library +
+            ", which talks to veltrane-sim";
     return own;
   }
-  *note = "no NW RFC SDK found: install it or name its directory with --sdk (see docs/nwrfc.md)";
+  *note = std::string("no ") + sdk.label + " found: install it or name its directory with --sdk (see " + sdk.doc + ")";
   return {};
+}
+
+std::string findNwRfcSdk(std::string* note) {
+  return findSdk({kLibrary, "SAPNWRFC_HOME", "/usr/local/sap/nwrfcsdk/lib", "nwrfcsdk", "NW RFC SDK", "docs/nwrfc.md"},
+                 note);
 }
 
 void configureNwRfc(ISession* session, const ConnectionSettings& s) {
@@ -140,14 +146,17 @@ void configureNwRfc(ISession* session, const ConnectionSettings& s) {
     check(session->put_Option(bstr("nwrfc.ini_path"), bstr(s.iniPath)), "setting the SDK's ini file");
 }
 
-std::string nwrfcAddress(const ConnectionSettings& s) {
+std::string maskedConnectString(const ConnectionSettings& s) {
   static const std::regex password(R"((^|\s)(passwd=)("(\\.|[^"\\])*"|\S*))", std::regex::icase);
-  return "nwrfc: " + std::regex_replace(s.connectString, password, "$1$2***");
+  return std::regex_replace(s.connectString, password, "$1$2***");
 }
 
+std::string nwrfcAddress(const ConnectionSettings& s) { return "nwrfc: " + maskedConnectString(s); }
+
 std::string nwrfcPlace(const ConnectionSettings& s) {
-  static const std::regex dest(R"((^|\s)dest=(\S+))"), host(R"((^|\s)ashost=(\S+))"), nr(R"((^|\s)sysnr=(\S+))"),
-      gw(R"((^|\s)gwserv=(\S+))");
+  static const std::regex dest(R"((^|\s)dest=(\S+))", std::regex::icase),
+      host(R"((^|\s)ashost=(\S+))", std::regex::icase), nr(R"((^|\s)sysnr=(\S+))", std::regex::icase),
+      gw(R"((^|\s)gwserv=(\S+))", std::regex::icase);
   std::smatch m;
   if (std::regex_search(s.connectString, m, dest)) return m[2];
   std::string place = std::regex_search(s.connectString, m, host) ? std::string(m[2]) : s.host;

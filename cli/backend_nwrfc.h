@@ -1,5 +1,6 @@
 // The NW RFC back end of the command: its options, the connect string built
-// from them, and the SDK the session loads.
+// from them, and the SDK the session loads; the classic back end
+// (backend_rfc.h) shares the options and the search for its SDK.
 #pragma once
 
 #include <string>
@@ -30,5 +31,20 @@ std::string nwrfcPlace(const ConnectionSettings& settings);
 // empty), /usr/local/sap/nwrfcsdk/lib, and Veltrane's own library beside the
 // program (<bin>/../lib/veltrane/nwrfcsdk). note tells which was taken.
 std::string findNwRfcSdk(std::string* note);
+
+// Where an SAP SDK is looked for, for findSdk.
+struct SdkSearch {
+  const char* library;         // "libsapnwrfc.so"
+  const char* homeVariable;    // its directory's parent: <home>/lib/<library>
+  const char* usualDirectory;  // where SAP's installation puts it
+  const char* ownDirectory;    // Veltrane's own, below <bin>/../lib/veltrane/
+  const char* label;           // "NW RFC SDK"
+  const char* doc;             // the page that tells how to use it
+};
+// The SDK's directory as findNwRfcSdk finds the NW one.
+std::string findSdk(const SdkSearch& sdk, std::string* note);
+
+// The connect string with the value of passwd= (any case) as "***".
+std::string maskedConnectString(const ConnectionSettings& settings);
 
 }  // namespace veltrane::cli

@@ -1,8 +1,14 @@
 #include "backends.h"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <iostream>
 
 #include "backend_nwrfc.h"
+#include "backend_rfc.h"
 #include "failure.h"
 #include "password.h"
 #include "text.h"
@@ -28,6 +34,18 @@ void readSoap(const ParsedArgs& args, ConnectionSettings& s) {
   s.endpoint = args.valueOr("endpoint", s.endpoint);
   while (!s.endpoint.empty() && s.endpoint.front() == '/') s.endpoint.erase(0, 1);
   if (s.endpoint.empty()) throw UsageError("option --endpoint: the path is empty");
+  // The endpoint goes into the URL as it stands: a path, nothing that ends it.
+  if (s.endpoint.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._~-") !=
+          std::string::npos ||
+      s.endpoint.find("..") != std::string::npos)
+    throw UsageError("option --endpoint: '" + s.endpoint + "' is not a path (letters, digits and / . _ ~ - only)");
+  s.https = args.has("https");
+  s.caFile = args.valueOr("ca-file", "");
+  if (args.has("ca-file")) {
+    if (!s.https) throw UsageError("--ca-file goes with --https");
+    if (::access(s.caFile.c_str(), R_OK) != 0)
+      throw UsageError("option --ca-file: cannot read '" + s.caFile + "': " + std::strerror(errno));
+  }
   s.stateful = args.has("stateful");
   if (auto proxy = args.value("proxy")) {
     const size_t colon = proxy->rfind(':');
@@ -49,6 +67,13 @@ void configureSoap(ISession* session, const ConnectionSettings& s) {
   check(http->put_Port(s.port), "setting the port");
   check(http->put_SoapEndpoint(bstr(s.endpoint)), "setting the endpoint");
   check(http->put_Stateful(s.stateful ? VARIANT_TRUE : VARIANT_FALSE), "setting the session mode");
+  if (s.https) {
+    check(session->put_Option(bstr("soap.https"), bstr("X")), "choosing HTTPS");
+    if (!s.caFile.empty()) check(session->put_Option(bstr("soap.ca_file"), bstr(s.caFile)), "setting the CA file");
+  } else if (!isLoopback(s.host)) {
+    std::cerr << "veltrane: warning: the password goes to " << s.host
+              << " over plain HTTP, readable on the way; use --https\n";
+  }
   if (s.proxyHost.empty()) return;
   check(http->put_ProxyHost(bstr(s.proxyHost)), "setting the proxy");
   if (s.proxyPort > 0) check(http->put_ProxyPort(s.proxyPort), "setting the proxy port");
@@ -58,7 +83,8 @@ void configureSoap(ISession* session, const ConnectionSettings& s) {
 }
 
 std::string soapAddress(const ConnectionSettings& s) {
-  return "http://" + s.host + ":" + std::to_string(s.port) + "/" + s.endpoint;
+  const std::string host = s.host.find(':') != std::string::npos ? "[" + s.host + "]" : s.host;
+  return (s.https ? "https://" : "http://") + host + ":" + std::to_string(s.port) + "/" + s.endpoint;
 }
 
 std::string soapPlace(const ConnectionSettings& s) { return s.host + ":" + std::to_string(s.port); }
@@ -80,6 +106,8 @@ const std::vector<Backend>& backends() {
            {"port", "PORT", "HTTP port of the SOAP service (default 8000, or $VELTRANE_PORT)"},
            {"endpoint", "PATH", "path of the SOAP service (default sap/bc/soap/rfc)"},
            {"stateful", "", "keep one ABAP session for the whole command"},
+           {"https", "", "HTTPS, with the server's certificate verified"},
+           {"ca-file", "FILE", "certificate authorities to verify the server with (PEM), instead of the system's"},
            {"proxy", "HOST[:PORT]", "HTTP proxy"},
            {"proxy-user", "USER", "user for the proxy; its password is $VELTRANE_PROXY_PASSWORD"},
        },
@@ -98,7 +126,7 @@ const std::vector<Backend>& backends() {
            {"ashost", "HOST", "application server (default: --host)"},
            {"sysnr", "NN", "system number (default 00, or $VELTRANE_SYSNR)"},
            {"gwserv", "SERVICE", "gateway service, a port or sapgwNN (or $VELTRANE_GWSERV), instead of --sysnr"},
-           {"dest", "NAME", "destination of the SDK's sapnwrfc.ini"},
+           {"sdk-dest", "NAME", "destination of the SDK's sapnwrfc.ini"},
            {"ini", "PATH", "the SDK's sapnwrfc.ini, or its directory"},
            {"connect", "\"NAME=VALUE ...\"", "more connection parameters of the SDK, as it names them"},
            {"sdk", "DIR", "directory of libsapnwrfc.so (default: SAP's SDK where found, else Veltrane's own)"},
@@ -108,6 +136,23 @@ const std::vector<Backend>& backends() {
        nwrfcAddress,
        nwrfcPlace,
        Transactions::OwnSession},
+      {"rfc",
+       "classic RFC",
+       "Veltrane.RfcSession",
+       {
+           {"ashost", "HOST", "application server (default: --host)"},
+           {"sysnr", "NN", "system number (default 00, or $VELTRANE_SYSNR)"},
+           {"gwserv", "SERVICE", "gateway service, a port or sapgwNN (or $VELTRANE_GWSERV), instead of --sysnr"},
+           {"dest", "NAME", "destination of the SDK's saprfc.ini"},
+           {"connect", "\"KEY=VALUE ...\"",
+            "more of the SDK's connect string, as it names them (TOUPPER=0, GETSSO2=1)"},
+           {"sdk", "DIR", "directory of librfcum.so (default: SAP's SDK where found, else Veltrane's own)"},
+       },
+       readNwRfc,
+       configureRfc,
+       rfcAddress,
+       nwrfcPlace,
+       Transactions::AnySession},
   };
   return table;
 }

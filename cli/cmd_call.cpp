@@ -4,6 +4,7 @@
 
 #include "backends.h"
 #include "call_request.h"
+#include "interface_cache.h"
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
@@ -58,7 +59,8 @@ int runCall(const ParsedArgs& args) {
   if (transactional) requireTransactions(settings, args.has("tid") ? "--tid" : "");
   const ResultSelection selection{nameList(args.values("only")), given};
   Connection connection(std::move(settings));
-  CComPtr<IFunctionCall> call = connection.importCall(function);
+  InterfaceSource source{args.has("refresh"), args.valueOr("interface", "")};
+  CComPtr<IFunctionCall> call = functionInterface(connection, function, source);
   for (size_t i = 1; i < args.positionals().size(); ++i)
     assignArgument(call, function, args.positionals()[i], fileLimit);
   if (!selection.only.empty()) requestOnly(call, function, selection.only);
@@ -111,6 +113,8 @@ Command callCommand() {
           {"send", "N", "send N times under the one ID (default 1); it runs once"},
           {"confirm", "", "confirm the ID after sending"},
           {"file-limit", "MIB", "largest file NAME=@FILE reads, in MiB (default 16)"},
+          {"refresh", "", "import the interface from the system again, replacing the cached copy"},
+          {"interface", "FILE", "the interface in its XML form (as 'describe' prints it) instead of the system's"},
           {"only", "NAME,...", "return only these parameters (repeatable); the system is asked only for them", true},
       },
       true,

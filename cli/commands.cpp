@@ -7,8 +7,8 @@ namespace veltrane::cli {
 
 const std::vector<Command>& allCommands() {
   static const std::vector<Command> commands = {
-      pingCommand(),          callCommand(),         describeCommand(), readTableCommand(),
-      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(),  bspCommand(),
+      pingCommand(),          callCommand(),         batchCommand(),   describeCommand(), readTableCommand(),
+      checkPasswordCommand(), checkUnicodeCommand(), confirmCommand(), bspCommand(),      serveCommand(),
   };
   return commands;
 }

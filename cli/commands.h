@@ -20,12 +20,14 @@ struct Command {
 
 Command pingCommand();
 Command callCommand();
+Command batchCommand();
 Command describeCommand();
 Command readTableCommand();
 Command checkPasswordCommand();
 Command checkUnicodeCommand();
 Command confirmCommand();
 Command bspCommand();
+Command serveCommand();
 
 const std::vector<Command>& allCommands();
 

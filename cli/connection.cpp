@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "backends.h"
+#include "destinations.h"
 #include "failure.h"
 #include "password.h"
 #include "text.h"
@@ -33,6 +34,20 @@ bool knownLanguage(const std::string& key) {
 
 }  // namespace
 
+bool validHost(const std::string& host) {
+  if (host.empty() || host.size() > 253) return false;
+  // An IPv6 address, which goes into a URL in brackets.
+  if (host.find(':') != std::string::npos)
+    return host.find_first_not_of("0123456789abcdefABCDEF:.") == std::string::npos;
+  if (host.front() == '-' || host.front() == '.' || host.back() == '-') return false;
+  return host.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.-") ==
+         std::string::npos;
+}
+
+bool isLoopback(const std::string& host) {
+  return host == "localhost" || host == "::1" || host.rfind("127.", 0) == 0 || host.rfind("localhost.", 0) == 0;
+}
+
 std::string ConnectionSettings::address() const { return backendNamed(backend).address(*this); }
 
 std::vector<OptionDef> connectionOptions() {
@@ -45,17 +60,27 @@ std::vector<OptionDef> connectionOptions() {
       {"user", "USER", "logon user (or $VELTRANE_USER)"},
       {"lang", "LANG", "logon language (default EN, or $VELTRANE_LANG)"},
       {"trace", "FILE", "write the component's trace to FILE"},
+      {"dest", "NAME", "take connection settings from destination NAME of the destinations file"},
+      {"dest-file", "FILE", "the destinations file (default $XDG_CONFIG_HOME/veltrane/destinations.ini)"},
   };
-  for (const Backend& b : backends()) options.insert(options.end(), b.options.begin(), b.options.end());
+  // Back ends may share an option (--ashost ...): it is listed once, as the
+  // first back end that has it describes it.
+  for (const Backend& b : backends())
+    for (const OptionDef& o : b.options) {
+      bool listed = false;
+      for (const OptionDef& known : options) listed = listed || known.name == o.name;
+      if (!listed) options.push_back(o);
+    }
   return options;
 }
 
-ConnectionSettings connectionSettings(const ParsedArgs& args) {
+ConnectionSettings connectionSettings(const ParsedArgs& given) {
+  const ParsedArgs args = withDestination(given);
   ConnectionSettings s;
   s.backend = args.valueOr("backend", backends().front().name);
   const Backend& backend = backendNamed(s.backend);
   s.host = args.valueOr("host", fromEnv("VELTRANE_HOST", s.host));
-  if (s.host.empty()) throw UsageError("option --host: the host is empty");
+  if (!validHost(s.host)) throw UsageError("option --host: '" + s.host + "' is not a host name or an IP address");
   backend.read(args, s);
   s.client = args.valueOr("client", fromEnv("VELTRANE_CLIENT", s.client));
   if (s.client.size() != 3 || s.client.find_first_not_of("0123456789") != std::string::npos)

@@ -24,6 +24,8 @@ struct ConnectionSettings {
   long port = 8000;
   std::string endpoint = "sap/bc/soap/rfc";
   bool stateful = false;
+  bool https = false;
+  std::string caFile;  // certificate authorities for --https; empty: the system's
   std::string proxyHost;
   long proxyPort = 0;
   std::string proxyUser;
@@ -33,9 +35,14 @@ struct ConnectionSettings {
   std::string iniPath;        // --ini: the SDK's sapnwrfc.ini, or its directory
   std::string sdkDir;         // --sdk: the SDK's directory; empty: found at connect
 
-  // Where the session goes, as the back end says: "http://HOST:PORT/ENDPOINT".
+  // Where the session goes, as the back end says: "https://HOST:PORT/ENDPOINT".
   std::string address() const;
 };
+
+// A host name or an IP address, nothing that would change a URL.
+bool validHost(const std::string& host);
+// Whether the host is this machine over loopback.
+bool isLoopback(const std::string& host);
 
 // The options of every back end, then each back end's own.
 std::vector<OptionDef> connectionOptions();

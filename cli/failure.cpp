@@ -84,8 +84,8 @@ std::string transportCause() {
       {"TIMEOUT(11)", "time-out after 30 s without an answer"},
       {"ERROR_WINHTTP_CONNECTION_ERROR", "connection reset"},
       {"ERROR_WINHTTP_INVALID_SERVER_RESPONSE", "bad answer from the server"},
-      {"ERROR_WINHTTP_SECURE_FAILURE", "the server's certificate was not accepted"},
-      {"ERROR_WINHTTP_SECURE_CERT", "the server's certificate was not accepted"},
+      {"ERROR_WINHTTP_SECURE_FAILURE", "no TLS handshake with the server (does it speak HTTPS?)"},
+      {"ERROR_WINHTTP_SECURE_INVALID_CERT", "the server's certificate was not accepted"},
       {"ERROR_WINHTTP_OPERATION_CANCELLED", "the request was cancelled"},
   };
   for (const auto& [word, cause] : kCauses)

@@ -2,7 +2,10 @@
 
 #include <sqlite3.h>
 
+#include <cerrno>
+#include <cstring>
 #include <charconv>
+#include <iostream>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
@@ -120,10 +123,17 @@ class BufferedOutput : public TableOutput {
  public:
   explicit BufferedOutput(std::ostream& out) : out_(out) {}
   void flush() override {
+    errno = 0;
     out_.write(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
     out_.flush();
-    if (!out_) throw std::runtime_error("writing the rows failed");
     buffer_.clear();
+    // Standard output fails as every output of the command does.
+    if (&out_ == &std::cout) checkOutput();
+    if (!out_) {
+      const int error = errno;
+      out_.clear();
+      throw OutputError(std::string("writing the output failed: ") + (error ? std::strerror(error) : "write error"));
+    }
   }
 
  protected:

@@ -175,6 +175,12 @@ HRESULT RfcRowsAppendStored(IRfcRows* rows, LONG count, RowStore** store, size_t
   return stored ? S_OK : E_NOINTERFACE;
 }
 
+const RowStore* RfcRowsStoredRow(IRfcRows* rows, size_t row, size_t* storeRow) {
+  CRfcRows* impl = RowsOf(rows);
+  if (!impl || row >= static_cast<size_t>(impl->CollCount())) return nullptr;
+  return impl->StoredRow(row, storeRow);
+}
+
 bool RfcRowsTextAt(IRfcRows* rows, size_t row, size_t column, std::u16string_view* text) {
   CRfcRows* impl = RowsOf(rows);
   if (!impl || row >= static_cast<size_t>(impl->CollCount())) return false;

@@ -54,6 +54,11 @@ class RowStore;
 // scalars all the model's own; otherwise it fails as AddRows does.
 HRESULT RfcRowsAppendStored(IRfcRows* rows, LONG count, RowStore** store, size_t* first);
 
+// The store and the row's number in it (storeRow) while the row at a 0-based
+// position is still stored; null for a row made into objects and for rows
+// of another implementation.
+const RowStore* RfcRowsStoredRow(IRfcRows* rows, size_t row, size_t* storeRow);
+
 // The text that column (0-based) of the row at a 0-based position holds, in
 // place, while the rows stay as they are: from the store, or from the
 // model's own field holding a string. False for anything else (the caller

@@ -8,9 +8,29 @@
 
 namespace veltrane::cp {
 
+namespace {
+
+// The sink of a slot of the global table, as the calling apartment reaches it.
+IDispatch* FromGlobal(DWORD global) {
+  IGlobalInterfaceTable* table = nullptr;
+  if (FAILED(CoGetGlobalInterfaceTable(&table))) return nullptr;
+  IDispatch* sink = nullptr;
+  if (FAILED(table->GetInterfaceFromGlobal(global, IID_IDispatch, reinterpret_cast<void**>(&sink)))) return nullptr;
+  return sink;
+}
+
+void Revoke(DWORD global) {
+  IGlobalInterfaceTable* table = nullptr;
+  if (SUCCEEDED(CoGetGlobalInterfaceTable(&table))) table->RevokeInterfaceFromGlobal(global);
+}
+
+}  // namespace
+
 SinkList::~SinkList() {
-  for (Slot& s : m_slots)
+  for (Slot& s : m_slots) {
     if (s.sink) s.sink->Release();
+    if (s.global) Revoke(s.global);
+  }
 }
 
 HRESULT SinkList::Add(IUnknown* sink, REFIID iid, DWORD* cookie) {
@@ -23,31 +43,40 @@ HRESULT SinkList::Add(IUnknown* sink, REFIID iid, DWORD* cookie) {
     if (FAILED(sink->QueryInterface(IID_IDispatch, reinterpret_cast<void**>(&itf))) || !itf)
       return CONNECT_E_CANNOTCONNECT;
   }
+  DWORD global = 0;
+  if (m_home == SinkHome::GlobalTable) {
+    IGlobalInterfaceTable* table = nullptr;
+    HRESULT hr = CoGetGlobalInterfaceTable(&table);
+    if (SUCCEEDED(hr)) hr = table->RegisterInterfaceInGlobal(itf, IID_IDispatch, &global);
+    itf->Release();
+    itf = nullptr;
+    if (FAILED(hr)) return hr;
+  }
   std::lock_guard<std::mutex> lock(m_mutex);
   const DWORD c = m_nextCookie++;
   if (m_nextCookie == 0) m_nextCookie = 1;
-  auto empty = std::find_if(m_slots.begin(), m_slots.end(), [](const Slot& s) { return s.sink == nullptr; });
+  auto empty = std::find_if(m_slots.begin(), m_slots.end(), [](const Slot& s) { return s.cookie == 0; });
   if (empty != m_slots.end()) {
-    *empty = Slot{c, itf};
+    *empty = Slot{c, itf, global};
   } else {
-    m_slots.push_back(Slot{c, itf});
+    m_slots.push_back(Slot{c, itf, global});
   }
   *cookie = c;
   return S_OK;
 }
 
 HRESULT SinkList::Remove(DWORD cookie) {
-  IDispatch* sink = nullptr;
+  Slot removed{};
   {
     std::lock_guard<std::mutex> lock(m_mutex);
-    auto it =
-        std::find_if(m_slots.begin(), m_slots.end(), [cookie](const Slot& s) { return s.sink && s.cookie == cookie; });
+    auto it = std::find_if(m_slots.begin(), m_slots.end(), [cookie](const Slot& s) { return s.cookie == cookie; });
     if (cookie == 0 || it == m_slots.end()) return CONNECT_E_NOCONNECTION;
-    sink = it->sink;
-    *it = Slot{0, nullptr};
+    removed = *it;
+    *it = Slot{0, nullptr, 0};
   }
   // Released outside the lock: the sink's destructor may call back.
-  sink->Release();
+  if (removed.sink) removed.sink->Release();
+  if (removed.global) Revoke(removed.global);
   return S_OK;
 }
 
@@ -57,21 +86,35 @@ size_t SinkList::SlotCount() const {
 }
 
 bool SinkList::Fetch(size_t index, IDispatch** sink) const {
-  std::lock_guard<std::mutex> lock(m_mutex);
   *sink = nullptr;
-  if (index >= m_slots.size()) return false;
-  *sink = m_slots[index].sink;
-  if (*sink) (*sink)->AddRef();
+  DWORD global = 0;
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (index >= m_slots.size()) return false;
+    *sink = m_slots[index].sink;
+    if (*sink) (*sink)->AddRef();
+    global = m_slots[index].global;
+  }
+  // Taken out of the table outside the lock: reaching a sink of another
+  // apartment waits for that apartment. A sink revoked meanwhile is skipped.
+  if (global) *sink = FromGlobal(global);
   return true;
 }
 
 std::vector<CONNECTDATA> SinkList::Snapshot() const {
-  std::lock_guard<std::mutex> lock(m_mutex);
+  std::vector<Slot> slots;
+  {
+    std::lock_guard<std::mutex> lock(m_mutex);
+    for (const Slot& s : m_slots) {
+      if (s.cookie == 0) continue;
+      if (s.sink) s.sink->AddRef();
+      slots.push_back(s);
+    }
+  }
   std::vector<CONNECTDATA> out;
-  for (const Slot& s : m_slots) {
-    if (!s.sink) continue;
-    s.sink->AddRef();
-    out.push_back(CONNECTDATA{s.sink, s.cookie});
+  for (const Slot& s : slots) {
+    IDispatch* sink = s.global ? FromGlobal(s.global) : s.sink;
+    if (sink) out.push_back(CONNECTDATA{sink, s.cookie});
   }
   return out;
 }

@@ -17,17 +17,26 @@
 
 namespace veltrane::cp {
 
+// Where a connection point keeps its sinks. Object: the sink itself, called
+// directly from whatever thread fires. GlobalTable: the sink is registered in
+// the global interface table by Advise, and each firing takes it out there,
+// so a sink of a single-threaded apartment is called in that apartment and
+// the firing thread waits for its return.
+enum class SinkHome { Object, GlobalTable };
+
 // Sinks of one connection point. A slot keeps its position while the point
 // lives (Unadvise empties it, Advise reuses empty slots), so a walk by
 // position sees every sink that stays connected during the walk.
 class VELTRANE_API SinkList {
  public:
-  SinkList() = default;
+  explicit SinkList(SinkHome home = SinkHome::Object) : m_home(home) {}
   SinkList(const SinkList&) = delete;
   SinkList& operator=(const SinkList&) = delete;
   ~SinkList();
 
   // Connects `sink` as the interface `iid` (or, failing that, as IDispatch).
+  // In the global table, the caller's apartment becomes the sink's home; a
+  // thread without COM gets CO_E_NOTINITIALIZED.
   HRESULT Add(IUnknown* sink, REFIID iid, DWORD* cookie);
   HRESULT Remove(DWORD cookie);
   // Number of slots; some may be empty.
@@ -39,10 +48,14 @@ class VELTRANE_API SinkList {
   std::vector<CONNECTDATA> Snapshot() const;
 
  private:
+  // A slot is empty when its cookie is 0. It holds the sink, or its cookie
+  // in the global interface table.
   struct Slot {
     DWORD cookie;
     IDispatch* sink;
+    DWORD global;
   };
+  const SinkHome m_home;
   mutable std::mutex m_mutex;
   std::vector<Slot> m_slots;
   DWORD m_nextCookie = 1;
@@ -57,7 +70,7 @@ VELTRANE_API HRESULT FireEvent(const SinkList& sinks, DISPID dispid, VARIANT* ar
 // identity, which also carries the point's reference count.
 class VELTRANE_API ConnectionPointBase : public IConnectionPoint {
  public:
-  explicit ConnectionPointBase(const IID& iid) : m_iid(iid) {}
+  explicit ConnectionPointBase(const IID& iid, SinkHome home = SinkHome::Object) : m_iid(iid), m_sinks(home) {}
   ConnectionPointBase(const ConnectionPointBase&) = delete;
   ConnectionPointBase& operator=(const ConnectionPointBase&) = delete;
 
@@ -88,8 +101,8 @@ VELTRANE_API HRESULT CreateConnectionPointEnumerator(const std::vector<IConnecti
 }  // namespace veltrane::cp
 
 // One outgoing interface of T. T provides GetUnknown() (CComObjectBase does)
-// and answers IConnectionPointContainer.
-template <class T, const IID* piid>
+// and answers IConnectionPointContainer. home tells where the sinks are kept.
+template <class T, const IID* piid, veltrane::cp::SinkHome home = veltrane::cp::SinkHome::Object>
 class IConnectionPointImpl {
  public:
   static const IID& connection_iid() { return *piid; }
@@ -111,7 +124,7 @@ class IConnectionPointImpl {
  private:
   class Point final : public veltrane::cp::ConnectionPointBase {
    public:
-    explicit Point(IConnectionPointImpl* outer) : ConnectionPointBase(*piid), m_outer(outer) {}
+    explicit Point(IConnectionPointImpl* outer) : ConnectionPointBase(*piid, home), m_outer(outer) {}
 
    private:
     IUnknown* Owner() override { return static_cast<T*>(m_outer)->GetUnknown(); }
@@ -119,6 +132,15 @@ class IConnectionPointImpl {
   };
   Point m_point;
 };
+
+// The two homes as templates of two parameters, for the generated proxies.
+template <class T, const IID* piid>
+using IObjectConnectionPointImpl = IConnectionPointImpl<T, piid, veltrane::cp::SinkHome::Object>;
+// An outgoing interface whose sinks live in the global interface table: each
+// event runs in the apartment where its sink advised. The generated
+// CProxy_<Events><T, IGlobalConnectionPointImpl> fires through it.
+template <class T, const IID* piid>
+using IGlobalConnectionPointImpl = IConnectionPointImpl<T, piid, veltrane::cp::SinkHome::GlobalTable>;
 
 // IConnectionPointContainer over the listed points, each a class derived
 // from IConnectionPointImpl (such as the generated CProxy_SessionEvents<T>).

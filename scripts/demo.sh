@@ -23,7 +23,15 @@ done
 
 WORK="$(mktemp -d "${TMPDIR:-/tmp}/veltrane-demo.XXXXXX")"
 SIM_PID=""
+SERVE_PID=""
 
+stop_serve() {
+  if [[ -n "$SERVE_PID" ]] && kill -0 "$SERVE_PID" 2>/dev/null; then
+    kill -TERM "$SERVE_PID" 2>/dev/null || true
+    wait "$SERVE_PID" || true
+  fi
+  SERVE_PID=""
+}
 stop_sim() {
   local status=0
   if [[ -n "$SIM_PID" ]] && kill -0 "$SIM_PID" 2>/dev/null; then
@@ -34,6 +42,7 @@ stop_sim() {
   return "$status"
 }
 cleanup() {
+  stop_serve
   stop_sim || true
   rm -rf "$WORK"
 }
@@ -166,6 +175,47 @@ heading "Transactional RFC over NW RFC: sent twice under one ID, run once"
 KEY="DEMO-$$"
 run "${NWRFC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --format table
 run "${NWRFC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
+
+heading "A destination, and a batch of calls in one ABAP session"
+# The demo's own settings and cache, not the user's.
+export XDG_CONFIG_HOME="$WORK/config" XDG_CACHE_HOME="$WORK/cache"
+mkdir -p "$XDG_CONFIG_HOME/veltrane"
+cat >"$XDG_CONFIG_HOME/veltrane/destinations.ini" <<INI
+[sim]
+backend = soap
+host = 127.0.0.1
+port = $PORT
+client = 001
+user = DEMO
+stateful = yes
+INI
+echo "\$ cat \$XDG_CONFIG_HOME/veltrane/destinations.ini"
+cat "$XDG_CONFIG_HOME/veltrane/destinations.ini"
+unset VELTRANE_HOST VELTRANE_PORT VELTRANE_CLIENT VELTRANE_USER VELTRANE_LANG
+run ping --dest sim --format table
+BATCH='{"function":"Z_VSIM_COUNTER","parameters":{"STEP":5},"id":"first"}
+{"function":"BAPI_FLIGHT_GETLIST","parameters":{"AIRLINE":"LH","MAX_ROWS":2},"only":["FLIGHT_LIST"]}
+{"function":"Z_VSIM_COUNTER","parameters":{"STEP":1},"id":"again, in the same ABAP session"}'
+echo "\$ veltrane batch --dest sim <<'EOF'"
+echo "$BATCH"
+echo "EOF"
+"$VELTRANE_BIN" batch --dest sim <<<"$BATCH"
+
+heading "The system calls a registered server: veltrane serve answers with a command"
+PROGRAM="VELTRANE.DEMO.$$"
+ANSWER='python3 -c "import json,sys; d=json.load(sys.stdin); print(json.dumps({\"ECHOTEXT\": d[\"REQUTEXT\"].upper(), \"RESPTEXT\": \"answered by a shell command\"}))"'
+show "${NWRFC[@]}" serve --program-id "$PROGRAM" "STFC_CONNECTION=$ANSWER" "&"
+"$VELTRANE_BIN" "${NWRFC[@]}" serve --program-id "$PROGRAM" "STFC_CONNECTION=$ANSWER" 2>"$WORK/serve.err" &
+SERVE_PID=$!
+for _ in $(seq 1 100); do
+  grep -q "registered at" "$WORK/serve.err" 2>/dev/null && break
+  sleep 0.1
+done
+run "${NWRFC[@]}" call Z_VSIM_CALL_PROGRAM "PROGRAM_ID=$PROGRAM" FUNCTION=STFC_CONNECTION \
+  'PARAMETERS={"REQUTEXT":"Hello from the ABAP side"}' --format table
+stop_serve
+echo "veltrane serve said:"
+sed 's/^/  /' "$WORK/serve.err"
 
 heading "Stopping the simulated ABAP system"
 if stop_sim; then

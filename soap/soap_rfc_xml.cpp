@@ -653,6 +653,32 @@ void PutStructValue(XmlDocument& doc, XmlNode* element, IRfcFields* fields) {
   for (LONG i = 1; i <= count; ++i) PutField(doc, element, FieldAt(fields, i));
 }
 
+// The columns of stored rows as their fields would describe themselves:
+// usable when every column's type is still a scalar.
+struct StoredColumns {
+  struct Column {
+    std::u16string_view name;
+    IRfcType* type;
+  };
+  std::vector<Column> columns;
+  const RowStore* of = nullptr;
+  bool scalars = false;
+
+  bool Read(const RowStore& store) {
+    if (of == &store) return scalars;
+    of = &store;
+    columns.clear();
+    scalars = true;
+    for (size_t c = 0; c < store.Width() && scalars; ++c) {
+      const RowStore::Column& column = store.ColumnAt(c);
+      RFCTYPEKIND kind = RFCTYPEKIND_UNDEFINED;
+      scalars = SUCCEEDED(column.type->get_Kind(&kind)) && kind == RFCTYPEKIND_SCALAR;
+      columns.push_back({column.name, column.type.p});
+    }
+    return scalars;
+  }
+};
+
 void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
   FieldInfo info = Describe(field, false);
   if (TracesInformation())
@@ -670,7 +696,24 @@ void PutField(XmlDocument& doc, XmlNode* parent, IRfcField* field) {
       XmlNode* table = AppendElement(doc, parent, BstrView(info.name));
       LONG count = 0;
       Check(rows->get_Count(&count), "IRfcRows::get_Count");
+      StoredColumns stored;
       for (LONG i = 1; i <= count; ++i) {
+        // A row no client has reached is written from its cells, as its
+        // fields would write it; with the trace at information level every
+        // field goes its usual way, so that the trace shows each.
+        size_t storeRow = 0;
+        const RowStore* store =
+            TracesInformation() ? nullptr : RfcRowsStoredRow(rows, static_cast<size_t>(i - 1), &storeRow);
+        if (store && stored.Read(*store)) {
+          XmlNode* item = doc.allocate_node(rapidxml::node_element, "item", "", 4, 0);
+          table->append_node(item);
+          for (size_t c = 0; c < stored.columns.size(); ++c) {
+            VARIANT value;
+            store->View(storeRow, c, &value);
+            AppendElement(doc, item, stored.columns[c].name, RfcValueToString(stored.columns[c].type, value));
+          }
+          continue;
+        }
         CComPtr<IRfcFields> row;
         Check(rows->get_Item(i, &row), "IRfcRows::get_Item");
         if (!row) throw _com_error(E_POINTER);

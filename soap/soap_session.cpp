@@ -98,6 +98,9 @@ HRESULT CSoapSession::Connect() {
     CComPtr<ILogonData> logon;
     ThrowIfFailed(get_LogonData(&logon));
     m_transport = std::make_unique<WinHttpTransport>(m_systemData, logon);
+    // Options of ours beyond the specified ones: HTTPS and its certificate authorities.
+    const std::u16string tls = OptionValue(u"soap.https");
+    m_transport->UseTls(tls == u"X" || tls == u"1" || tls == u"true", Narrow(OptionValue(u"soap.ca_file")));
     m_transport->Connect();
     VARIANT_BOOL stateful = VARIANT_FALSE;
     ThrowIfFailed(m_systemData->get_Stateful(&stateful));

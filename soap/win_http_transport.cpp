@@ -680,8 +680,13 @@ void WinHttpTransport::Connect() {
   }
   std::string name = veltrane::winhttp::BstrUtf8(host);
   if (name.find(':') != std::string::npos && name.front() != '[') name = "[" + name + "]";
-  m_connection = "http://" + name;
+  m_connection = (m_tls ? "https://" : "http://") + name;
   if (port > 0) m_connection += ":" + std::to_string(port);
+}
+
+void WinHttpTransport::UseTls(bool tls, std::string caFile) {
+  m_tls = tls;
+  m_caFile = std::move(caFile);
 }
 
 void WinHttpTransport::SetProxy(std::u16string_view host, long port) {
@@ -731,6 +736,11 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   // Session cookies live in the transport's store and go out with every request.
   ok &= curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "") == CURLE_OK;
   ok &= curl_easy_setopt(easy, CURLOPT_SHARE, m_session->Share()) == CURLE_OK;
+  if (m_tls) {
+    ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L) == CURLE_OK;
+    if (!m_caFile.empty()) ok &= curl_easy_setopt(easy, CURLOPT_CAINFO, m_caFile.c_str()) == CURLE_OK;
+  }
   if (!m_proxy.empty()) {
     ok &= curl_easy_setopt(easy, CURLOPT_PROXY, ("http://" + m_proxy).c_str()) == CURLE_OK;
     if (!m_proxyPortGiven) ok &= curl_easy_setopt(easy, CURLOPT_PROXYPORT, 80L) == CURLE_OK;

@@ -112,6 +112,9 @@ class WinHttpTransport {
   // Routes every request through the named proxy: "host:port" when port is
   // at least 1, else the host alone (port 80, as for a named proxy).
   void SetProxy(std::u16string_view host, long port);
+  // HTTPS instead of HTTP, with the server's certificate and name verified
+  // against the system's certificate store or caFile; before Connect.
+  void UseTls(bool tls, std::string caFile);
   // A new request for call, ready to send; sessionMode 1 and 2 append
   // "&session_mode=1" and "&session_mode=2" to the query.
   std::unique_ptr<WinHttpRequest> CreateRequest(IFunctionCall* call, int sessionMode);
@@ -124,8 +127,10 @@ class WinHttpTransport {
 
  private:
   std::shared_ptr<veltrane::winhttp::Engine> m_session;  // session handle
-  std::string m_connection;                              // connection: "http://host[:port]"
-  std::string m_proxy;                                   // named proxy, "host[:port]"; empty for none
+  std::string m_connection;                              // connection: "http://host[:port]" or "https://..."
+  bool m_tls = false;
+  std::string m_caFile;  // empty: the system's store
+  std::string m_proxy;   // named proxy, "host[:port]"; empty for none
   bool m_proxyPortGiven = false;
   CComPtr<IHttpSystemData> m_systemData;
   CComPtr<ILogonData> m_logonData;

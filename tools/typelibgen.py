@@ -1473,9 +1473,11 @@ def emit_events(lib, source_name):
         if not itf.dispinterface:
             continue
         short = itf.name.lstrip("_")
-        w("// Fires the events of %s to every sink of the connection point.\n" % itf.name)
-        w("template <class T>\n")
-        w("class CProxy_%s : public IConnectionPointImpl<T, &DIID_%s> {\n public:\n" % (short, itf.name))
+        w("// Fires the events of %s to every sink of the connection point; Point\n"
+          "// decides where the sinks are kept (IGlobalConnectionPointImpl: in the\n"
+          "// global interface table).\n" % itf.name)
+        w("template <class T, template <class, const IID*> class Point = IObjectConnectionPointImpl>\n")
+        w("class CProxy_%s : public Point<T, &DIID_%s> {\n public:\n" % (short, itf.name))
         for m in itf.members:
             params = ", ".join("%s %s" % (param_cxx(p), p.name) for p in m.params)
             w("  HRESULT Fire_%s(%s) {\n" % (m.name, params))

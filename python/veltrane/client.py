@@ -10,6 +10,7 @@ Python's terms, on the late-bound object model.
 from dataclasses import dataclass, field
 from typing import List, Optional
 
+from . import _destinations as destinations
 from ._backends import backend_named, error_from
 from ._constants import constants
 from ._errors import CommunicationError, ComError, Error, UnsupportedBackendError
@@ -82,18 +83,25 @@ def _describe_type(rfc_type, depth=0):
 class Client:
     """A connection to an ABAP system. See veltrane.connect for the parameters."""
 
-    def __init__(self, backend="soap", *, rstrip=True, **params):
-        self._backend = backend_named(backend)
+    def __init__(self, backend=None, *, rstrip=True, dest=None, dest_file=None, **params):
+        if dest is not None or dest_file is not None:
+            backend, params = _with_destination(backend, dest, dest_file, params)
+        self._backend = backend_named(backend or "soap")
         self._rstrip = rstrip
         self._schemas = {}
         self._stale = False
         self._session = self._backend.open(params)
         try:
             self._session.Connect()
+            failure = self._recorded(self._session.ErrorInfo) if self._session.Error else None
         except ComError as e:
             failure = self._failure(e)
+            cause = e
+        else:
+            cause = None  # a refusal some sessions record without failing Connect
+        if failure is not None:
             self._disconnect()
-            raise failure from e
+            raise failure from cause
 
     # -- the connection ---------------------------------------------------------------
 
@@ -235,6 +243,7 @@ class Client:
             session.Connect()
         except ComError as e:
             raise self._failure(e) from e
+        self._raise_recorded()
         self._stale = False
 
     def _recorded(self, info):
@@ -251,8 +260,7 @@ class Client:
         session = self._session
         if session is not None and session.Error:
             return self._recorded(session.ErrorInfo)
-        return self._backend.unrecorded_error_class(com_error.hresult)(com_error.description,
-                                                                         key=f"0x{com_error.hresult:08X}")
+        return self._backend.unrecorded_error(com_error)
 
     def _raise_recorded(self):
         if self._session.Error:
@@ -263,7 +271,7 @@ class Client:
         if session.Error:
             session.ErrorInfo  # a failure nobody read: reading clears the flag
         try:
-            call = session.ImportCall(name)
+            call = session.ImportCall(name, self._backend.ignore_unsupported)
         except ComError as e:
             raise self._failure(e) from e
         # An import that the system refuses (an unknown module) is recorded, not failed.
@@ -311,7 +319,24 @@ class Client:
                 pass  # the connection is given up either way
 
 
-def connect(backend="soap", **params):
+def _with_destination(backend, dest, dest_file, params):
+    """The back end and parameters with destination `dest` filled in where the
+    call gives nothing."""
+    if dest is None:
+        raise TypeError("dest_file goes with dest=NAME")
+    settings = destinations.settings(dest, dest_file)
+    backend = backend or settings.pop("backend", None) or "soap"
+    settings.pop("backend", None)
+    if backend != "soap" and "host" in settings:  # as for the command: the host stands in for ashost
+        host = settings.pop("host")
+        if not ({"ashost", "sdk_dest", "connect"} & (set(settings) | set(params))):
+            settings["ashost"] = host
+    # Settings of another back end (a call that names its own) are left out.
+    taken = backend_named(backend).parameters
+    return backend, {**{k: v for k, v in settings.items() if k in taken}, **params}
+
+
+def connect(backend=None, **params):
     """Connects to an ABAP system and returns a Client (a context manager).
 
     backend="soap" (the SOAP service over HTTP) takes:
@@ -332,7 +357,12 @@ def connect(backend="soap", **params):
                               $SAPNWRFC_HOME/lib, the loader's search, /usr/local/sap/nwrfcsdk/lib,
                               Veltrane's own beside libveltrane.so)
         client, user, passwd, lang, trace   as for SOAP
-    backend="rfc" is refused with UnsupportedBackendError until the library offers it.
-    All back ends: rstrip=False keeps the trailing blanks of character fields.
+    backend="rfc" (the classic RFC SDK's librfcum.so) takes the same but ini, msserv, sysid,
+        saprouter; with tphost, tpname; sdk defaults to VELTRANE_RFC_SDK_DIR, the loader's
+        search, Veltrane's own beside libveltrane.so.
+    All back ends: rstrip=False keeps the trailing blanks of character fields; dest=NAME takes
+    the connection settings of destination NAME from the veltrane command's destinations file
+    ($XDG_CONFIG_HOME/veltrane/destinations.ini, or dest_file=PATH), the back end among them;
+    what the call gives wins. backend defaults to the destination's, else "soap".
     """
     return Client(backend, **params)

@@ -34,7 +34,9 @@ typedef RFC_CHAR RFC_PARAMETER_TEXT[79 + 1];
 typedef SAP_UC RFC_TID[24 + 1];
 typedef SAP_UC RFC_UNITID[32 + 1];
 
-enum RFC_RC {
+// Four bytes, as the SDK passes it; a handler's status beyond the named
+// codes (an unanswered transaction check: 65534) passes through unchanged.
+enum RFC_RC : int {
   RFC_OK,
   RFC_COMMUNICATION_FAILURE,
   RFC_LOGON_FAILURE,

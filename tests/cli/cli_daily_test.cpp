@@ -9,12 +9,15 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <regex>
 #include <thread>
 
 #include "cli_fixture.h"
 
+namespace fs = std::filesystem;
 using clitest::CliProgram;
 using clitest::Json;
 using clitest::RunResult;
@@ -452,6 +455,268 @@ TEST_F(CliDaily, DescribeAsJsonWithTypeNames) {
   EXPECT_EQ(byName["IT_FLAT"]["rowType"]["fields"][1]["abapType"], "NUMC");
   r = veltrane({"describe", "Z_VSIM_TYPES", "--format", "table"});
   EXPECT_EQ(r.status, 2);
+}
+
+}  // namespace
+
+namespace {
+
+// ---- one session, many calls ----------------------------------------------
+
+class CliSession : public CliReadTable {
+ protected:
+  // The program with this environment and exactly these arguments.
+  RunResult run(const std::vector<std::string>& args, std::map<std::string, std::optional<std::string>> env = {},
+                const std::string& input = {}) {
+    env.emplace("VELTRANE_PASSWORD", std::string("Welcome1"));
+    env.emplace("XDG_CONFIG_HOME", (dir_ / "config").string());
+    env.emplace("XDG_CACHE_HOME", (dir_ / "cache").string());
+    if (input.empty()) return clitest::runProgram(VELTRANE_CLI_PROGRAM, args, env);
+    const std::string in = file("input.jsonl", input);
+    std::string line = quoted(VELTRANE_CLI_PROGRAM);
+    for (const auto& a : args) line += " " + quoted(a);
+    return clitest::runProgram("/bin/bash", {"-c", line + " < " + quoted(in)}, env);
+  }
+  void destinations(const std::string& text) {
+    fs::create_directories(dir_ / "config" / "veltrane");
+    std::ofstream(dir_ / "config" / "veltrane" / "destinations.ini") << text;
+  }
+  std::string simDestination() {
+    return "# the simulated system\n[sim]\nbackend = soap\nport = " + std::to_string(sim_->soapPort()) +
+           "\nclient = 001\nuser = demo\nlang = EN\n\n[other]\nport = 1\n";
+  }
+};
+
+TEST_F(CliSession, ADestinationGivesTheConnectionSettings) {
+  destinations(simDestination());
+  RunResult r = run({"ping", "--dest", "sim"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["user"], "DEMO");
+  EXPECT_EQ(json(r)["address"], "http://127.0.0.1:" + std::to_string(sim_->soapPort()) + "/sap/bc/soap/rfc");
+  // The command line wins over the file.
+  r = run({"ping", "--dest", "sim", "--client", "100"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["client"], "100");
+  // Another file.
+  const std::string other = file("elsewhere.ini", simDestination());
+  r = run({"ping", "--dest", "sim", "--dest-file", other}, {{"XDG_CONFIG_HOME", std::string("/nonexistent")}});
+  EXPECT_OK(r);
+}
+
+TEST_F(CliSession, ADestinationForTheNwRfcBackEnd) {
+  destinations("[nw]\nbackend = nwrfc\ngwserv = " + std::to_string(sim_->rfcPort()) + "\nuser = DEMO\n");
+  RunResult r = run({"ping", "--dest", "nw"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["sessionType"], "NWRFC") << r.out;
+}
+
+TEST_F(CliSession, BadDestinationsAreRefused) {
+  struct Case {
+    std::string name;
+    std::string message;
+  } cases[] = {
+      {"secret", "destinations.ini:12: a destination holds no password"},
+      {"typo", "destinations.ini:12: 'hots' is not a connection option"},
+      {"broken", "destinations.ini:12: expected KEY = VALUE"},
+  };
+  for (const auto& c : cases) {
+    destinations(simDestination() + "[" + c.name + "]\n" +
+                 (c.name == "secret" ? "password = Welcome1\n"
+                  : c.name == "typo" ? "hots = x\n"
+                                     : "junk\n"));
+    RunResult r = run({"ping", "--dest", c.name});
+    EXPECT_EQ(r.status, 2) << c.name;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << c.name << ": " << r.err;
+  }
+  destinations(simDestination());
+  RunResult r = run({"ping", "--dest", "nope"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("no destination [nope] in "), std::string::npos) << r.err;
+  r = run({"ping", "--dest", "sim", "--dest-file", "/no/such/file"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("cannot read the destinations file '/no/such/file'"), std::string::npos) << r.err;
+}
+
+TEST_F(CliSession, TheSecondCallOfABapiNeedsNoDictionary) {
+  destinations(simDestination());
+  const std::vector<std::string> args = {"call", "BAPI_FLIGHT_GETLIST", "AIRLINE=LH", "--dest", "sim"};
+  long before = requests();
+  RunResult first = run(args);
+  EXPECT_OK(first);
+  const long firstRequests = requests() - before - 1;
+  EXPECT_TRUE(fs::exists(dir_ / "cache" / "veltrane" / ("soap-127.0.0.1_" + std::to_string(sim_->soapPort())) / "001" /
+                         "BAPI_FLIGHT_GETLIST.xml"));
+  before = requests();
+  RunResult second = run(args);
+  EXPECT_OK(second);
+  // The connect's RFC_PING and the call itself.
+  EXPECT_EQ(requests() - before - 1, 2);
+  EXPECT_GT(firstRequests, 2);
+  EXPECT_EQ(json(second), json(first));
+  // --refresh imports again.
+  std::vector<std::string> refresh = args;
+  refresh.push_back("--refresh");
+  before = requests();
+  EXPECT_OK(run(refresh));
+  EXPECT_EQ(requests() - before - 1, firstRequests);
+}
+
+TEST_F(CliSession, AnInterfaceFromAFile) {
+  destinations(simDestination());
+  RunResult described = run({"describe", "STFC_CONNECTION", "--dest", "sim"});
+  EXPECT_OK(described);
+  const std::string xml = file("stfc.xml", described.out);
+  const long before = requests();
+  RunResult r = run({"call", "STFC_CONNECTION", "REQUTEXT=offline", "--interface", xml, "--dest", "sim"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "offline");
+  EXPECT_EQ(requests() - before - 1, 2);
+  r = run({"call", "RFC_PING", "--interface", xml, "--dest", "sim"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("describes STFC_CONNECTION, not RFC_PING"), std::string::npos) << r.err;
+}
+
+TEST_F(CliSession, ABatchRunsInOneSession) {
+  destinations(simDestination());
+  const std::string input =
+      "{\"function\":\"Z_VSIM_COUNTER\",\"parameters\":{\"STEP\":2},\"id\":\"first\"}\n"
+      "\n"
+      "{\"function\":\"z_vsim_counter\",\"only\":[\"VALUE\"]}\n"
+      "not json\n"
+      "{\"function\":\"Z_VSIM_RAISE\",\"parameters\":{\"EXCEPTION\":\"NOT_FOUND\"}}\n"
+      "{\"function\":\"Z_VSIM_COUNTER\",\"parameters\":{\"STEP\":10}}\n";
+  RunResult r = run({"batch", "--dest", "sim", "--stateful"}, {}, input);
+  EXPECT_EQ(r.status, 2) << r.err;  // the first failure: the line that is no JSON
+  std::vector<Json> lines;
+  std::istringstream out(r.out);
+  for (std::string l; std::getline(out, l);) lines.push_back(Json::parse(l));
+  ASSERT_EQ(lines.size(), 5u) << r.out;
+  EXPECT_EQ(lines[0]["id"], "first");
+  EXPECT_EQ(lines[0]["result"]["exporting"]["VALUE"], 2);
+  EXPECT_EQ(lines[1]["line"], 3);
+  EXPECT_EQ(lines[1]["result"]["exporting"], Json({{"VALUE", 3}}));
+  EXPECT_EQ(lines[2]["error"]["kind"], "usage");
+  EXPECT_EQ(lines[3]["error"]["key"], "NOT_FOUND");
+  EXPECT_EQ(lines[3]["error"]["status"], 5);
+  // The same ABAP session all along.
+  EXPECT_EQ(lines[4]["result"]["exporting"]["VALUE"], 13);
+  EXPECT_EQ(lines[4]["result"]["exporting"]["CALLS"], 3);
+
+  r = run({"batch", "--dest", "sim", "--stop-on-error"}, {}, input);
+  EXPECT_EQ(r.status, 2);
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3) << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+// ---- transport ------------------------------------------------------------
+
+// A TLS front for the simulator (tls_proxy.py) with a certificate of its
+// own for 127.0.0.1, made with openssl.
+class TlsFront {
+ public:
+  TlsFront(const fs::path& dir, unsigned short target) : cert_((dir / "cert.pem").string()) {
+    const std::string key = (dir / "key.pem").string();
+    RunResult made = clitest::runProgram(
+        "/usr/bin/openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", key, "-out", cert_, "-days",
+                             "1", "-subj", "/CN=localhost", "-addext", "subjectAltName=IP:127.0.0.1,DNS:localhost"});
+    if (made.status != 0) throw std::runtime_error("openssl: " + made.err);
+    int out[2];
+    if (::pipe(out) != 0) throw std::runtime_error("pipe");
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::dup2(out[1], 1);
+      ::close(out[0]);
+      ::execlp("python3", "python3", VELTRANE_CLI_TLS_PROXY, cert_.c_str(), key.c_str(), std::to_string(target).c_str(),
+               static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    ::close(out[1]);
+    std::string line;
+    char c;
+    while (::read(out[0], &c, 1) == 1 && c != '\n') line += c;
+    ::close(out[0]);
+    if (line.rfind("port=", 0) != 0) throw std::runtime_error("no port from the TLS front: " + line);
+    port_ = std::stoi(line.substr(5));
+  }
+  ~TlsFront() {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  int port() const { return port_; }
+  const std::string& cert() const { return cert_; }
+
+ private:
+  std::string cert_;
+  pid_t pid_ = -1;
+  int port_ = 0;
+};
+
+TEST_F(CliDaily, HttpsVerifiesTheServer) {
+  TlsFront front(dir_, sim_->soapPort());
+  const std::string port = std::to_string(front.port());
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                                    {"call", "STFC_CONNECTION", "REQUTEXT=tls", "--https", "--ca-file", front.cert(),
+                                     "--port", port, "--user", "DEMO"},
+                                    {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "tls");
+  // Without the certificate's authority the server is not trusted.
+  r = clitest::runProgram(VELTRANE_CLI_PROGRAM, {"ping", "--https", "--port", port, "--user", "DEMO"},
+                          {{"VELTRANE_PASSWORD", std::string("Welcome1")}});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_NE(r.err.find("connecting to https://127.0.0.1:" + port +
+                       "/sap/bc/soap/rfc failed: the server's certificate was not accepted"),
+            std::string::npos)
+      << r.err;
+  // HTTPS to a server that speaks HTTP.
+  r = veltrane({"ping", "--https"});
+  EXPECT_EQ(r.status, 4);
+  EXPECT_NE(r.err.find("failed: no TLS handshake with the server"), std::string::npos) << r.err;
+  r = veltrane({"ping", "--ca-file", front.cert()});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("--ca-file goes with --https"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, APasswordOverPlainHttpBeyondLoopbackIsWarnedOf) {
+  // Through a proxy that is not there: the warning comes before anything is sent.
+  RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                                    {"ping", "--host", "sap.example.com", "--proxy", "127.0.0.1:1", "--user", "DEMO"},
+                                    {{"VELTRANE_PASSWORD", std::string("x")}});
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.err.find("veltrane: warning: the password goes to sap.example.com over plain HTTP, readable on the way; "
+                       "use --https"),
+            std::string::npos)
+      << r.err;
+  r = veltrane({"ping"});
+  EXPECT_OK(r);
+  EXPECT_EQ(r.err.find("warning"), std::string::npos) << r.err;
+}
+
+TEST_F(CliDaily, HostAndEndpointCannotChangeTheUrl) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+  } cases[] = {
+      {{"--host", "127.0.0.1/evil?x="}, "option --host: '127.0.0.1/evil?x=' is not a host name or an IP address"},
+      {{"--host", "user@127.0.0.1"}, "is not a host name or an IP address"},
+      {{"--host", "a b"}, "is not a host name or an IP address"},
+      {{"--endpoint", "sap/bc/soap/rfc?sap-client=000"},
+       "option --endpoint: 'sap/bc/soap/rfc?sap-client=000' is not a path"},
+      {{"--endpoint", "sap/../x"}, "is not a path"},
+      {{"--endpoint", "a#b"}, "is not a path"},
+      {{"--client", "00%"}, "option --client: '00%' is not a client"},
+      {{"--port", "80/x"}, "option --port: '80/x' is not a port number"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = {"ping"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    RunResult r = clitest::runProgram(VELTRANE_CLI_PROGRAM, args, {{"VELTRANE_PASSWORD", std::string("x")}});
+    EXPECT_EQ(r.status, 2) << c.args[1];
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << c.message << "\n" << r.err;
+  }
 }
 
 }  // namespace

@@ -157,9 +157,10 @@ TEST_F(CliNwRfc, ADestinationOfTheIniFile) {
   const fs::path dir = fs::temp_directory_path() / ("veltrane-cli-ini-" + std::to_string(getpid()));
   fs::create_directories(dir);
   std::ofstream(dir / "sapnwrfc.ini") << "DEST=VSIM\nASHOST=127.0.0.1\nGWSERV=" << sim_->rfcPort() << "\n";
-  RunResult r = clitest::runProgram(
-      VELTRANE_CLI_PROGRAM, {"ping", "--backend", "nwrfc", "--dest", "VSIM", "--ini", dir.string(), "--user", "DEMO"},
-      {{"VELTRANE_PASSWORD", "Welcome1"}});
+  RunResult r =
+      clitest::runProgram(VELTRANE_CLI_PROGRAM,
+                          {"ping", "--backend", "nwrfc", "--sdk-dest", "VSIM", "--ini", dir.string(), "--user", "DEMO"},
+                          {{"VELTRANE_PASSWORD", "Welcome1"}});
   EXPECT_OK(r);
   EXPECT_EQ(json(r)["address"], "nwrfc: dest=VSIM");
   fs::remove_all(dir);

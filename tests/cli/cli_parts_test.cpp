@@ -90,7 +90,7 @@ TEST(CliBackends, TheNwRfcConnectStringFromTheOptions) {
   EXPECT_EQ(nwrfcSettings({}).connectString, "ashost=127.0.0.1 sysnr=00");
   EXPECT_EQ(nwrfcSettings({{"ashost", "app1"}, {"sysnr", "42"}}).connectString, "ashost=app1 sysnr=42");
   EXPECT_EQ(nwrfcSettings({{"host", "h"}, {"gwserv", "sapgw07"}}).connectString, "ashost=h gwserv=sapgw07");
-  EXPECT_EQ(nwrfcSettings({{"dest", "PRD"}}).connectString, "dest=PRD");
+  EXPECT_EQ(nwrfcSettings({{"sdk-dest", "PRD"}}).connectString, "dest=PRD");
   EXPECT_EQ(nwrfcSettings({{"connect", "MSHOST=m R3NAME=PRD GROUP=g"}}).connectString, "MSHOST=m R3NAME=PRD GROUP=g");
   EXPECT_EQ(nwrfcSettings({{"connect", "lang=DE "}}).connectString, "ashost=127.0.0.1 sysnr=00 lang=DE");
   EXPECT_EQ(nwrfcSettings({{"ashost", "a b"}}).connectString, "ashost=\"a b\" sysnr=00");
@@ -102,7 +102,7 @@ TEST(CliBackends, TheNwRfcConnectStringFromTheOptions) {
 TEST(CliBackends, TheNwRfcOptionsAreChecked) {
   EXPECT_THROW(nwrfcSettings({{"sysnr", "7"}}), UsageError);
   EXPECT_THROW(nwrfcSettings({{"sysnr", "ab"}}), UsageError);
-  EXPECT_THROW(nwrfcSettings({{"dest", ""}}), UsageError);
+  EXPECT_THROW(nwrfcSettings({{"sdk-dest", ""}}), UsageError);
   EXPECT_THROW(nwrfcSettings({{"sdk", ""}}), UsageError);
 }
 
@@ -112,7 +112,7 @@ TEST(CliBackends, TheNwRfcAddressHidesAPasswordAndThePromptNamesThePlace) {
   const Backend& nw = backendNamed("nwrfc");
   EXPECT_EQ(nw.place(nwrfcSettings({{"ashost", "app1"}})), "app1/00");
   EXPECT_EQ(nw.place(nwrfcSettings({{"gwserv", "3300"}})), "127.0.0.1:3300");
-  EXPECT_EQ(nw.place(nwrfcSettings({{"dest", "PRD"}})), "PRD");
+  EXPECT_EQ(nw.place(nwrfcSettings({{"sdk-dest", "PRD"}})), "PRD");
 }
 
 TEST(CliBackends, TransactionalRfcByBackEnd) {

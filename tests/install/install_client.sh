@@ -11,4 +11,5 @@ done
 export PKG_CONFIG_PATH="$scratch/prefix/lib/pkgconfig"
 # shellcheck disable=SC2046,SC2086
 "${CXX:-g++}" ${CLIENT_FLAGS:-} "$source" -o "$scratch/client" $(pkg-config --cflags --libs veltrane)
-LD_LIBRARY_PATH="$scratch/prefix/lib" "$scratch/client"
+# The rpath of the pkg-config flags finds the library: no LD_LIBRARY_PATH.
+env -u LD_LIBRARY_PATH "$scratch/client"

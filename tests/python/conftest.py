@@ -74,14 +74,24 @@ def client(sim):
         yield c
 
 
-def nw_params(sim, **more):
-    """Parameters of connect("nwrfc") for the simulated system's RFC front."""
+SDK_BACKENDS = ("nwrfc", "rfc")
+
+
+def sdk_params(sim, **more):
+    """Parameters of connect("nwrfc") and connect("rfc") for the simulated system's RFC front."""
     return dict(ashost=sim.rfc_host, gwserv=sim.rfc_port, client="001", user=USER, passwd=PASSWORD, **more)
 
 
 @pytest.fixture
 def nw(sim):
-    with veltrane.connect("nwrfc", **nw_params(sim)) as c:
+    with veltrane.connect("nwrfc", **sdk_params(sim)) as c:
+        yield c
+
+
+@pytest.fixture(params=SDK_BACKENDS)
+def rfc_client(request, sim):
+    """A client of each back end on an SDK."""
+    with veltrane.connect(request.param, **sdk_params(sim)) as c:
         yield c
 
 

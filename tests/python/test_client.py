@@ -120,11 +120,6 @@ def test_missing_logon_data_is_refused(sim, monkeypatch):
         veltrane.connect(url=sim.url, user=USER)
 
 
-def test_back_ends_the_library_does_not_offer_yet():
-    with pytest.raises(veltrane.UnsupportedBackendError, match="back end 'rfc'"):
-        veltrane.connect("rfc", dest="VSM", user=USER, passwd=PASSWORD)
-
-
 def test_unknown_back_end():
     with pytest.raises(veltrane.UnsupportedBackendError, match="unknown back end 'carrier-pigeon'"):
         veltrane.connect("carrier-pigeon")

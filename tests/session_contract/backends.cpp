@@ -7,12 +7,14 @@ namespace contract {
 
 std::unique_ptr<ContractSystem> StartSoapSystem();   // soap_system.cpp
 std::unique_ptr<ContractSystem> StartNWRfcSystem();  // nwrfc_system.cpp
+std::unique_ptr<ContractSystem> StartRfcSystem();    // rfc_system.cpp
 
 INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
                          ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem},
                                            SessionBackend{"NWRfc", u"NWRFC", &StartNWRfcSystem,
                                                           AbortCall::LetsTheCallFinish, SecondCall::GoesToTheSdk,
-                                                          ActiveInCallFinished::Yes}),
+                                                          ActiveInCallFinished::Yes},
+                                           SessionBackend{"Rfc", u"RFC", &StartRfcSystem}),
                          PrintBackend);
 
 }  // namespace contract

@@ -8,6 +8,7 @@
 
 #include "codec_support.h"
 #include "model/foreign_type.h"
+#include "model/row_store.h"
 #include "platform/comdef.h"
 #include "runtime/exceptions.h"
 #include "soap/soap_rfc_xml.h"
@@ -328,3 +329,45 @@ TEST(SoapWriterValues, EscapingInTheDocument) {
 }
 
 }  // namespace
+
+TEST(SoapWriter, RowsNoClientReachedAreWrittenAsTheirFieldsWouldWriteThem) {
+  CComPtr<IFunctionCall> call = NewCall(u"Z_STORED");
+  CComPtr<IRfcType> row = Struct(u"ZROW", {{u"NAME", TYPE_CHAR, 10},
+                                           {u"DAY", TYPE_DATE, 8},
+                                           {u"HOUR", TYPE_TIME, 6},
+                                           {u"COUNT", TYPE_INT, 0},
+                                           {u"RATE", TYPE_FLOAT, 0},
+                                           {u"PRICE", TYPE_BCD, 8},
+                                           {u"RAW", TYPE_BYTE, 2}});
+  CComPtr<IRfcParameters> tables = Tables(call);
+  ASSERT_EQ(tables->AddTable(CComBSTR(u"T"), row), S_OK);
+  CComPtr<IRfcRows> rows = Rows(tables, u"T");
+  RowStore* store = nullptr;
+  size_t first = 0;
+  ASSERT_EQ(RfcRowsAppendStored(rows, 3, &store, &first), S_OK);
+  store->PutUtf8(first, 0, "a&b <c>");
+  auto take = [&](size_t r, size_t c, CComVariant v) {
+    VARIANT plain;
+    VariantInit(&plain);
+    ASSERT_EQ(VariantCopy(&plain, &v), S_OK);
+    ASSERT_EQ(store->Take(first + r, c, &plain), S_OK);
+  };
+  take(0, 1, CComVariant(DateOf(2024, 2, 29), VT_DATE));
+  take(0, 2, CComVariant(u"12:34:56"));
+  take(0, 3, CComVariant(LONG(-2)));
+  take(0, 4, CComVariant(3.25));
+  take(0, 5, CComVariant(u"-12.50"));
+  take(0, 6, Bytes({0x01, 0xAB}));
+  store->PutText(first + 1, 0, u"");
+  take(2, 3, CComVariant(LONG(7)));
+
+  const std::string stored = SoapRfcXML::BuildEnvelope(call);
+  size_t storeRow = 0;
+  for (size_t r = 0; r < 3; ++r) EXPECT_NE(RfcRowsStoredRow(rows, r, &storeRow), nullptr) << r;
+  // The same rows made into objects.
+  for (LONG r = 1; r <= 3; ++r) Row(rows, r);
+  EXPECT_EQ(RfcRowsStoredRow(rows, 0, &storeRow), nullptr);
+  EXPECT_EQ(SoapRfcXML::BuildEnvelope(call), stored);
+  EXPECT_NE(stored.find("<NAME>a&amp;b &lt;c&gt;</NAME>"), std::string::npos) << stored;
+  EXPECT_NE(stored.find("<DAY>20240229</DAY>"), std::string::npos) << stored;
+}

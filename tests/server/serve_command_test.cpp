@@ -1,0 +1,135 @@
+// veltrane serve: the simulated system calls a program whose calls commands answer.
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+
+#include <boost/filesystem.hpp>
+
+#include "server_fixture.h"
+
+extern char** environ;
+
+namespace servertest {
+namespace {
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+// A command answering STFC_CONNECTION: REQUTEXT "raise" raises NOT_FOUND,
+// "crash" kills the command, anything else is echoed.
+const char* kAnswer = R"(python3 -c '
+import json, os, sys
+data = json.load(sys.stdin)
+text = data["REQUTEXT"]
+if text == "raise":
+    print(json.dumps({"exception": "NOT_FOUND"})); sys.exit(1)
+if text == "crash":
+    os.kill(os.getpid(), 9)
+print(json.dumps({"ECHOTEXT": text, "RESPTEXT": "served by a command"}))
+')";
+
+class ServeCommand : public ServerTest {
+ protected:
+  void TearDown() override {
+    if (m_pid > 0) {
+      ::kill(m_pid, SIGKILL);
+      ::waitpid(m_pid, nullptr, 0);
+    }
+    boost::filesystem::remove(m_log);
+    ServerTest::TearDown();
+  }
+
+  // Starts veltrane serve; true once it says it is registered.
+  bool Start(const std::string& programId) {
+    m_log =
+        (boost::filesystem::temp_directory_path() / ("veltrane-serve-" + std::to_string(::getpid()) + ".log")).string();
+    const std::string port = std::to_string(Sim().rfcPort());
+    std::vector<std::string> args = {
+        VELTRANE_CLI, "serve",  "--backend",     "nwrfc",          "--program-id",
+        programId,    "--host", Sim().rfcHost(), "--gwserv",       port,
+        "--user",     "DEMO",   "--sdk",         Narrow(SdkDir()), std::string("STFC_CONNECTION=") + kAnswer};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    std::vector<std::string> env = {"VELTRANE_PASSWORD=Welcome1", "PATH=/usr/bin:/bin"};
+    for (char** e = environ; *e; ++e)
+      if (std::string(*e).rfind("ASAN_", 0) == 0 || std::string(*e).rfind("UBSAN_", 0) == 0 ||
+          std::string(*e).rfind("TSAN_", 0) == 0 || std::string(*e).rfind("LD_", 0) == 0)
+        env.push_back(*e);
+    std::vector<char*> envp;
+    for (auto& e : env) envp.push_back(e.data());
+    envp.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 2, m_log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    const int rc = posix_spawn(&m_pid, VELTRANE_CLI, &actions, nullptr, argv.data(), envp.data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0) return false;
+    return PumpUntil([&] { return ReadFile(m_log).find("registered at") != std::string::npos; },
+                     std::chrono::seconds(60));
+  }
+
+  ProgramAnswer Call(const std::string& programId, const std::string& text) {
+    ProgramCall call;
+    call.programId = programId;
+    call.function = "STFC_CONNECTION";
+    call.parameters = R"({"REQUTEXT":")" + text + R"("})";
+    return CallProgram(call);
+  }
+
+  pid_t m_pid = -1;
+  std::string m_log;
+};
+
+TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
+  const std::string program = Narrow(NewProgramId("SERVE"));
+  ASSERT_TRUE(Start(program)) << ReadFile(m_log);
+
+  const ProgramAnswer echo = Call(program, "hello");
+  ASSERT_EQ(echo.rc, RFC_OK) << echo.message;
+  EXPECT_NE(echo.result.find(R"("ECHOTEXT":"hello")"), std::string::npos) << echo.result;
+  EXPECT_NE(echo.result.find("served by a command"), std::string::npos) << echo.result;
+
+  const ProgramAnswer raised = Call(program, "raise");
+  ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
+  EXPECT_EQ(raised.exception, "NOT_FOUND");
+
+  const ProgramAnswer crashed = Call(program, "crash");
+  ASSERT_EQ(crashed.rc, RFC_OK) << crashed.message;
+  EXPECT_EQ(crashed.exception, "SYSTEM_FAILURE");
+
+  EXPECT_EQ(Call(program, "again").rc, RFC_OK) << "the server serves on";
+
+  ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
+  int status = -1;
+  ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
+  m_pid = -1;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  const std::string log = ReadFile(m_log);
+  EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: ok"), std::string::npos) << log;
+  EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: exception NOT_FOUND"), std::string::npos) << log;
+  // The shell reports its command's death as an exit status of 128 + 9.
+  EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: failed: the command exited with 137"), std::string::npos) << log;
+  EXPECT_NE(log.find("serve: shutting down"), std::string::npos) << log;
+}
+
+TEST_F(ServeCommand, ADroppedGatewayIsRegisteredAgain) {
+  const std::string program = Narrow(NewProgramId("SERVEDROP"));
+  ASSERT_TRUE(Start(program)) << ReadFile(m_log);
+  ASSERT_EQ(Call(program, "before").rc, RFC_OK);
+  EXPECT_GE(DropPrograms(), 1);
+  ASSERT_TRUE(PumpUntil([&] { return ReadFile(m_log).find("registering again") != std::string::npos; }))
+      << ReadFile(m_log);
+  ASSERT_TRUE(PumpUntil([&] { return Call(program, "after").rc == RFC_OK; }, std::chrono::seconds(60)));
+}
+
+}  // namespace
+}  // namespace servertest

@@ -1,0 +1,142 @@
+// Shared by the server tests: veltrane-sim with the interfaces of data/, a
+// registered server of each class pointed at its gateway, a sink that
+// answers the server's events, and the system's calls into the registered
+// program (Z_VSIM_CALL_PROGRAM), made from a thread of their own while the
+// test's apartment pumps.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "nwrfc/nwrfc_library.h"
+#include "platform/atlbase.h"
+#include "platform/objbase.h"
+#include "testing/sim_process.h"
+#include "veltrane_tlb.h"
+
+namespace servertest {
+
+vsim::testing::SimProcess& Sim();
+std::u16string SdkDir();
+std::u16string Wide(const std::string& text);
+std::string Narrow(std::u16string_view text);
+std::string Text(BSTR text);
+// A program ID of its own for each use.
+std::u16string NewProgramId(const char* what);
+// The loaded SDK (loaded from SdkDir() when needed).
+const veltrane::nwrfc::EntryPoints& Sdk();
+
+// What a call of the system into a registered program gave.
+struct ProgramCall {
+  std::string programId, function, parameters = "{}";
+  std::string mode = "S", tid, confirm = "X";
+  long timeoutMs = 20000;
+};
+struct ProgramAnswer {
+  RFC_RC rc = RFC_UNKNOWN_ERROR;
+  std::string key, message;  // of a failed call
+  std::string result, exception, exceptionText, tidUsed;
+  bool executedBefore = false;
+};
+// Runs Z_VSIM_CALL_PROGRAM as DEMO on a thread of its own; the calling
+// thread pumps its apartment meanwhile (bounded, so a broken build fails
+// instead of hanging).
+ProgramAnswer CallProgram(const ProgramCall& call);
+// The same without pumping: the answer arrives on the future.
+std::thread StartProgramCall(const ProgramCall& call, ProgramAnswer* answer, std::atomic<bool>* done);
+// Pumps the calling apartment until done holds or the time is up; false then.
+bool PumpUntil(const std::function<bool()>& done, std::chrono::milliseconds limit = std::chrono::seconds(60));
+// Shutdown from a thread of its own while the calling apartment pumps, so
+// that an event still on its way to this apartment cannot hold it up.
+HRESULT ShutdownPumping(IRfcServer* server);
+// Drops every registered program at the gateway (Z_VSIM_GATEWAY DROP).
+long DropPrograms();
+// A function module's interface from the system's dictionary.
+CComPtr<IFunctionCall> ImportInterface(const char16_t* name);
+
+// A _RfcServerEvents sink. Each event is noted as "<Event> <detail>" (the
+// function, the user or the transaction ID) with the thread it ran on, then
+// handed to the handler set for it, if any.
+class ServerSink : public IDispatch {
+ public:
+  using Handler = std::function<HRESULT(IDispatch* argument)>;
+
+  static CComPtr<ServerSink> Create() {
+    CComPtr<ServerSink> sink;
+    sink.Attach(new ServerSink());
+    return sink;
+  }
+
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
+  ULONG STDMETHODCALLTYPE Release() override;
+  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
+    *n = 0;
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
+                                   UINT*) override;
+
+  void On(DISPID event, Handler handler);
+  // Advises the sink to server's connection point from the calling apartment.
+  DWORD AdviseTo(IRfcServer* server);
+  std::vector<std::string> Events();
+  std::vector<std::thread::id> Threads();
+  // True when at least n events have come.
+  bool WaitFor(size_t n, std::chrono::milliseconds limit = std::chrono::seconds(30));
+
+ private:
+  ServerSink() = default;
+  std::atomic<ULONG> m_refs{1};
+  std::mutex m_mutex;
+  std::condition_variable m_changed;
+  std::map<DISPID, Handler> m_handlers;
+  std::vector<std::string> m_events;
+  std::vector<std::thread::id> m_threads;
+};
+
+// The events' DISPIDs.
+enum : DISPID {
+  kIncomingCall = 1,
+  kLogon = 2,
+  kServerError = 3,
+  kTransactionCheck = 4,
+  kTransactionCommit = 5,
+  kTransactionRollback = 6,
+  kTransactionConfirm = 7
+};
+
+// The argument of an event as the interface it is.
+template <class Itf>
+CComPtr<Itf> As(IDispatch* argument) {
+  CComPtr<Itf> itf;
+  if (argument) argument->QueryInterface(__uuidof(Itf), reinterpret_cast<void**>(&itf));
+  return itf;
+}
+
+// A test with an apartment on its thread and a fresh trace.
+class ServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+};
+
+// The values of a parameter of a call, by group ("Importing" ...) and name.
+CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
+CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);
+void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value);
+std::string TextOf(const VARIANT& value);
+long NumberOf(const VARIANT& value);
+
+}  // namespace servertest
