@@ -14,7 +14,9 @@ INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
                                            SessionBackend{"NWRfc", u"NWRFC", &StartNWRfcSystem,
                                                           AbortCall::LetsTheCallFinish, SecondCall::GoesToTheSdk,
                                                           ActiveInCallFinished::Yes},
-                                           SessionBackend{"Rfc", u"RFC", &StartRfcSystem}),
+                                           SessionBackend{"Rfc", u"RFC", &StartRfcSystem, AbortCall::StopsTheCall,
+                                                          SecondCall::Refused, ActiveInCallFinished::No,
+                                                          ImportFailure::ItsOwnResult, ExceptionName::InTheMessage}),
                          PrintBackend);
 
 }  // namespace contract
