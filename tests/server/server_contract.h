@@ -16,6 +16,9 @@ struct ServerClass {
   CLSID clsid;
   // Sets what the class needs beyond ProgramID, GatewayHost and GatewayService.
   std::function<void(IRfcServer*)> configure;
+  // The Status a check handler sets for a transaction already executed:
+  // the server passes it to its SDK as it stands.
+  long executedStatus;
 };
 
 inline void PrintTo(const ServerClass& cls, std::ostream* out) { *out << cls.name; }

@@ -252,12 +252,12 @@ TEST_P(ServerContract, ALogonWithoutAHandlerIsAllowed) {
 
 // A handler that keeps transactions as a program must: executed IDs are
 // answered RFC_EXECUTED (16) until confirmed.
-void KeepTransactions(ServerSink* sink, std::set<std::string>* executed, int* runs) {
-  sink->On(kTransactionCheck, [executed](IDispatch* argument) {
+void KeepTransactions(ServerSink* sink, std::set<std::string>* executed, int* runs, long executedStatus) {
+  sink->On(kTransactionCheck, [executed, executedStatus](IDispatch* argument) {
     CComPtr<IRfcTransactionInfo> info = As<IRfcTransactionInfo>(argument);
     CComBSTR tid;
     info->get_TransactionID(&tid);
-    return info->put_Status(executed->count(Text(tid)) ? 16 : 0);
+    return info->put_Status(executed->count(Text(tid)) ? executedStatus : 0);
   });
   sink->On(kTransactionCommit, [executed](IDispatch* argument) {
     CComPtr<IRfcTransactionInfo> info = As<IRfcTransactionInfo>(argument);
@@ -288,7 +288,7 @@ std::vector<std::string> Without(const std::vector<std::string>& events, const s
 TEST_P(ServerContract, ATransactionRunsCheckCallCommitAndConfirmInOrder) {
   std::set<std::string> executed;
   int runs = 0;
-  KeepTransactions(m_sink, &executed, &runs);
+  KeepTransactions(m_sink, &executed, &runs, GetParam().executedStatus);
   Serve();
   const std::string tid = "0A1B2C3D4E5F60718293A4B6";
   const ProgramAnswer a = Call("Z_SRV_ECHO", "{}", "T", tid, "X");
@@ -304,7 +304,7 @@ TEST_P(ServerContract, ATransactionRunsCheckCallCommitAndConfirmInOrder) {
 TEST_P(ServerContract, TheSameTransactionTwiceRunsOnce) {
   std::set<std::string> executed;
   int runs = 0;
-  KeepTransactions(m_sink, &executed, &runs);
+  KeepTransactions(m_sink, &executed, &runs, GetParam().executedStatus);
   Serve();
   const std::string tid = "0A1B2C3D4E5F60718293A4B7";
   ASSERT_EQ(Call("Z_SRV_ECHO", "{}", "T", tid, "").rc, RFC_OK);
@@ -321,7 +321,7 @@ TEST_P(ServerContract, TheSameTransactionTwiceRunsOnce) {
 TEST_P(ServerContract, AFailedTransactionIsRolledBack) {
   std::set<std::string> executed;
   int runs = 0;
-  KeepTransactions(m_sink, &executed, &runs);
+  KeepTransactions(m_sink, &executed, &runs, GetParam().executedStatus);
   m_sink->On(kIncomingCall, [](IDispatch* argument) {
     return As<IFunctionCall>(argument)->RaiseException(CComBSTR(u"NOT_FOUND"), CComBSTR(u""));
   });

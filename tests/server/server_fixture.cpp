@@ -100,6 +100,7 @@ vsim::testing::SimProcess& Sim() {
 }
 
 std::u16string SdkDir() { return VELTRANE_NWRFC_SDK_DIR; }
+std::u16string RfcSdkDir() { return VELTRANE_RFC_SDK_DIR; }
 std::u16string Wide(const std::string& text) { return Utf8ToWide(text); }
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 std::string Text(BSTR text) { return Narrow(BstrView(text)); }

@@ -27,6 +27,8 @@ namespace servertest {
 
 vsim::testing::SimProcess& Sim();
 std::u16string SdkDir();
+// The directory of our librfcum.so.
+std::u16string RfcSdkDir();
 std::u16string Wide(const std::string& text);
 std::string Narrow(std::u16string_view text);
 std::string Text(BSTR text);
