@@ -19,6 +19,7 @@
 #include <thread>
 
 #include "backend_nwrfc.h"
+#include "backend_rfc.h"
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
@@ -342,6 +343,13 @@ int runServe(const ParsedArgs& args) {
     }
     if (!sdk.empty()) check(server->put_Option(bstr("nwrfc.path"), bstr(sdk)), "setting the SDK's directory");
     if (!settings.iniPath.empty()) check(server->put_Option(bstr("nwrfc.ini_path"), bstr(settings.iniPath)), "");
+  } else {
+    std::string sdk = settings.sdkDir;
+    if (sdk.empty()) {
+      std::string note;
+      sdk = findRfcSdk(&note);
+    }
+    if (!sdk.empty()) check(server->put_Option(bstr("librfc.path"), bstr(sdk)), "setting the SDK's directory");
   }
   if (!settings.traceFile.empty()) check(server->put_Option(bstr("trace.file"), bstr(settings.traceFile)), "");
   const std::string gwhost = args.valueOr("gwhost", settings.host);
@@ -366,7 +374,12 @@ int runServe(const ParsedArgs& args) {
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
 
-  if (FAILED(server->Serve())) {
+  // The classic server's Serve succeeds in all cases: a failed start shows
+  // in IsListening and ErrorInfo.
+  const HRESULT served = server->Serve();
+  VARIANT_BOOL listening = VARIANT_FALSE;
+  server->get_IsListening(&listening);
+  if (FAILED(served) || listening != VARIANT_TRUE) {
     CComPtr<IRfcServerErrorInfo> info;
     server->get_ErrorInfo(&info);
     CComBSTR key, message;

@@ -47,14 +47,27 @@ class ServeCommand : public ServerTest {
   }
 
   // Starts veltrane serve; true once it says it is registered.
-  bool Start(const std::string& programId) {
+  bool Start(const std::string& programId, const std::string& backend = "nwrfc") {
     m_log =
         (boost::filesystem::temp_directory_path() / ("veltrane-serve-" + std::to_string(::getpid()) + ".log")).string();
     const std::string port = std::to_string(Sim().rfcPort());
-    std::vector<std::string> args = {
-        VELTRANE_CLI, "serve",  "--backend",     "nwrfc",          "--program-id",
-        programId,    "--host", Sim().rfcHost(), "--gwserv",       port,
-        "--user",     "DEMO",   "--sdk",         Narrow(SdkDir()), std::string("STFC_CONNECTION=") + kAnswer};
+    std::vector<std::string> args = {VELTRANE_CLI,
+                                     "serve",
+                                     "--backend",
+                                     backend,
+                                     "--program-id",
+                                     programId,
+                                     "--host",
+                                     Sim().rfcHost(),
+                                     "--gwserv",
+                                     port,
+                                     "--user",
+                                     "DEMO",
+                                     "--sdk",
+                                     Narrow(backend == "rfc" ? RfcSdkDir() : SdkDir()),
+                                     std::string("STFC_CONNECTION=") + kAnswer};
+    // The classic SDK upper-cases the password unless told otherwise.
+    if (backend == "rfc") args.insert(args.end() - 1, {"--connect", "TOUPPER=0"});
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -119,6 +132,22 @@ TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
   // The shell reports its command's death as an exit status of 128 + 9.
   EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: failed: the command exited with 137"), std::string::npos) << log;
   EXPECT_NE(log.find("serve: shutting down"), std::string::npos) << log;
+}
+
+TEST_F(ServeCommand, TheClassicBackendServesToo) {
+  const std::string program = Narrow(NewProgramId("SERVERFC"));
+  ASSERT_TRUE(Start(program, "rfc")) << ReadFile(m_log);
+  const ProgramAnswer echo = Call(program, "hello");
+  ASSERT_EQ(echo.rc, RFC_OK) << echo.message;
+  EXPECT_NE(echo.result.find(R"("ECHOTEXT":"hello")"), std::string::npos) << echo.result;
+  const ProgramAnswer raised = Call(program, "raise");
+  ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
+  EXPECT_EQ(raised.exception, "NOT_FOUND");
+  ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
+  int status = -1;
+  ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
+  m_pid = -1;
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
 }
 
 TEST_F(ServeCommand, ADroppedGatewayIsRegisteredAgain) {
