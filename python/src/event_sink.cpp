@@ -136,7 +136,6 @@ class EventSink : public UntypedDispatch<EventSink> {
     INT type = 0, qualifier = 0;
     m_singleThreaded = CoGetApartmentType(&type, &qualifier) == S_OK && type != APTTYPE_MTA;
     m_home = std::this_thread::get_id();
-    m_waits = events == DIID__RfcServerEvents;
     if (m_singleThreaded) m_remote = RemoteHandler(m_handler);
   }
 
@@ -157,7 +156,6 @@ class EventSink : public UntypedDispatch<EventSink> {
     if (!m_singleThreaded) return InvokeInMultithreadedApartment(id, riid, lcid, flags, params, result, info, argErr);
     if (std::this_thread::get_id() == m_home)
       return m_handler->Invoke(id, riid, lcid, flags, params, result, info, argErr);
-    if (m_waits) return HandOverAndWait(id, params, result, info);
     return HandOver(id, params);
   }
 
@@ -199,31 +197,6 @@ class EventSink : public UntypedDispatch<EventSink> {
     return remote;
   }
 
-  // For a source that waits for the handler's answer: the firing thread calls
-  // through the proxy and blocks until the connecting thread, which pumps, has
-  // run the handler; its result and failure go back to the source.
-  HRESULT HandOverAndWait(DISPID id, DISPPARAMS* params, VARIANT* result, EXCEPINFO* info) {
-    {
-      std::lock_guard<std::mutex> lock(handovers().mutex);
-      if (handovers().closed) return S_OK;
-      ++handovers().running;
-    }
-    EXCEPINFO failure{};
-    const HRESULT hr =
-        m_remote->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, params, result, &failure, nullptr);
-    if (info)
-      *info = failure;
-    else {
-      SysFreeString(failure.bstrSource);
-      SysFreeString(failure.bstrDescription);
-      SysFreeString(failure.bstrHelpFile);
-    }
-    std::lock_guard<std::mutex> lock(handovers().mutex);
-    --handovers().running;
-    handovers().idle.notify_all();
-    return hr;
-  }
-
   // Copies the arguments and lets a thread of its own wait until the
   // connecting thread runs the handler; the firing thread goes on at once.
   HRESULT HandOver(DISPID id, DISPPARAMS* params) {
@@ -259,7 +232,6 @@ class EventSink : public UntypedDispatch<EventSink> {
   IID m_events;
   CComPtr<PythonHandler> m_handler;
   bool m_singleThreaded = false;
-  bool m_waits = false;  // the source waits for the handler's answer
   std::thread::id m_home;
   CComPtr<IDispatch> m_remote;  // single-threaded apartment: the handler for other threads
 };
