@@ -472,6 +472,10 @@ void CIntRfcTable::getValue() {
   if (trace) Trace(u"received table '%s' val=[", m_name);
   const unsigned count = m_entry->ithandle ? m_sdk.ItFillU(m_entry->ithandle) : 0;
   ThrowIfFailed(m_rows->RemoveAll());
+  if (count == 0) {
+    if (trace) TraceRaw(u"]\n");
+    return;
+  }
   const size_t width = m_def->FieldCount();
   std::vector<CRfcField*> cells;
   cells.reserve(static_cast<size_t>(count) * width);

@@ -60,7 +60,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
   // As the destructor of the call: a thread still listening is asked to
   // cancel and waited for.
   ~ClassicCall() override {
-    if (m_state == kRunning && m_event) {
+    if (m_state == kRunning && m_event && !m_threadDone) {
       m_abort = true;
       Wake();
       m_event->Wait();
@@ -71,6 +71,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
     CRfcSession* session = m_session;
     Send(false);
     if (m_state == kRunning) m_event->Wait();
+    // A read-back that failed leaves the state as it was: the result rules.
     session->JudgeResult(m_result, m_record, m_name);
     session->EndCall();  // destroys this
   }
@@ -86,7 +87,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
   }
 
   void Abort() override {
-    if (m_state != kRunning || !m_event) return;
+    if (m_state != kRunning || !m_event || m_threadDone) return;
     m_abort = true;
     Wake();
     m_event->Wait();
@@ -187,6 +188,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
       Trace(u"listenForResult(): COM ERROR 0x%x %s\n", static_cast<unsigned>(E_FAIL), std::string(e.what()));
     }
     session->m_waiting = false;
+    m_threadDone = true;
     // Nothing of this object is used after the session's callback: an
     // asynchronous call is freed there.
     if (asynchronous) session->OnCallFinished(*this, aborted, closed);
@@ -243,6 +245,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
   const EntryPoints& m_sdk;
   std::atomic<int> m_state{kIdle};
   std::atomic<bool> m_abort{false};
+  std::atomic<bool> m_threadDone{false};  // the thread has nothing left to do with the call
   int m_result = 0;
   unsigned m_handle = 0;
   bool m_asynchronous = false;

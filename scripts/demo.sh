@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # The Veltrane tour: starts veltrane-sim on free loopback ports, talks to it
-# with the veltrane command over SOAP and over NW RFC (our libsapnwrfc.so),
-# and stops it again (also when a step fails).
+# with the veltrane command over SOAP, over NW RFC (our libsapnwrfc.so) and
+# over classic RFC (our librfcum.so), and stops it again (also when a step
+# fails).
 #
 #   scripts/demo.sh BUILD_DIR     (BUILD_DIR holds cli/veltrane, sim/veltrane-sim
-#                                  and lib/veltrane/nwrfcsdk/libsapnwrfc.so)
+#                                  lib/veltrane/nwrfcsdk/libsapnwrfc.so and
+#                                  lib/veltrane/rfcsdk/librfcum.so)
 set -euo pipefail
 
 if [[ $# -ne 1 ]]; then
@@ -132,6 +134,9 @@ RFC_PORT="${RFC##*:}"
 echo "$READY"
 # The NW back end reaches the RFC front through the SDK's gateway service.
 NWRFC=(--backend nwrfc --gwserv "$RFC_PORT")
+# So does the classic back end; its SDK sends user and password in upper case
+# unless TOUPPER=0 says otherwise, and the simulated passwords are case-sensitive.
+CLASSIC=(--backend rfc --gwserv "$RFC_PORT" --connect "TOUPPER=0")
 
 heading "Connecting (the connect sends RFC_PING)"
 export VELTRANE_PASSWORD="Welcome1"
@@ -171,12 +176,25 @@ side_by_side check-unicode --format table
 one_after_the_other call BAPI_FLIGHT_GETLIST AIRLINE=LH MAX_ROWS=3 --format table
 one_after_the_other read-table SCARR --fields CARRID,CARRNAME,CURRCODE --max 4 --format table
 
+heading "The classic RFC back end: our librfcum.so, loaded at the first connect"
+run "${CLASSIC[@]}" ping --format table
+run "${CLASSIC[@]}" call BAPI_FLIGHT_GETLIST AIRLINE=LH MAX_ROWS=3 --format table
+run "${CLASSIC[@]}" read-table SCARR --fields CARRID,CARRNAME,CURRCODE --max 4 --format table
+
 heading "Transactional RFC over NW RFC: sent twice under one ID, run once"
 KEY="DEMO-$$"
 run "${NWRFC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --format table
 run "${NWRFC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
 
+heading "Transactional RFC over classic RFC: the same, on the classic SDK"
+KEY="CLASSIC-$$"
+run "${CLASSIC[@]}" call --trfc --send 2 --confirm Z_VSIM_COUNT_RUNS "KEY=$KEY" --format table
+run "${CLASSIC[@]}" call Z_VSIM_COUNT_RUNS "KEY=$KEY" READ_ONLY=X --format table
+
 heading "A destination, and a batch of calls in one ABAP session"
+# In a subshell: the settings come from the destination alone, and the
+# sections after it keep theirs.
+(
 # The demo's own settings and cache, not the user's.
 export XDG_CONFIG_HOME="$WORK/config" XDG_CACHE_HOME="$WORK/cache"
 mkdir -p "$XDG_CONFIG_HOME/veltrane"
@@ -200,6 +218,7 @@ echo "\$ veltrane batch --dest sim <<'EOF'"
 echo "$BATCH"
 echo "EOF"
 "$VELTRANE_BIN" batch --dest sim <<<"$BATCH"
+)
 
 heading "The system calls a registered server: veltrane serve answers with a command"
 PROGRAM="VELTRANE.DEMO.$$"

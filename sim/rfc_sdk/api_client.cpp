@@ -84,7 +84,7 @@ RFC_HANDLE RfcOpenExU(rfc_char_t* connectParam, RFC_ERROR_INFO_EX* errorInfo) {
         requireArgument(connectParam, "connect string");
         auto c = Connection::open(ConnectOptions::parse(utf8Of(terminated(connectParam))));
         const RFC_HANDLE h = addConnection(c);
-        c->trace("RfcOpenExU handle " + std::to_string(h));
+        c->trace(Entry::RfcOpenExU, "handle " + std::to_string(h));
         return h;
       },
       [&](RFC_RC) -> RFC_HANDLE {
@@ -114,7 +114,7 @@ RFC_RC RfcCallExU(RFC_HANDLE handle, rfc_char_t* function, RFC_PARAMETER* export
       [&]() -> RFC_RC {
         auto c = client(handle);
         const std::string name = objectName(function, "function");
-        c->trace("RfcCallExU " + name);
+        c->trace(Entry::RfcCallExU, name);
         c->functionOut = name;
         c->startCall(invokeFrame(*c, name, {exporting, changing, tables, true}));
         return RFC_OK;
@@ -127,7 +127,7 @@ RFC_RC RfcReceiveExU(RFC_HANDLE handle, RFC_PARAMETER* importing, RFC_PARAMETER*
   return guard(
       [&]() -> RFC_RC {
         auto c = client(handle);
-        c->trace("RfcReceiveExU");
+        c->trace(Entry::RfcReceiveExU);
         return receive(*c, {importing, changing, tables}, c->functionOut, exception);
       },
       failed);
@@ -139,7 +139,7 @@ RFC_RC RfcCallReceiveExU(RFC_HANDLE handle, rfc_char_t* function, RFC_PARAMETER*
       [&]() -> RFC_RC {
         auto c = client(handle);
         const std::string name = objectName(function, "function");
-        c->trace("RfcCallReceiveExU " + name);
+        c->trace(Entry::RfcCallReceiveExU, name);
         c->functionOut = name;
         c->startCall(invokeFrame(*c, name, {exporting, changing, tables, true}));
         return receive(*c, {importing, changing, tables}, name, exception);
@@ -160,7 +160,7 @@ RFC_RC RfcCancelU(RFC_HANDLE handle, RFC_CANCEL_TYPE type) {
         if (raw > RFC_CANCEL_CLOSE)
           fail(RFC_INVALID_PARAMETER, RFC_ERROR_PROGRAM, "Unknown cancel type " + std::to_string(raw));
         auto c = client(handle);
-        c->trace("RfcCancelU " + std::to_string(type));
+        c->trace(Entry::RfcCancelU, std::to_string(raw));
         return c->cancel(type);
       },
       failed);
@@ -198,7 +198,7 @@ RFC_RC RfcCreateTransIDU(RFC_HANDLE handle, RFC_TID tid) {
     } catch (const proto::ProtocolError& e) {
       fail(RFC_FAILURE, RFC_ERROR_PROTOCOL, e.what());
     }
-    c->trace("RfcCreateTransIDU " + utf8Of(terminated(tid)));
+    c->trace(Entry::RfcCreateTransIDU, utf8Of(terminated(tid)));
   });
 }
 
@@ -224,7 +224,7 @@ RFC_RC RfcIndirectCallExU(RFC_HANDLE handle, rfc_char_t* function, RFC_PARAMETER
         auto c = client(handle);
         const std::string name = objectName(function, "function");
         const std::string id = tidText(tid);
-        c->trace("RfcIndirectCallExU " + name + " " + id);
+        c->trace(Entry::RfcIndirectCallExU, name + " " + id);
         proto::FrameBuilder f(MessageKind::Transaction, 1024);
         proto::writeTransactionHead(f.writer(), {id, "", 1});
         proto::writeInvokeHead(f.writer(), {name, {}});
@@ -246,7 +246,7 @@ RFC_RC RfcConfirmTransIDU(RFC_HANDLE handle, RFC_TID tid) {
   return guardRc([&] {
     auto c = client(handle);
     const std::string id = tidText(tid);
-    c->trace("RfcConfirmTransIDU " + id);
+    c->trace(Entry::RfcConfirmTransIDU, id);
     proto::FrameBuilder f(MessageKind::Confirm);
     f.writer().text(id);
     expectOk(c->request(f.finish()));

@@ -238,7 +238,7 @@ RFC_RC RfcGetFunctionInfoAsTableU(RFC_HANDLE handle, SAP_CHAR* function, ITAB_H*
         auto c = client(handle);
         requireArgument(funint, "funint");
         const std::string name = objectName(function, "function");
-        c->trace("RfcGetFunctionInfoAsTableU " + name);
+        c->trace(Entry::RfcGetFunctionInfoAsTableU, name);
         return described(*c, exception, nullptr, [&] {
           const proto::FunctionInfo& info = c->describeFunction(name);
           InternalTable& t = outputTable(funint, u"funcinfo", sizeof(RFC_U_FUNINT));
@@ -322,7 +322,7 @@ RFC_RC RfcGetStructureInfoFlatU(RFC_HANDLE handle, SAP_CHAR* name, int install, 
         requireArgument(fields, "fields");
         requireArgument(fieldCount, "fieldCount");
         const std::string n = objectName(name, "structure");
-        c->trace("RfcGetStructureInfoFlatU " + n);
+        c->trace(Entry::RfcGetStructureInfoFlatU, n);
         return described(*c, exception, "TABLE_NOT_ACTIVE", [&] {
           const auto types = c->describeType(n);
           const proto::TypeInfo& t = types.back();

@@ -202,7 +202,7 @@ void confirm(Connection& c, const std::string& frame) {
     confirmEx = reg.confirmEx;
     plain = reg.confirm;
   }
-  c.trace("confirm " + utf8Of(tid));
+  c.trace(Entry::RfcDispatchU, "confirm " + utf8Of(tid));
   if (confirmEx)
     confirmEx(id, c.handle());
   else if (plain)
@@ -279,7 +279,7 @@ RFC_RC serveCall(Connection& c, std::string frame) {
   } end{s};
   const std::string name = s.head.function;
   const bool transactional = s.head.type == proto::CallType::Transactional;
-  c.trace("dispatch " + name + (transactional ? " tid " + s.head.tid : ""));
+  c.trace(Entry::RfcDispatchU, name + (transactional ? " tid " + s.head.tid : ""));
   if (!logonAllowed(c)) return RFC_CLOSED;
 
   RFC_TID tid{};
@@ -338,7 +338,7 @@ RFC_RC answer(Connection& c, std::string frame) {
 RFC_HANDLE accept(const std::vector<std::string>& args) {
   auto c = Connection::registerAt(parseServerArguments(args));
   const RFC_HANDLE h = addConnection(c);
-  c->trace("RfcAcceptU handle " + std::to_string(h));
+  c->trace(Entry::RfcAcceptU, "handle " + std::to_string(h));
   return h;
 }
 

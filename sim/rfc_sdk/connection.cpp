@@ -32,14 +32,15 @@ Connection::Connection(Role role, bool trace) : role_(role), trace_(trace) {}
 
 Connection::~Connection() { close(false); }
 
-void Connection::trace(const std::string& line) {
+void Connection::trace(veltrane::sdk::rfc::Entry entry, const std::string& detail) {
   if (!trace_) return;
   if (traceFile_.empty()) {
     const char* dir = std::getenv("RFC_TRACE_DIR");
     traceFile_ = std::string(dir && *dir ? dir : ".") + "/rfc" + std::to_string(::getpid()) + "_" +
                  std::to_string(handle_) + ".trc";
   }
-  std::ofstream(traceFile_, std::ios::app) << line << '\n';
+  std::ofstream(traceFile_, std::ios::app)
+      << veltrane::sdk::rfc::entryName(entry) << (detail.empty() ? "" : " ") << detail << '\n';
 }
 
 void Connection::connectTo(const std::string& host, const std::string& port) {

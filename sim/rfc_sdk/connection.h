@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "rfc/rfc_entry_points.h"
 #include "rfc_protocol/client_socket.h"
 #include "rfc_protocol/messages.h"
 #include "rfc_sdk/errors.h"
@@ -89,7 +90,8 @@ class Connection {
   };
   ServerState server;
 
-  void trace(const std::string& line);
+  // With TRACE=1 (-t for a server): a line naming the entry point, from the list, and `detail`.
+  void trace(veltrane::sdk::rfc::Entry entry, const std::string& detail = {});
 
  private:
   Connection(Role role, bool trace);

@@ -53,6 +53,21 @@ TEST_F(Calls, AnAbapExceptionIsGroup105WithItsName) {
   EXPECT_FALSE(ErrorFlag(m_session));
 }
 
+TEST_F(Calls, TablesComeBackAndAnEmptyOneReadsZeroRows) {
+  CComPtr<IFunctionCall> call = Import(u"BAPI_FLIGHT_GETLIST");
+  ASSERT_TRUE(call);
+  SetValue(call, u"Importing", u"AIRLINE", CComVariant(u"LH"));
+  SetValue(call, u"Importing", u"MAX_ROWS", CComVariant(static_cast<int32_t>(3)));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK) << ErrorDescription();
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  LONG flights = 0, ranges = -1;
+  Rows(call, u"Tables", u"FLIGHT_LIST")->get_Count(&flights);
+  Rows(call, u"Tables", u"DATE_RANGE")->get_Count(&ranges);
+  EXPECT_EQ(flights, 3);
+  EXPECT_EQ(ranges, 0);
+  EXPECT_EQ(Text(Cell(Rows(call, u"Tables", u"FLIGHT_LIST"), 1, u"AIRLINEID")), "LH");
+}
+
 TEST_F(Calls, AbortCallWithNothingRunningSucceeds) { EXPECT_EQ(m_session->AbortCall(), S_OK); }
 
 TEST_F(Calls, DisconnectAlwaysSucceeds) {

@@ -42,7 +42,7 @@ TEST_F(Call, ListenNeverBlocksAndSaysRetryUntilTheAnswerIsThere) {
   int retries = 0;
   RFC_RC rc;
   const auto start = std::chrono::steady_clock::now();
-  while ((rc = RfcListenU(h)) == RFC_RETRY) {
+  while ((rc = RfcListenU(h)) == RFC_RETRY && std::chrono::steady_clock::now() - start < 10s) {
     const auto one = std::chrono::steady_clock::now();
     ++retries;
     std::this_thread::sleep_for(20ms);
@@ -133,7 +133,9 @@ TEST_F(Call, ThePartnerGoingAwayShowsAsClosedInListen) {
   Wait w(10);
   ASSERT_EQ(w.send(h), RFC_OK);
   RFC_RC rc;
-  while ((rc = RfcListenU(h)) == RFC_RETRY) std::this_thread::sleep_for(10ms);
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while ((rc = RfcListenU(h)) == RFC_RETRY && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(10ms);
   EXPECT_EQ(rc, RFC_CLOSED);
   RFC_ERROR_INFO_EX info{};
   ASSERT_EQ(RfcLastErrorExU(&info), 0);

@@ -230,6 +230,23 @@ class Server : public Connected {
   }
 };
 
+// The gateway lists a program shortly after its registration is answered.
+void waitUntilListed(const std::string& id) {
+  const RFC_HANDLE h = open();
+  std::u16string fn = u"Z_VSIM_GATEWAY";
+  for (int i = 0; i < 500; ++i) {
+    RFC_STRING programs = nullptr;
+    Parameters out;
+    out.add("PROGRAMS", RFCTYPE_STRING, &programs, 0);
+    ASSERT_EQ(RfcCallReceiveExU(h, fn.data(), nullptr, out.data(), nullptr, nullptr, nullptr), RFC_OK) << lastError();
+    const bool listed = programs && std::string(reinterpret_cast<char*>(programs)).find(id) != std::string::npos;
+    RfcFreeStringU(programs);
+    if (listed) break;
+    std::this_thread::sleep_for(10ms);
+  }
+  RfcCloseU(h);
+}
+
 TEST_F(Server, ASynchronousCallGetsAndSendsData) {
   Program program(programId("SYNC"));
   const Answer a = callProgram(program.id(), "Z_ECHO", R"({"TEXT":"hello","NUMBER":21,"ROWS":["given"]})");
@@ -366,6 +383,7 @@ TEST_F(Server, ADroppedGatewayConnectionEndsDispatchWithClosed) {
   const int before = disconnects.load(), freedBefore = frees.load();
   {
     Program program(programId("DROP"));
+    waitUntilListed(program.id());
     std::u16string drop = u"DROP      ";
     Parameters in;
     in.add("ACTION", RFCTYPE_CHAR, drop.data(), 20);

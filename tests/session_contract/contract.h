@@ -55,6 +55,15 @@ enum class SecondCall { Refused, GoesToTheSdk };
 // call's thread (the suite then does not look at it right after the event).
 enum class ActiveInCallFinished { No, Yes };
 
+// What ImportCall gives when a parameter it added cannot be fetched back by
+// its name: text 519, the failure raised and caught at the boundary; or the
+// failing step's own result, where the back end's import checks each step.
+enum class ImportFailure { Unexpected, ItsOwnResult };
+
+// Where an ABAP exception's name goes: the record's key, or its message with
+// the key left empty.
+enum class ExceptionName { InTheKey, InTheMessage };
+
 // One back end: its name, what SessionType says, how to reach the system,
 // and where it differs by design.
 struct SessionBackend {
@@ -64,6 +73,8 @@ struct SessionBackend {
   AbortCall abort = AbortCall::StopsTheCall;
   SecondCall secondCall = SecondCall::Refused;
   ActiveInCallFinished activeInCallFinished = ActiveInCallFinished::No;
+  ImportFailure importFailure = ImportFailure::Unexpected;
+  ExceptionName exceptionName = ExceptionName::InTheKey;
 };
 
 inline std::string PrintBackend(const ::testing::TestParamInfo<SessionBackend>& info) { return info.param.name; }
