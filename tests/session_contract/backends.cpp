@@ -6,8 +6,8 @@
 namespace contract {
 
 std::unique_ptr<ContractSystem> StartSoapSystem();   // soap_system.cpp
-std::unique_ptr<ContractSystem> StartNWRfcSystem();  // nwrfc_system.cpp
-std::unique_ptr<ContractSystem> StartRfcSystem();    // rfc_system.cpp
+std::unique_ptr<ContractSystem> StartNWRfcSystem();  // sdk_systems.cpp
+std::unique_ptr<ContractSystem> StartRfcSystem();    // sdk_systems.cpp
 
 INSTANTIATE_TEST_SUITE_P(Backends, SessionContract,
                          ::testing::Values(SessionBackend{"Soap", u"SOAP", &StartSoapSystem},

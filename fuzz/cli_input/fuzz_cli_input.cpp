@@ -1,0 +1,39 @@
+// What the command reads from files and standard input, on arbitrary text:
+// a destinations file and a line of a batch are taken or refused with a
+// usage error, and never fail otherwise. A destination's entries are
+// connection options and hold no password.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "batch_line.h"
+#include "destinations.h"
+#include "failure.h"
+#include "text.h"
+
+namespace {
+
+void Fail(const char* what, const std::string& text) {
+  std::fprintf(stderr, "%s: %s\n", what, text.c_str());
+  std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  using namespace veltrane::cli;
+  try {
+    for (const auto& [key, value] : destinationEntries(text, "sim", "fuzz.ini")) {
+      if (key.find("password") != std::string::npos) Fail("a password key was taken", text);
+      if (key.empty()) Fail("an empty key was taken", text);
+    }
+  } catch (const UsageError&) {}
+  try {
+    const BatchCall call = parseBatchLine(text);
+    if (call.function.empty() || call.function != upperAscii(call.function)) Fail("a bad function was taken", text);
+    if (!call.parameters.is_object()) Fail("parameters that are no object were taken", text);
+  } catch (const UsageError&) {}
+  return 0;
+}

@@ -1,0 +1,118 @@
+"""Events of a registered server: the worker that received the call waits
+until the Python handler, run on the subscribing thread while it pumps, has
+filled the exports or failed."""
+
+import os
+import pathlib
+import threading
+
+import pytest
+
+import veltrane
+from conftest import USER, PASSWORD, start_sim
+
+SERVER_DATA = pathlib.Path(__file__).resolve().parent.parent / "server" / "data"
+
+
+@pytest.fixture(scope="module")
+def sim():
+    s = start_sim("--data-dir", str(SERVER_DATA))
+    yield s
+    assert s.stop() == 0
+
+
+@pytest.fixture
+def session(sim):
+    s = veltrane.Dispatch("Veltrane.NWRfcSession")
+    s.Option["nwrfc.path"] = os.environ["VELTRANE_NWRFC_SDK_DIR"]
+    s.RfcSystemData.ConnectString = "ashost=%s gwserv=%d" % (sim.rfc_host, sim.rfc_port)
+    s.LogonData.User = USER
+    s.LogonData.Password = PASSWORD
+    s.LogonData.Client = "001"
+    s.Connect()
+    yield s
+    s.Disconnect()
+
+
+class Echo:
+    def __init__(self):
+        self.calls = []
+        self.threads = []
+
+    def OnIncomingCall(self, fn):
+        self.calls.append(fn.Function)
+        self.threads.append(threading.get_ident())
+        text = fn.Importing["IV_TEXT"].value
+        if text == "fail":
+            raise RuntimeError("handler failed on purpose")
+        if text == "raise":
+            fn.RaiseException("NOT_FOUND", "nothing for " + text)
+            return
+        fn.Exporting["EV_TEXT"].value = "py:" + text
+
+
+def serve(sim, handler_class, name):
+    server = veltrane.DispatchWithEvents("Veltrane.NWRfcServer", handler_class)
+    server.ProgramID = "VPY_%s_%d" % (name, os.getpid())
+    server.GatewayHost = sim.rfc_host
+    server.GatewayService = str(sim.rfc_port)
+    server.Option["nwrfc.path"] = os.environ["VELTRANE_NWRFC_SDK_DIR"]
+    return server
+
+
+def call_program(sim, program, parameters):
+    """Lets the system call the registered program from another thread while this one pumps."""
+    answer = {}
+
+    def run():
+        with veltrane.connect(url=sim.url, user=USER, passwd=PASSWORD) as c:
+            answer.update(c.call("Z_VSIM_CALL_PROGRAM", PROGRAM_ID=program, FUNCTION="Z_SRV_ECHO",
+                                 PARAMETERS=parameters, MODE="S", CONFIRM="X", TIMEOUT_MS=20000))
+
+    worker = threading.Thread(target=run)
+    worker.start()
+    while worker.is_alive():
+        veltrane.pump(0.1)
+    worker.join()
+    return answer
+
+
+def test_the_worker_waits_for_the_handler_that_fills_the_exports(sim, session):
+    server = serve(sim, Echo, "ECHO")
+    server.InstallFunction(session.ImportCall("Z_SRV_ECHO", False))
+    server.Serve()
+    try:
+        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"hello"}')
+        assert '"EV_TEXT":"py:hello"' in answer["RESULT"], answer
+        assert server.calls == ["Z_SRV_ECHO"]
+        assert server.threads == [threading.get_ident()]
+    finally:
+        server.Shutdown()
+
+
+def test_an_abap_exception_set_by_the_handler_reaches_the_caller(sim, session):
+    server = serve(sim, Echo, "RAISE")
+    server.InstallFunction(session.ImportCall("Z_SRV_ECHO", False))
+    server.Serve()
+    try:
+        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"raise"}')
+        assert answer["EXCEPTION"] == "NOT_FOUND", answer
+        assert answer["EXCEPTION_TEXT"] == "nothing for raise", answer
+    finally:
+        server.Shutdown()
+
+
+@pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
+def test_a_failing_handler_leaves_the_exports_and_the_server_serves_on(sim, session):
+    server = serve(sim, Echo, "FAIL")
+    server.InstallFunction(session.ImportCall("Z_SRV_ECHO", False))
+    server.Serve()
+    try:
+        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"fail"}')
+        assert '"EV_TEXT":""' in answer["RESULT"], answer
+        assert server.calls == ["Z_SRV_ECHO"]
+        # The server goes on serving after a failed call.
+        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"again"}')
+        assert '"EV_TEXT":"py:again"' in answer["RESULT"], answer
+    finally:
+        server.Shutdown()
