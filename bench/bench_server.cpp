@@ -53,7 +53,7 @@ CComPtr<IRfcSession> Session() {
 }
 
 // Answers IncomingCall: ECHOTEXT gets REQUTEXT.
-class EchoSink : public IDispatch {
+class EchoSink final : public IDispatch {
  public:
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
     if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__RfcServerEvents) {
