@@ -95,12 +95,21 @@ class EchoSink final : public IDispatch {
   std::atomic<ULONG> m_refs{1};
 };
 
+// A server class and where its SDK is.
+struct ServerKind {
+  const CLSID* clsid;
+  const char16_t* pathOption;
+  const char16_t* sdkDir;
+};
+const ServerKind kNWRfcServer{&CLSID_NWRfcServer, u"nwrfc.path", VELTRANE_NWRFC_SDK_DIR};
+const ServerKind kRfcServer{&CLSID_RfcServer, u"librfc.path", VELTRANE_RFC_SDK_DIR};
+
 // A registered server of STFC_CONNECTION whose sink advised from the
 // calling thread's apartment.
-CComPtr<IRfcServer> StartServer(const std::u16string& program, IFunctionCall* prototype) {
+CComPtr<IRfcServer> StartServer(const ServerKind& kind, const std::u16string& program, IFunctionCall* prototype) {
   CComPtr<IRfcServer> server;
-  CoCreateInstance(CLSID_NWRfcServer, nullptr, CLSCTX_INPROC_SERVER, IID_IRfcServer, reinterpret_cast<void**>(&server));
-  server->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(VELTRANE_NWRFC_SDK_DIR));
+  CoCreateInstance(*kind.clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IRfcServer, reinterpret_cast<void**>(&server));
+  server->put_Option(CComBSTR(kind.pathOption), CComBSTR(kind.sdkDir));
   server->put_ProgramID(CComBSTR(program));
   server->put_GatewayHost(CComBSTR(Wide(Sim().rfcHost())));
   server->put_GatewayService(CComBSTR(Wide(std::to_string(Sim().rfcPort()))));
@@ -154,11 +163,10 @@ CComPtr<IFunctionCall> Prototype() {
   return call;
 }
 
-void ServerCallSta(benchmark::State& state) {
+void ServerCallSta(benchmark::State& state, const ServerKind& kind, const char16_t* program) {
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   {
-    const std::u16string program = u"VBENCH.STA";
-    CComPtr<IRfcServer> server = StartServer(program, Prototype());
+    CComPtr<IRfcServer> server = StartServer(kind, program, Prototype());
     // The system's calls come from a thread of their own; this apartment
     // pumps until each is answered.
     std::mutex mutex;
@@ -206,11 +214,10 @@ void ServerCallSta(benchmark::State& state) {
   CoUninitialize();
 }
 
-void ServerCallMta(benchmark::State& state) {
+void ServerCallMta(benchmark::State& state, const ServerKind& kind, const char16_t* program) {
   CoInitializeEx(nullptr, COINIT_MULTITHREADED);
   {
-    const std::u16string program = u"VBENCH.MTA";
-    CComPtr<IRfcServer> server = StartServer(program, Prototype());
+    CComPtr<IRfcServer> server = StartServer(kind, program, Prototype());
     Caller caller(program);
     bool failed = false;
     for (auto _ : state) failed = !caller.Call() || failed;
@@ -241,8 +248,22 @@ void ClientCall(benchmark::State& state) {
   CoUninitialize();
 }
 
-BENCHMARK(ServerCallSta)->Name("ServerCall/sta")->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(ServerCallMta)->Name("ServerCall/mta")->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(ServerCallSta, NWRfcServer, kNWRfcServer, u"VBENCH.NW.STA")
+    ->Name("ServerCall/NWRfcServer/sta")
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(ServerCallMta, NWRfcServer, kNWRfcServer, u"VBENCH.NW.MTA")
+    ->Name("ServerCall/NWRfcServer/mta")
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(ServerCallSta, RfcServer, kRfcServer, u"VBENCH.CL.STA")
+    ->Name("ServerCall/RfcServer/sta")
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(ServerCallMta, RfcServer, kRfcServer, u"VBENCH.CL.MTA")
+    ->Name("ServerCall/RfcServer/mta")
+    ->UseRealTime()
+    ->Unit(benchmark::kMicrosecond);
 BENCHMARK(ClientCall)->Name("ClientCall/STFC_CONNECTION")->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace
