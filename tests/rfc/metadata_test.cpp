@@ -105,6 +105,27 @@ TEST_F(Metadata, FieldsKeepBothLayoutsAndTheirLengths) {
   EXPECT_EQ(c2, 4);
 }
 
+TEST_F(Metadata, ATableTypeIsATableOfItsRowStructure) {
+  CComPtr<IRfcType> table;
+  ASSERT_EQ(m_session->ImportType(CComBSTR(u"ZVSIM_FLAT_TT"), &table), S_OK) << ErrorDescription();
+  RFCTYPEKIND kind{};
+  table->get_Kind(&kind);
+  EXPECT_EQ(kind, RFCTYPEKIND_TABLE);
+  CComBSTR name;
+  table->get_name(&name);
+  EXPECT_EQ(Narrow(name.View()), "ZVSIM_FLAT_TT");
+  CComPtr<IRfcType> row;
+  ASSERT_EQ(table->get_RowType(&row), S_OK);
+  ASSERT_TRUE(row);
+  row->get_Kind(&kind);
+  EXPECT_EQ(kind, RFCTYPEKIND_STRUCT);
+  CComPtr<IRfcType> packed = Member(row, u"PACKED");
+  ASSERT_TRUE(packed);
+  LONG c2 = 0;
+  packed->get_StructLength(&c2);
+  EXPECT_EQ(c2, 8);
+}
+
 TEST_F(Metadata, AStructureThatIsNotThereReports524) {
   CComPtr<IRfcType> type;
   EXPECT_EQ(m_session->ImportType(CComBSTR(u"ZNO_SUCH_STRUCTURE"), &type), static_cast<HRESULT>(0x8004020C));
