@@ -2,6 +2,7 @@
 // connect, synchronous and asynchronous calls, aborts, failures.
 #include <dirent.h>
 
+#include <future>
 #include <thread>
 
 #include "rfc/call_event.h"
@@ -66,6 +67,32 @@ TEST_F(Calls, TablesComeBackAndAnEmptyOneReadsZeroRows) {
   EXPECT_EQ(flights, 3);
   EXPECT_EQ(ranges, 0);
   EXPECT_EQ(Text(Cell(Rows(call, u"Tables", u"FLIGHT_LIST"), 1, u"AIRLINEID")), "LH");
+}
+
+TEST_F(Calls, AReadBackThatFailsOnTheCallsThreadEndsASynchronousCall) {
+  // A packed number the system does not fill reads back as zero bytes,
+  // which the SDK refuses to convert: the thread's read-back fails.
+  CComPtr<IFunctionCall> call = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(call);
+  CComPtr<IRfcType> packed;
+  ASSERT_EQ(m_session->CreateType(&packed), S_OK);
+  packed->DefineScalar(CComBSTR(u"P5"), TYPE_BCD, 5, 0, -1);
+  CComPtr<IRfcParameters> exporting;
+  call->get_Exporting(&exporting);
+  ASSERT_EQ(exporting->AddParameter(CComBSTR(u"ZZ_UNKNOWN"), packed), S_OK);
+  SetValue(call, u"Importing", u"REQUTEXT", CComVariant(u"x"));
+  auto done = std::async(std::launch::async, [&] {
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    const HRESULT hr = m_session->CallFunction(call, VARIANT_TRUE);
+    CoUninitialize();
+    return hr;
+  });
+  ASSERT_EQ(done.wait_for(std::chrono::seconds(30)), std::future_status::ready) << "the call does not come back";
+  EXPECT_EQ(done.get(), S_OK);
+  // The session takes the next call.
+  CComPtr<IFunctionCall> ping = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
 }
 
 TEST_F(Calls, AbortCallWithNothingRunningSucceeds) { EXPECT_EQ(m_session->AbortCall(), S_OK); }
