@@ -2,11 +2,14 @@
 // connect, synchronous and asynchronous calls, aborts, failures.
 #include <dirent.h>
 
+#include <algorithm>
 #include <future>
 #include <thread>
 
 #include "rfc/call_event.h"
+#include "platform/unicode.h"
 #include "rfc_fixture.h"
+#include "temp_dir.h"
 
 namespace rfctest {
 namespace {
@@ -52,6 +55,56 @@ TEST_F(Calls, AnAbapExceptionIsGroup105WithItsName) {
   EXPECT_EQ(error.message, "NOT_FOUND");
   EXPECT_EQ(error.key, "");
   EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Calls, AnAbapExceptionStillReadsTheTablesBack) {
+  CComPtr<IFunctionCall> call = Import(u"RFC_READ_TABLE");
+  ASSERT_TRUE(call);
+  SetValue(call, u"Importing", u"QUERY_TABLE", CComVariant(u"SFLIGHT"));
+  CComPtr<IRfcRows> fields = Rows(call, u"Tables", u"FIELDS"), data = Rows(call, u"Tables", u"DATA");
+  CComPtr<IRfcFields> row;
+  ASSERT_EQ(fields->AddRow(&row), S_OK);
+  CComPtr<IRfcField> name;
+  ASSERT_EQ(row->get_Item(CComVariant(u"FIELDNAME"), &name), S_OK);
+  ASSERT_EQ(name->put_value(CComVariant(u"NO_SUCH_FIELD")), S_OK);
+  ASSERT_EQ(data->AddRows(2), S_OK);
+  CComPtr<IRfcFields> sent;
+  ASSERT_EQ(data->get_Item(1, &sent), S_OK);
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  const ErrorText error = ErrorOf(m_session);
+  EXPECT_EQ(error.group, 105);
+  EXPECT_EQ(error.message, "FIELD_NOT_VALID");
+  // The SDK's tables are read back: new rows replace the ones sent.
+  LONG count = -1;
+  data->get_Count(&count);
+  EXPECT_EQ(count, 2);
+  CComPtr<IRfcFields> received;
+  ASSERT_EQ(data->get_Item(1, &received), S_OK);
+  EXPECT_NE(received.p, sent.p);
+  fields->get_Count(&count);
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(Text(Cell(fields, 1, u"FIELDNAME")), "NO_SUCH_FIELD");
+}
+
+TEST_F(Calls, AnswersThatAreNotThereYetOnlyMakeTheCallPollAgain) {
+  TempDir dir;
+  const std::string file = dir.file("trace.txt");
+  m_session->put_Option(CComBSTR(u"trace.file"), CComBSTR(Utf8ToWide(file)));
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(300)));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_TRUE), S_OK);
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  EXPECT_GE(Value(call, u"Exporting", u"WAITED").lVal, 300);
+  const std::string trace = ReadFile(file);
+  const size_t listen = trace.find("listenForResult");
+  const size_t received = trace.find("RfcReceiveEx() finished with RFC_OK");
+  ASSERT_NE(listen, std::string::npos) << trace;
+  ASSERT_NE(received, std::string::npos) << trace;
+  // A dot for each poll, at least one a sixteenth of the way (and no more
+  // than 100 ms) apart.
+  const std::string polls = trace.substr(listen, received - listen);
+  EXPECT_GE(std::count(polls.begin(), polls.end(), '.'), 3) << polls;
+  EXPECT_EQ(polls.find("Strange result"), std::string::npos) << polls;
 }
 
 TEST_F(Calls, TablesComeBackAndAnEmptyOneReadsZeroRows) {

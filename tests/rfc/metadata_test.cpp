@@ -1,4 +1,5 @@
 // Function interfaces and structures from the classic SDK's dictionary calls.
+#include "abap/scalar_conversion.h"
 #include "rfc_fixture.h"
 
 namespace rfctest {
@@ -25,6 +26,26 @@ TEST_F(Metadata, AnUnknownFunctionReports540AndLeavesErrorInfoAlone) {
   EXPECT_EQ(m_session->ImportCall(CComBSTR(u"Z_DOES_NOT_EXIST"), VARIANT_FALSE, &call),
             static_cast<HRESULT>(0x8004021C));
   EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Metadata, AnotherFailureOfTheInterfaceReadIsErrorWithTheModuleAndACallWithoutParameters) {
+  // A name of blanks alone: the SDK refuses it, with no exception text.
+  CComPtr<IFunctionCall> call;
+  ASSERT_EQ(m_session->ImportCall(CComBSTR(u"   "), VARIANT_FALSE, &call), S_OK) << ErrorDescription();
+  ASSERT_TRUE(call);
+  for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Exporting, &IFunctionCall::get_Changing,
+                   &IFunctionCall::get_Tables}) {
+    CComPtr<IRfcParameters> parameters;
+    ((*call).*get)(&parameters);
+    LONG count = -1;
+    parameters->get_Count(&count);
+    EXPECT_EQ(count, 0);
+  }
+  EXPECT_TRUE(ErrorFlag(m_session));
+  const ErrorText error = ErrorOf(m_session);
+  EXPECT_EQ(error.group, 101);
+  EXPECT_EQ(error.key, "RFCERROR_PROGRAM");
+  EXPECT_EQ(error.module, "   ");
 }
 
 TEST_F(Metadata, ScalarParametersCarryTheirAttributes) {
@@ -93,6 +114,7 @@ TEST_F(Metadata, FieldsKeepBothLayoutsAndTheirLengths) {
   packed->get_StructLength(&c2);
   EXPECT_EQ(c2, 8);
   EXPECT_EQ(length, 15);
+  EXPECT_EQ(RfcFieldLengthC2(TYPE_BCD, static_cast<uint32_t>(length)), 8u) << "the digits give the bytes back";
   chars->get_ScalarLength(&length);
   chars->get_StructLength(&c2);
   chars->get_structLengthC1(&c1);
