@@ -217,5 +217,75 @@ TEST_F(Calls, AbortCallCancelsWithoutCallFinishedAndLeavesNoError) {
   EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
 }
 
+TEST_F(Calls, ACallAbortedBeforeItsFirstPollIsCancelledWithoutListening) {
+  TempDir dir;
+  const std::string file = dir.file("trace.txt");
+  m_session->put_Option(CComBSTR(u"trace.file"), CComBSTR(Utf8ToWide(file)));
+  // The first poll comes 2 ms after the send; an abort at once is there first
+  // (a slow machine may miss that now and then: a few tries).
+  bool withoutListening = false;
+  for (int attempt = 0; attempt < 5 && !withoutListening; ++attempt) {
+    CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+    SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(1000)));
+    ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+    ASSERT_EQ(m_session->AbortCall(), S_OK);
+    const std::string trace = ReadFile(file);
+    const size_t start = trace.rfind("\tlistenForResult\n");
+    const size_t aborted = trace.find("listenForResult(): Thread aborted", start);
+    ASSERT_NE(start, std::string::npos) << trace;
+    ASSERT_NE(aborted, std::string::npos) << trace;
+    const std::string polls = trace.substr(start, aborted - start);
+    withoutListening = polls.find('.') == std::string::npos;
+  }
+  EXPECT_TRUE(withoutListening);
+  EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  CComPtr<IFunctionCall> ping = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+}
+
+TEST_F(Calls, DisconnectAbortsARunningCallWithoutCallFinished) {
+  AdvisedSink sink(m_session);
+  CComPtr<IFunctionCall> call = Import(u"Z_VSIM_WAIT");
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(5000)));
+  ASSERT_EQ(m_session->CallFunction(call, VARIANT_FALSE), S_OK);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const auto start = std::chrono::steady_clock::now();
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4)) << "the call was waited out";
+  EXPECT_FALSE(Connected(m_session));
+  VARIANT_BOOL active = VARIANT_TRUE;
+  m_session->get_CallActive(&active);
+  EXPECT_EQ(active, VARIANT_FALSE);
+  EXPECT_EQ(sink->Count(), 0);
+  // A new connection takes calls again.
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  CComPtr<IFunctionCall> ping = Import(u"RFC_PING");
+  EXPECT_EQ(m_session->CallFunction(ping, VARIANT_TRUE), S_OK);
+}
+
+TEST_F(Calls, ASessionReleasedWhileACallRunsLastsUntilTheCallEndsThenDisconnects) {
+  TempDir dir;
+  const std::string file = dir.file("trace.txt");
+  CComPtr<IRfcSession> session = NewSession();
+  session->put_Option(CComBSTR(u"trace.file"), CComBSTR(Utf8ToWide(file)));
+  ASSERT_EQ(session->Connect(), S_OK);
+  CComPtr<IFunctionCall> call;
+  ASSERT_EQ(session->ImportCall(CComBSTR(u"Z_VSIM_WAIT"), VARIANT_FALSE, &call), S_OK);
+  SetValue(call, u"Importing", u"MILLISECONDS", CComVariant(static_cast<int32_t>(300)));
+  ASSERT_EQ(session->CallFunction(call, VARIANT_FALSE), S_OK);
+  session.Release();
+  std::string trace;
+  for (int i = 0; i < 100 && trace.find("Veltrane: Session Disconnect") == std::string::npos; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    trace = ReadFile(file);
+  }
+  const size_t received = trace.find("RfcReceiveEx() finished with RFC_OK");
+  const size_t disconnected = trace.find("Veltrane: Session Disconnect");
+  ASSERT_NE(disconnected, std::string::npos) << trace;
+  EXPECT_LT(received, disconnected) << trace;
+  EXPECT_EQ(trace.find("Thread aborted"), std::string::npos) << trace;
+  EXPECT_GE(Value(call, u"Exporting", u"WAITED").lVal, 300);
+}
+
 }  // namespace
 }  // namespace rfctest
