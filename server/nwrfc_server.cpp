@@ -162,14 +162,13 @@ HRESULT CNWRfcServer::put_Option(BSTR name, BSTR newVal) {
     SetTraceLevel(TRACE_INFORMATION);
     Trace(u"Veltrane version=%s\n", kVeltraneVersion);
   } else if (key == u"trace.level") {
-    const unsigned level = veltrane::nwrfc::SdkTraceLevel(BstrView(newVal));
     std::u16string upper(BstrView(newVal));
     for (char16_t& c : upper)
       if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
-    // Only the four known texts change the level.
+    // Only the known texts change the level.
     if (upper == u"INFORMATION" || upper == u"3" || upper == u"WARNING" || upper == u"2" || upper == u"ERROR" ||
         upper == u"1")
-      SetTraceLevel(static_cast<int>(level));
+      SetTraceLevel(static_cast<int>(veltrane::nwrfc::SdkTraceLevel(upper)));
   }
   return S_OK;
 }
