@@ -331,11 +331,9 @@ RFC_RC CNWRfcServer::dispatch(RFC_CONNECTION_HANDLE, RFC_FUNCTION_HANDLE functio
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, importing, u"IMPORTING");
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, changing, u"CHANGING");
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, tables, u"TABLES");
-    if (SUCCEEDED(hr)) {
-      const HRESULT fired = AskIncomingCall(call);
-      if (FAILED(fired)) TRACE_RESULT(fired);
-      hr = call->GetException(&exception, &message);
-    }
+    // A handler that fails fails the call: the caller gets a system failure.
+    if (SUCCEEDED(hr)) hr = AskIncomingCall(call);
+    if (SUCCEEDED(hr)) hr = call->GetException(&exception, &message);
     if (SUCCEEDED(hr) && exception.Length() > 0) {
       hr = converter.putRfcArgs(tables, function, u"TABLES", false);
       if (SUCCEEDED(hr)) {

@@ -278,5 +278,45 @@ TEST_F(ClassicServer, TraceLevelIsOnlyStoredAndNoLevelSilencesTheWorker) {
   boost::filesystem::remove(file);
 }
 
+TEST_F(ClassicServer, AnAnswerThatCannotBeSentIsASystemFailure) {
+  // A handler's failure is absorbed here; what fails the call is an answer
+  // the worker cannot marshal, such as a parameter without a type. The
+  // worker gives the call up (result 3), the SDK answers the caller with a
+  // system failure and ends the connection, and ServerError, with the
+  // marshalling's text in group 101, lets the program register again.
+  Create("UNSENDABLE");
+  long group = 0, rc = 0;
+  std::string message;
+  m_sink->On(kIncomingCall, [](IDispatch* argument) {
+    CComPtr<IRfcParameters> exporting;
+    As<IFunctionCall>(argument)->get_Exporting(&exporting);
+    return exporting->AddParameter(CComBSTR(u"UNSENDABLE"), nullptr);
+  });
+  m_sink->On(kServerError, [&](IDispatch* argument) {
+    CComPtr<IRfcServerErrorInfo> info = As<IRfcServerErrorInfo>(argument);
+    ERRORGROUP g{};
+    LONG r = 0;
+    CComBSTR text;
+    info->get_ERRORGROUP(&g);
+    info->get_RfcRc(&r);
+    info->get_Message(&text);
+    group = g;
+    rc = r;
+    message = Text(text);
+    return info->put_Restart(VARIANT_TRUE);
+  });
+  Serve();
+  const ProgramAnswer a = CallEcho();
+  EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION) << a.result;
+  EXPECT_EQ(a.key, "SYSTEM_FAILURE") << a.message;
+  ASSERT_TRUE(PumpUntil([&] { return rc != 0 && Listening(); }, std::chrono::seconds(30)));
+  EXPECT_EQ(rc, 3);
+  EXPECT_EQ(group, 101);
+  EXPECT_FALSE(message.empty());
+  EXPECT_TRUE(ErrorFlag());
+  m_sink->On(kIncomingCall, [](IDispatch*) { return S_OK; });
+  EXPECT_EQ(CallEcho().rc, RFC_OK) << "registered again, the program serves on";
+}
+
 }  // namespace
 }  // namespace servertest

@@ -186,16 +186,33 @@ TEST_P(ServerContract, AnExceptionWithAnEmptyNameIsNoException) {
   EXPECT_TRUE(Contains(a.result, "echo:x")) << a.result;
 }
 
-TEST_P(ServerContract, AHandlerThatFailsStillSendsTheAnswer) {
+TEST_P(ServerContract, AHandlerThatFails) {
+  int errors = 0;
   m_sink->On(kIncomingCall, [](IDispatch* argument) {
     SetValue(As<IFunctionCall>(argument), u"Exporting", u"EV_TEXT", CComVariant(u"before the failure"));
     return E_FAIL;
   });
+  m_sink->On(kServerError, [&errors](IDispatch* argument) {
+    ++errors;
+    return As<IRfcServerErrorInfo>(argument)->put_Restart(VARIANT_TRUE);
+  });
   Serve();
   const ProgramAnswer a = Call("Z_SRV_ECHO", "{}");
-  ASSERT_EQ(a.rc, RFC_OK) << a.message;
-  EXPECT_TRUE(Contains(a.result, "before the failure")) << a.result;
-  EXPECT_TRUE(Listening());
+  if (GetParam().failedHandlerFailsTheCall) {
+    // The SDK answers with a system failure carrying the failure's text and
+    // ends the connection; the restart registers the program again.
+    EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION);
+    EXPECT_EQ(a.key, "SYSTEM_FAILURE");
+    EXPECT_TRUE(Contains(a.message, "Unspecified error")) << a.message;
+    ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && Listening(); }, std::chrono::seconds(30)));
+    m_sink->On(kIncomingCall, Echo);
+    EXPECT_TRUE(Contains(Call("Z_SRV_ECHO", R"({"IV_TEXT":"again"})").result, "echo:again"));
+  } else {
+    ASSERT_EQ(a.rc, RFC_OK) << a.message;
+    EXPECT_TRUE(Contains(a.result, "before the failure")) << a.result;
+    EXPECT_TRUE(Listening());
+    EXPECT_EQ(errors, 0);
+  }
 }
 
 TEST_P(ServerContract, AnUnknownFunctionArrivesWithoutParameters) {
