@@ -144,10 +144,26 @@ RFC_RC ConfirmTransaction(RFC_CONNECTION_HANDLE c, const SAP_UC* tid) {
 
 }  // namespace
 
+namespace {
+
+// Waits for a thread of an earlier Serve; the calling thread itself (a
+// handler of that thread that shuts down) is left to end on its own.
+void JoinReplaced(std::vector<boost::thread>& threads) {
+  for (boost::thread& t : threads) {
+    if (!t.joinable()) continue;
+    if (t.get_id() == boost::this_thread::get_id())
+      t.detach();
+    else
+      t.join();
+  }
+  threads.clear();
+}
+
+}  // namespace
+
 CNWRfcServer::~CNWRfcServer() {
   m_stopRequested = true;
-  for (boost::thread& t : m_replaced)
-    if (t.joinable()) t.join();
+  JoinReplaced(m_replaced);
   if (m_thread.joinable() && m_thread.get_id() != boost::this_thread::get_id()) m_thread.join();
 }
 
@@ -282,8 +298,7 @@ HRESULT CNWRfcServer::Shutdown() {
     m_stopRequested = true;
     try {
       m_thread.join();
-      for (boost::thread& t : m_replaced) t.join();
-      m_replaced.clear();
+      JoinReplaced(m_replaced);
     } catch (const boost::thread_resource_error& e) {
       Log(TRACE_ERROR, boost::format("caught exception: %1%") % e.what(), "Shutdown");
       hr = ReportError(CLSID_NWRfcServer, Utf8ToWideLossy(e.what()).c_str(), E_FAIL);

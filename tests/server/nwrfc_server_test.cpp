@@ -200,5 +200,22 @@ TEST_F(NWServer, TraceLevelIsFoldedToUpperCaseAndAnUnknownTextLeavesIt) {
   EXPECT_EQ(Text(stored), "3");
 }
 
+TEST_F(NWServer, ASecondServeRunsASecondThreadAndShutdownEndsBoth) {
+  m_server = NewServer(NW(), "TWICE", &m_program);
+  const long before = RegisteredPrograms();
+  ASSERT_EQ(m_server->Serve(), S_OK);
+  ASSERT_EQ(m_server->Serve(), S_OK);
+  EXPECT_EQ(RegisteredPrograms(), before + 2) << "each Serve registers, and both threads listen";
+  ProgramCall call;
+  call.programId = Narrow(m_program);
+  call.function = "Z_SRV_ANY";
+  EXPECT_EQ(CallProgram(call).rc, RFC_OK);
+  EXPECT_EQ(ShutdownPumping(m_server), S_OK);
+  EXPECT_FALSE(Listening());
+  EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before; }, std::chrono::seconds(10)))
+      << "Shutdown has ended the first thread too";
+  EXPECT_NE(CallProgram(call).rc, RFC_OK);
+}
+
 }  // namespace
 }  // namespace servertest

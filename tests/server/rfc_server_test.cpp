@@ -10,6 +10,7 @@
 #include <boost/filesystem.hpp>
 
 #include "runtime/trace.h"
+#include "sim_logon.h"
 #include "server_contract.h"
 
 namespace servertest {
@@ -316,6 +317,51 @@ TEST_F(ClassicServer, AnAnswerThatCannotBeSentIsASystemFailure) {
   EXPECT_TRUE(ErrorFlag());
   m_sink->On(kIncomingCall, [](IDispatch*) { return S_OK; });
   EXPECT_EQ(CallEcho().rc, RFC_OK) << "registered again, the program serves on";
+}
+
+TEST_F(ClassicServer, ShutdownLeavesAHandleNumberTheSdkGaveAgainAlone) {
+  // The worker closes its handle when the gateway drops it; the SDK gives
+  // the freed number to the next connection, here a session's. Shutdown's
+  // "Ensuring Rfc is really closed" must not end that connection.
+  const std::string file = TraceFile("reuse");
+  Create("REUSE");
+  m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
+  Serve();
+  ASSERT_TRUE(Listening());
+  EXPECT_GE(DropPrograms(), 1);
+  ASSERT_TRUE(PumpUntil([&] { return Read(file).find("leaving main loop. restart = 0") != std::string::npos; }));
+  CComPtr<IRfcSession> session;
+  ASSERT_EQ(CoCreateInstance(CLSID_RfcSession, nullptr, CLSCTX_INPROC_SERVER, IID_IRfcSession,
+                             reinterpret_cast<void**>(&session)),
+            S_OK);
+  session->put_Option(CComBSTR(u"librfc.path"), CComBSTR(RfcSdkDir()));
+  CComPtr<IRfcSystemData> system;
+  session->get_RfcSystemData(&system);
+  system->put_ConnectString(
+      CComBSTR(Wide("ASHOST=" + Sim().rfcHost() + " GWSERV=" + std::to_string(Sim().rfcPort()) + " TOUPPER=0")));
+  test_support::SetSimLogon(session, u"DEMO", u"Welcome1");
+  ASSERT_EQ(session->Connect(), S_OK);
+  EXPECT_EQ(m_server->Shutdown(), S_OK);
+  EXPECT_NE(Read(file).find("Ensuring Rfc is really closed"), std::string::npos);
+  CComPtr<IFunctionCall> ping;
+  ASSERT_EQ(session->ImportCall(CComBSTR(u"STFC_CONNECTION"), VARIANT_FALSE, &ping), S_OK);
+  ASSERT_EQ(session->CallFunction(ping, VARIANT_TRUE), S_OK);
+  VARIANT_BOOL failed = VARIANT_TRUE;
+  session->get_Error(&failed);
+  EXPECT_EQ(failed, VARIANT_FALSE) << "the session's connection is still open";
+  session->Disconnect();
+  boost::filesystem::remove(file);
+}
+
+TEST_F(ClassicServer, ASecondServeStopsTheFirstWorker) {
+  Create("TWICE");
+  const long before = RegisteredPrograms();
+  Serve();
+  ASSERT_EQ(m_server->Serve(), S_OK);
+  EXPECT_TRUE(Listening());
+  EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before + 1; }, std::chrono::seconds(10)))
+      << "the first worker is gone";
+  EXPECT_EQ(CallEcho().rc, RFC_OK);
 }
 
 }  // namespace

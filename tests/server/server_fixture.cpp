@@ -157,11 +157,14 @@ HRESULT ShutdownPumping(IRfcServer* server) {
   return hr;
 }
 
-long DropPrograms() {
+long DropPrograms() { return Gateway("DROP"); }
+long RegisteredPrograms() { return Gateway("LIST"); }
+
+long Gateway(const std::string& action) {
   Sdk();
   long count = -1;
   ProgramAnswer a = Invoke(
-      u"Z_VSIM_GATEWAY", [](RFC_FUNCTION_HANDLE f) { SetText(f, u"ACTION", "DROP"); },
+      u"Z_VSIM_GATEWAY", [&action](RFC_FUNCTION_HANDLE f) { SetText(f, u"ACTION", action); },
       [&count](RFC_FUNCTION_HANDLE f, ProgramAnswer&) {
         RFC_INT n = 0;
         Sdk().RfcGetInt(f, u"COUNT", &n, nullptr);

@@ -60,8 +60,12 @@ bool PumpUntil(const std::function<bool()>& done, std::chrono::milliseconds limi
 // Shutdown from a thread of its own while the calling apartment pumps, so
 // that an event still on its way to this apartment cannot hold it up.
 HRESULT ShutdownPumping(IRfcServer* server);
-// Drops every registered program at the gateway (Z_VSIM_GATEWAY DROP).
+// Z_VSIM_GATEWAY with action: the number of registered connections.
+long Gateway(const std::string& action);
+// Drops every registered program at the gateway (DROP).
 long DropPrograms();
+// Connections registered at the gateway now (LIST).
+long RegisteredPrograms();
 // A function module's interface from the system's dictionary.
 CComPtr<IFunctionCall> ImportInterface(const char16_t* name);
 
