@@ -18,6 +18,8 @@
 #include <sstream>
 #include <thread>
 
+#include <veltrane/event_sink.h>
+
 #include "backend_nwrfc.h"
 #include "backend_rfc.h"
 #include "commands.h"
@@ -172,32 +174,11 @@ void assignResult(IFunctionCall* call, const Json& result) {
 }
 
 // The sink of the server's events, in the command's apartment.
-class Handlers : public IDispatch {
+class Handlers : public CEventSink {
  public:
-  explicit Handlers(std::map<std::string, std::string> commands) : commands_(std::move(commands)) {}
+  explicit Handlers(std::map<std::string, std::string> commands)
+      : CEventSink(DIID__RfcServerEvents), commands_(std::move(commands)) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__RfcServerEvents) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --refs_;
-    if (left == 0) delete this;
-    return left;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
                                    UINT*) override {
     if (!params || params->cArgs != 1 || params->rgvarg[0].vt != VT_DISPATCH) return DISP_E_BADPARAMCOUNT;
@@ -300,7 +281,6 @@ class Handlers : public IDispatch {
     }
   }
 
-  std::atomic<ULONG> refs_{1};
   std::map<std::string, std::string> commands_;
   static constexpr long kFirstBackoffMs = 500;
 
