@@ -111,6 +111,9 @@ class CIntRfcServer {
  public:
   virtual ~CIntRfcServer() = default;
 
+  // The worker's pause in ms: 50, whatever was stored.
+  int WorkerPollInterval() const { return m_worker.PollInterval(); }
+
  protected:
   // pollInterval is taken and not used: the worker's pause is 50 ms.
   void StartServer(const veltrane::sdk::rfc::EntryPoints& sdk, const std::u16string& programId,

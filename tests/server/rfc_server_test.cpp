@@ -10,6 +10,7 @@
 #include <boost/filesystem.hpp>
 
 #include "runtime/trace.h"
+#include "server/rfc_server.h"
 #include "sim_logon.h"
 #include "server_contract.h"
 
@@ -362,6 +363,24 @@ TEST_F(ClassicServer, ASecondServeStopsTheFirstWorker) {
   EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before + 1; }, std::chrono::seconds(10)))
       << "the first worker is gone";
   EXPECT_EQ(CallEcho().rc, RFC_OK);
+}
+
+TEST_F(ClassicServer, AClosedConnectionFiresServerErrorWithRc6) {
+  Create("CLOSED");
+  Serve();
+  EXPECT_GE(DropPrograms(), 1);
+  ASSERT_TRUE(m_sink->WaitFor(1));
+  EXPECT_EQ(m_sink->Events().front(), "ServerError 6");
+  ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
+}
+
+TEST_F(ClassicServer, ACustomPollIntervalIsStoredAndThePauseStays50Ms) {
+  Create("POLLVALUE");
+  m_server->put_Option(CComBSTR(u"server.poll_interval"), CComBSTR(u"1000"));
+  Serve();
+  auto* server = static_cast<CRfcServer*>(m_server.p);
+  EXPECT_EQ(server->StoredPollInterval(), 1000);
+  EXPECT_EQ(server->WorkerPollInterval(), 50);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ class ServerContract : public ServerTest, public ::testing::WithParamInterface<S
     m_server = NewServer(GetParam(), "C", &m_program);
     ASSERT_TRUE(m_server);
     m_sink = ServerSink::Create();
-    m_sink->AdviseTo(m_server);
+    m_cookie = m_sink->AdviseTo(m_server);
     m_echo = ImportInterface(u"Z_SRV_ECHO");
     ASSERT_TRUE(m_echo);
   }
@@ -67,6 +67,7 @@ class ServerContract : public ServerTest, public ::testing::WithParamInterface<S
   std::u16string m_program;
   CComPtr<IRfcServer> m_server;
   CComPtr<ServerSink> m_sink;
+  DWORD m_cookie = 0;
   CComPtr<IFunctionCall> m_echo;
 };
 
@@ -409,8 +410,25 @@ TEST_P(ServerContract, ShutdownWhileIdleAndWithoutServe) {
   Serve();
   EXPECT_EQ(m_server->Shutdown(), S_OK);
   EXPECT_FALSE(Listening());
+  EXPECT_FALSE(ErrorFlag()) << "a stop while idle is no failure";
+  EXPECT_TRUE(m_sink->Events().empty()) << "and fires no ServerError";
   EXPECT_NE(Call("Z_SRV_ECHO", "{}").rc, RFC_OK) << "the program is gone from the gateway";
   EXPECT_EQ(m_server->Shutdown(), S_OK) << "a second Shutdown";
+}
+
+TEST_P(ServerContract, WithoutASinkALogonIsAllowedAndATransactionIsNotRun) {
+  CComQIPtr<IConnectionPointContainer> container(m_server);
+  CComPtr<IConnectionPoint> point;
+  ASSERT_EQ(container->FindConnectionPoint(DIID__RfcServerEvents, &point), S_OK);
+  ASSERT_EQ(point->Unadvise(m_cookie), S_OK);
+  Serve();
+  // RequestAllowed stays true, and the answer goes out as the copy stands.
+  const ProgramAnswer a = Call("Z_SRV_ECHO", R"({"IV_TEXT":"nobody"})");
+  EXPECT_EQ(a.rc, RFC_OK) << a.message;
+  EXPECT_FALSE(Contains(a.result, "nobody")) << a.result;
+  // The check's Status stays 65534, which does not let the transaction run.
+  EXPECT_NE(Call("Z_SRV_ECHO", "{}", "T", "0A1B2C3D4E5F60718293A4C2", "X").rc, RFC_OK);
+  EXPECT_TRUE(m_sink->Events().empty());
 }
 
 TEST_P(ServerContract, ShutdownWhileACallRunsLetsTheCallFinish) {
