@@ -14,8 +14,8 @@
 A handler gets the importing, changing and table values of the call as keyword
 arguments, typed as Client.call returns them, and returns a dict (or None) of
 exporting, changing and table values. ABAPApplicationError answers with that ABAP
-exception; any other exception answers with a system failure, and the server
-serves on.
+exception; any other exception answers with a system failure, after which the
+server registers again at once and serves on.
 """
 
 import atexit
@@ -36,6 +36,7 @@ _log = logging.getLogger("veltrane.server")
 
 _SERVER_CLASSES = {"nwrfc": "Veltrane.NWRfcServer", "rfc": "Veltrane.RfcServer"}
 _SDK_MISSING = 0x80040223  # text 547: the SDK cannot be loaded
+_E_FAIL = 0x80004005
 _INPUT = ("Importing", "Changing", "Tables")
 _OUTPUT = ("Exporting", "Changing", "Tables")
 _PUMP_SECONDS = 0.1  # how soon the serving thread sees a stop
@@ -116,7 +117,9 @@ class _Events:
         self._server = server
 
     def OnIncomingCall(self, fn):
-        self._server._answer(fn)
+        failure = self._server._answer(fn)
+        if failure is not None:
+            _system_failure(self._server._backend.name, fn, failure)
 
     def OnServerError(self, info):
         self._server._lost(info)
@@ -178,6 +181,7 @@ class Server:
         self._done = threading.Event()
         self._done.set()
         self._pause = _RECONNECT_FIRST
+        self._failed_call = False  # the connection's end that follows is expected
         self._lock = threading.Lock()
 
     # -- functions --------------------------------------------------------------------
@@ -293,6 +297,7 @@ class Server:
             self._stop.clear()
             self._done.clear()
             self._pause = _RECONNECT_FIRST
+            self._failed_call = False
 
     def _end(self):
         with self._lock:
@@ -397,48 +402,68 @@ class Server:
     # -- inside: the events -----------------------------------------------------------
 
     def _answer(self, fn):
+        """Answers a call; what fails it (a text), or None."""
         _in_handler.active = True
+        self._failed_call = False  # the connection outlived the last failed call
         try:
             name = fn.Function
             function = self._functions.get(name.upper())
             if function is None:
                 _log.error("%s: a call of %s, which is not served here", self.program_id, name)
-                _system_failure(fn, f"{name} is not served by {self.program_id}")
-                return
+                return self._failed(f"{name} is not served by {self.program_id}")
             try:
                 result = function.handler(**function.read(fn, self._rstrip))
                 function.write(fn, result)
             except ABAPApplicationError as e:
                 fn.RaiseException(str(e.key or ""), str(e.message or ""))
             except KeyboardInterrupt:
-                _system_failure(fn, f"{self.program_id} was interrupted")
                 self._stop.set()
+                return self._failed(f"{self.program_id} was interrupted")
             except Exception as e:
                 _log.error("%s: the handler of %s failed", self.program_id, name, exc_info=True)
-                _system_failure(fn, f"{type(e).__name__}: {e}")
+                return self._failed(f"{type(e).__name__}: {e}")
+            return None
         finally:
             _in_handler.active = False
 
+    def _failed(self, text):
+        # The SDK may end the connection after a failed call: then register again at once.
+        self._failed_call = True
+        return text
+
     def _lost(self, info):
         """The gateway connection is lost: register again after a pause, unless stopping."""
-        _log.warning("%s: the gateway connection ended: %s", self.program_id, info.Message)
+        failed_call, self._failed_call = self._failed_call, False
+        if failed_call:
+            _log.info("%s: the gateway connection ended after a failed call", self.program_id)
+        else:
+            _log.warning("%s: the gateway connection ended: %s", self.program_id, info.Message)
         try:
-            stopping = not self._reconnect or self._stop.wait(self._pause)
+            stopping = self._stop.is_set() if failed_call else not self._reconnect or self._stop.wait(self._pause)
         except KeyboardInterrupt:
             stopping = True
         if stopping:
             info.Restart = False
             self._stop.set()  # the library's server has ended: so does serving
             return
-        self._pause = min(self._pause * 2, _RECONNECT_MOST)
+        if not failed_call:
+            self._pause = min(self._pause * 2, _RECONNECT_MOST)
         _log.info("%s: registering again", self.program_id)
         info.Restart = True
 
 
-def _system_failure(fn, message):
-    """Answers the call with a system failure: the exception SYSTEM_FAILURE, which the
-    caller's runtime takes as its own system failure."""
-    fn.RaiseException("SYSTEM_FAILURE", message)
+def _system_failure(backend, fn, text):
+    """Makes the library's server answer the call with a system failure: the handler
+    fails (a failed Invoke). RfcServer absorbs that and fails a call whose answer it
+    cannot send, here one with a parameter without a type; the SDK then ends the
+    connection. NWRfcServer fails the call of a failed handler, or, where it absorbs
+    that too, sends the exception SYSTEM_FAILURE, which the caller's runtime takes
+    for its own system failure."""
+    if backend == "rfc":
+        fn.Exporting.AddParameter("SYSTEM_FAILURE", None)
+    else:
+        fn.RaiseException("SYSTEM_FAILURE", text)
+    raise ComError(_E_FAIL, text)
 
 
 @atexit.register
