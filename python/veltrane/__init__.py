@@ -24,6 +24,7 @@ from ._veltrane import (BoundMember, Dispatch, EventConnection, Missing, Unknown
 from .client import (Client, FieldDescription, FunctionDescription, ParameterDescription, TypeDescription,
                      connect)
 from ._tables import TableRead
+from . import server
 from .server import Server
 
 __all__ = [
@@ -39,5 +40,7 @@ _variant_types = {name: getattr(_veltrane, name) for name in dir(_veltrane) if n
 globals().update(_variant_types)
 __all__ += sorted(_variant_types)
 
-# Hand-overs of events to the main thread end before the interpreter does.
+# Hand-overs of events to the main thread end before the interpreter does,
+# after the servers still running (atexit runs the last registered first).
 atexit.register(_veltrane._shutdown)
+atexit.register(server._stop_all)

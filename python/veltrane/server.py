@@ -18,7 +18,6 @@ exception; any other exception answers with a system failure, after which the
 server registers again at once and serves on.
 """
 
-import atexit
 import collections.abc
 import logging
 import os
@@ -168,7 +167,7 @@ class Server:
         self.gwhost = str(gwhost or connection.get("ashost") or env("VELTRANE_HOST", "127.0.0.1"))
         sysnr = connection.get("sysnr") or (None if env("VELTRANE_GWSERV") else env("VELTRANE_SYSNR"))
         self.gwserv = str(gwserv or (f"sapgw{sysnr}" if sysnr else env("VELTRANE_GWSERV", "sapgw00")))
-        self._given_address = {"gwhost": gwhost, "gwserv": gwserv}
+        self._gwserv_given = gwserv is not None
         self._dictionary = client
         self._connection = connection
         self._reconnect = reconnect
@@ -326,7 +325,7 @@ class Server:
         params = dict(self._connection)
         if not {"ashost", "mshost", "sdk_dest", "connect"} & params.keys():
             params["ashost"] = self.gwhost
-            if not {"sysnr", "gwserv"} & params.keys() and self._given_address["gwserv"]:
+            if not {"sysnr", "gwserv"} & params.keys() and self._gwserv_given:
                 params["gwserv"] = self.gwserv
         return params
 
@@ -466,7 +465,7 @@ def _system_failure(backend, fn, text):
     raise ComError(_E_FAIL, text)
 
 
-@atexit.register
 def _stop_all():
+    """At exit, before the apartments end: stops the servers still running."""
     for server in list(_running):
         server.shutdown()

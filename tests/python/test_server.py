@@ -17,7 +17,7 @@ from decimal import Decimal
 import pytest
 
 import veltrane
-from conftest import PASSWORD, USER, sdk_params
+from conftest import PASSWORD, USER, run_python, sdk_params
 
 BACKENDS = ("nwrfc", "rfc")
 _ids = itertools.count(1)
@@ -283,6 +283,20 @@ def describe(sim, backend, function):
 
 def text_handler(IV_TEXT, IV_DATE):
     return {"EV_TEXT": IV_TEXT.upper(), "EV_DATE": IV_DATE.replace(year=IV_DATE.year + 1)}
+
+
+def test_a_server_still_running_stops_at_exit(sim, backend):
+    code = f"""
+import logging, sys, veltrane
+logging.basicConfig(level=logging.INFO, stream=sys.stdout, format="%(message)s")
+srv = veltrane.Server({backend!r}, program_id={program_id(backend)!r}, gwhost={sim.rfc_host!r},
+                      gwserv={str(sim.rfc_port)!r}, user={USER!r}, passwd={PASSWORD!r})
+srv.function("Z_PY_ORDER")(lambda **values: None)
+srv.start()
+"""
+    out = run_python(code).splitlines()
+    assert out[0].endswith("registered at " + f"{sim.rfc_host}/{sim.rfc_port}")
+    assert out[-1].endswith(" stopped")
 
 
 def test_the_interface_given_in_its_xml_form_needs_no_connection(sim, backend, tmp_path):
