@@ -250,13 +250,19 @@ def test_serve_answers_on_this_thread_until_a_handler_asks_for_the_shutdown(sim,
     assert not srv.running
 
 
-def test_ctrl_c_ends_serve(sim, backend):
-    code = f"""
+def script(sim, backend, log):
+    """The start of a program with a server `srv` of Z_PY_ORDER that logs to sys.<log>."""
+    return f"""
 import logging, sys, veltrane
-logging.basicConfig(level=logging.INFO, stream=sys.stderr, format="%(message)s")
+logging.basicConfig(level=logging.INFO, stream=sys.{log}, format="%(message)s")
 srv = veltrane.Server({backend!r}, program_id={program_id(backend)!r}, gwhost={sim.rfc_host!r},
                       gwserv={str(sim.rfc_port)!r}, user={USER!r}, passwd={PASSWORD!r})
 srv.function("Z_PY_ORDER")(lambda **values: None)
+"""
+
+
+def test_ctrl_c_ends_serve(sim, backend):
+    code = script(sim, backend, "stderr") + """
 srv.serve()
 print("served", srv.running)
 """
@@ -286,15 +292,7 @@ def text_handler(IV_TEXT, IV_DATE):
 
 
 def test_a_server_still_running_stops_at_exit(sim, backend):
-    code = f"""
-import logging, sys, veltrane
-logging.basicConfig(level=logging.INFO, stream=sys.stdout, format="%(message)s")
-srv = veltrane.Server({backend!r}, program_id={program_id(backend)!r}, gwhost={sim.rfc_host!r},
-                      gwserv={str(sim.rfc_port)!r}, user={USER!r}, passwd={PASSWORD!r})
-srv.function("Z_PY_ORDER")(lambda **values: None)
-srv.start()
-"""
-    out = run_python(code).splitlines()
+    out = run_python(script(sim, backend, "stdout") + "srv.start()\n").splitlines()
     assert out[0].endswith("registered at " + f"{sim.rfc_host}/{sim.rfc_port}")
     assert out[-1].endswith(" stopped")
 
