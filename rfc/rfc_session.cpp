@@ -62,18 +62,14 @@ class CRfcSession::ClassicCall final : public RunningCall {
 
   // As the destructor of the call: a thread still listening is asked to
   // cancel and waited for.
-  ~ClassicCall() override {
-    if (m_state == kRunning && m_event && !m_threadDone) {
-      m_abort = true;
-      Wake();
-      m_event->Wait();
-    }
-  }
+  ~ClassicCall() override { WaitForThread(); }
 
   void RunSynchronously() override {
     CRfcSession* session = m_session;
-    Send(false);
-    if (m_state == kRunning) m_event->Wait();
+    if (Send(false)) {
+      m_event->Wait();
+      m_eventTaken = true;
+    }
     // A read-back that failed leaves the state as it was: the result rules.
     session->JudgeResult(m_result, m_record, m_name);
     session->EndCall();  // destroys this
@@ -81,29 +77,27 @@ class CRfcSession::ClassicCall final : public RunningCall {
 
   void Start() override {
     CRfcSession* session = m_session;
-    Send(true);
-    if (m_state == kRunning) return;
+    // Once the thread runs, it may end the call and free this at any moment.
+    if (Send(true)) return;
     // Never sent: no thread, no CallFinished.
     session->JudgeResult(m_result, m_record, m_name);
     session->EndCall();  // destroys this
     session->ReleaseAsynchronousCall();
   }
 
-  void Abort() override {
-    if (m_state != kRunning || !m_event || m_threadDone) return;
-    m_abort = true;
-    Wake();
-    m_event->Wait();
-  }
+  // The call taken out of the session: its thread, whatever it is doing,
+  // is asked to cancel and waited for, so that nothing of the call or the
+  // session is in its hands once this returns.
+  void Abort() override { WaitForThread(); }
 
   int Result() const { return m_result; }
   const RFC_ERROR_INFO_EX& Record() const { return m_record; }
   bool Running() const { return m_state == kRunning; }
 
  private:
-  // RfcCallExU; on success the thread starts.
-  void Send(bool asynchronous) {
-    if (m_state != kIdle) return;
+  // RfcCallExU; on success the thread starts and true is returned.
+  bool Send(bool asynchronous) {
+    if (m_state != kIdle) return false;
     const unsigned handle = m_session->m_handle;
     m_handle = handle;
     m_asynchronous = asynchronous;
@@ -112,12 +106,24 @@ class CRfcSession::ClassicCall final : public RunningCall {
     if (m_result != RFC_OK) {
       m_state = kFailed;
       m_sdk.RfcLastErrorExU(&m_record);
-      return;
+      return false;
     }
     m_event = std::make_shared<CallEvent>(handle);
     m_state = kRunning;
     m_session->m_waiting = true;
     std::thread([this] { ListenForResult(); }).detach();
+    return true;
+  }
+
+  // Until the thread has signalled its end: asks it to cancel and waits,
+  // unless there is no thread, its signal was taken already, or this is the
+  // thread itself (an asynchronous call it ends).
+  void WaitForThread() {
+    if (t_listening == this || !m_event || m_eventTaken) return;
+    m_abort = true;
+    Wake();
+    m_event->Wait();
+    m_eventTaken = true;
   }
 
   void Wake() {
@@ -134,6 +140,7 @@ class CRfcSession::ClassicCall final : public RunningCall {
   // The thread's whole life. What it needs after the call may be gone (the
   // event, the session, whether it lets go of the session) it holds itself.
   void ListenForResult() {
+    t_listening = this;
     CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
     Trace(u"listenForResult");
     const std::shared_ptr<CallEvent> event = m_event;
@@ -192,7 +199,6 @@ class CRfcSession::ClassicCall final : public RunningCall {
       Trace(u"listenForResult(): COM ERROR 0x%x %s\n", static_cast<unsigned>(E_FAIL), std::string(e.what()));
     }
     session->m_waiting = false;
-    m_threadDone = true;
     // Nothing of this object is used after the session's callback: an
     // asynchronous call is freed there.
     if (asynchronous) session->OnCallFinished(*this, aborted, closed);
@@ -249,7 +255,9 @@ class CRfcSession::ClassicCall final : public RunningCall {
   const EntryPoints& m_sdk;
   std::atomic<int> m_state{kIdle};
   std::atomic<bool> m_abort{false};
-  std::atomic<bool> m_threadDone{false};  // the thread has nothing left to do with the call
+  std::atomic<bool> m_eventTaken{false};  // the thread's signal has been waited for
+  // The call whose answer this thread listens for.
+  static inline thread_local ClassicCall* t_listening = nullptr;
   int m_result = 0;
   unsigned m_handle = 0;
   bool m_asynchronous = false;
