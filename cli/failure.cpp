@@ -1,5 +1,6 @@
 #include "failure.h"
 
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -114,7 +115,8 @@ std::string transportCause(const std::vector<std::string>& traced) {
   return last.substr(start, end == std::string::npos || end < start ? std::string::npos : end - start);
 }
 
-// A text of the trace's "ABAP message:" line, quoted and escaped as in C.
+// A text of the trace's "ABAP message:" line, quoted and escaped as in C;
+// an escape it does not know stands for the character behind the backslash.
 std::string unescaped(const std::string& quoted) {
   std::string out;
   for (size_t i = 0; i < quoted.size(); ++i) {
@@ -123,38 +125,31 @@ std::string unescaped(const std::string& quoted) {
       continue;
     }
     const char c = quoted[++i];
-    if (c == 'n')
-      out += '\n';
-    else if (c == 'r')
-      out += '\r';
-    else if (c == 't')
-      out += '\t';
-    else if (c == 'x' && i + 2 < quoted.size()) {
-      out += static_cast<char>(std::stoi(quoted.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else
-      out += c;
+    switch (c) {
+      case 'n': out += '\n'; break;
+      case 'r': out += '\r'; break;
+      case 't': out += '\t'; break;
+      case 'x':
+        if (i + 2 < quoted.size() && std::isxdigit(static_cast<unsigned char>(quoted[i + 1])) &&
+            std::isxdigit(static_cast<unsigned char>(quoted[i + 2]))) {
+          out += static_cast<char>(std::stoi(quoted.substr(i + 1, 2), nullptr, 16));
+          i += 2;
+        } else {
+          out += c;
+        }
+        break;
+      default: out += c;
+    }
   }
   return out;
 }
 
-// The last ABAP message the library traced with the failure:
-//   ABAP message: ID="FL" Type="E" Number="046" V1="LH" V2="0400" V3="" V4=""
+// The last ABAP message among the traced lines.
 std::optional<AbapMessage> tracedAbapMessage(const std::vector<std::string>& traced) {
-  static const std::string q = "\"((?:[^\"\\\\]|\\\\.)*)\"";
-  static const std::regex kLine("ABAP message: ID=" + q + " Type=" + q + " Number=" + q + " V1=" + q + " V2=" + q +
-                                " V3=" + q + " V4=" + q);
   std::optional<AbapMessage> found;
-  for (const std::string& line : traced) {
-    std::smatch m;
-    if (!std::regex_search(line, m, kLine)) continue;
-    AbapMessage a;
-    a.messageClass = unescaped(m[1].str());
-    a.type = unescaped(m[2].str());
-    a.number = unescaped(m[3].str());
-    for (int i = 0; i < 4; ++i) a.variables[i] = unescaped(m[4 + i].str());
-    found = a;
-  }
+  for (const std::string& line : traced)
+    if (line.find("ABAP message: ") != std::string::npos)
+      if (auto m = abapMessageOfTraceLine(line)) found = m;
   return found;
 }
 
@@ -242,6 +237,20 @@ void checkRecorded(HRESULT hr, Source* source, const std::string& context) {
 }
 
 }  // namespace
+
+std::optional<AbapMessage> abapMessageOfTraceLine(const std::string& line) {
+  static const std::string q = "\"((?:[^\"\\\\]|\\\\.)*)\"";
+  static const std::regex kLine("ABAP message: ID=" + q + " Type=" + q + " Number=" + q + " V1=" + q + " V2=" + q +
+                                " V3=" + q + " V4=" + q);
+  std::smatch m;
+  if (!std::regex_search(line, m, kLine)) return std::nullopt;
+  AbapMessage a;
+  a.messageClass = unescaped(m[1].str());
+  a.type = unescaped(m[2].str());
+  a.number = unescaped(m[3].str());
+  for (int i = 0; i < 4; ++i) a.variables[i] = unescaped(m[4 + i].str());
+  return a;
+}
 
 void setCauseTrace(const std::string& path) {
   g_causeTrace = path;

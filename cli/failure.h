@@ -94,6 +94,11 @@ void checkSession(HRESULT hr, ISession* session, const std::string& context);
 // The same for a table reader, which keeps its own Error and ErrorInfo.
 void checkReader(HRESULT hr, ITableReader* reader, const std::string& context);
 
+// The ABAP message of a trace line the library writes for it
+//   ABAP message: ID="FL" Type="E" Number="046" V1="LH" V2="" V3="" V4=""
+// (texts quoted and escaped as in C); nothing for any other line.
+std::optional<AbapMessage> abapMessageOfTraceLine(const std::string& line);
+
 // The trace file the command reads causes and ABAP messages from (see
 // ComFailure, RfcFailure). Only what the library writes after this call
 // and since the last operation checked counts for a failure.

@@ -359,6 +359,8 @@ TEST_F(CliDaily, LengthsAndRangesAreCheckedBeforeSending) {
       {{"IV_PACKED=12345678901234"}, "IV_PACKED: '12345678901234' has 14 digits before the point; the field takes 13"},
       {{"IV_PACKED=1.234"}, "IV_PACKED: '1.234' has 3 decimals; the field takes 2"},
       {{"IV_INT2=40000"}, "IV_INT2: 40000 is out of range (-32768 to 32767)"},
+      {{"IV_INT1=256"}, "IV_INT1: 256 is out of range (0 to 255)"},
+      {{"IV_INT1=-1"}, "IV_INT1: -1 is out of range (0 to 255)"},
       {{"IV_INT=2147483648"}, "IV_INT: 2147483648 is out of range"},
       {{"IS_FLAT={\"CHAR\":\"12345678901\"}"}, "IS_FLAT.CHAR: '12345678901' is 11 characters long; the field takes 10"},
       {{"IS_FLAT={\"PACKED\":\"12345678901234\"}"}, "IS_FLAT.PACKED: '12345678901234' has 14 digits before the point"},
@@ -576,6 +578,11 @@ TEST_F(CliSession, ACallWithoutPingStillTellsLogonAndCommunicationFailuresApart)
   r = run({"call", "STFC_CONNECTION", "--interface", xml, "--port", "1", "--user", "DEMO", "--error-format", "json"});
   EXPECT_EQ(r.status, 4) << r.err;
   EXPECT_EQ(Json::parse(r.err)["cause"], "connection refused") << r.err;
+  // A connection that breaks in the answer.
+  control("fault?fault=close&user=DEMO");
+  r = run({"call", "STFC_CONNECTION", "--interface", xml, "--dest", "sim"});
+  EXPECT_EQ(r.status, 4) << r.err;
+  EXPECT_NE(r.err.find("calling STFC_CONNECTION failed: connection reset"), std::string::npos) << r.err;
   // --stateful opens its context with the ping, as ever.
   const long before = requests();
   EXPECT_OK(run({"call", "STFC_CONNECTION", "--interface", xml, "--dest", "sim", "--stateful"}));
@@ -592,6 +599,12 @@ TEST_F(CliSession, AnInterfaceFromAFile) {
   EXPECT_OK(r);
   EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "offline");
   EXPECT_EQ(requests() - before - 1, 1);
+  // A user who may call STFC_CONNECTION but not read the dictionary.
+  r = run({"call", "STFC_CONNECTION", "REQUTEXT=x", "--dest", "sim", "--user", "RESTRICTED", "--refresh"});
+  EXPECT_NE(r.status, 0) << r.out;
+  r = run({"call", "STFC_CONNECTION", "REQUTEXT=allowed", "--interface", xml, "--dest", "sim", "--user", "RESTRICTED"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "allowed");
   r = run({"call", "RFC_PING", "--interface", xml, "--dest", "sim"});
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("describes STFC_CONNECTION, not RFC_PING"), std::string::npos) << r.err;
