@@ -3,7 +3,8 @@
 // apartments, activation, the registry and the registrar), the ATL-style
 // helpers, the generated type library VELTRANELib (interfaces, enums, IIDs,
 // CLSIDs), IRfcRowCells (a C++ interface of our own beside it), the
-// component's error codes and texts, and its version.
+// component's error codes and texts, its version, and a base for the sinks
+// of its events (CEventSink).
 //
 //   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
 //   CComPtr<ISoapSession> session;
@@ -29,3 +30,4 @@
 #include "veltrane/veltrane_errors.h"
 #include "veltrane/veltrane_version.h"
 #include "veltrane/module.h"
+#include "veltrane/event_sink.h"

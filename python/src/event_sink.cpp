@@ -55,6 +55,19 @@ class UntypedDispatch : public CComObjectBase<Derived, IDispatch> {
   }
 };
 
+// The result a handler gave by raising ComError: its hresult when that is a
+// failure, else E_FAIL.
+HRESULT AnswerOf(py::handle error) {
+  try {
+    const auto code = static_cast<HRESULT>(error.attr("hresult").cast<uint32_t>());
+    return FAILED(code) ? code : E_FAIL;
+  } catch (py::error_already_set&) {
+    return E_FAIL;
+  } catch (const py::cast_error&) {
+    return E_FAIL;
+  }
+}
+
 // Calls the Python handler's On<Event> methods. Lives in the apartment that connected it.
 class PythonHandler : public UntypedDispatch<PythonHandler> {
  public:
@@ -101,6 +114,9 @@ class PythonHandler : public UntypedDispatch<PythonHandler> {
         if (result && !returned.is_none()) ToVariant(returned, result);
         return S_OK;
       } catch (py::error_already_set& e) {
+        // A ComError is the handler's answer: its failed result goes back to
+        // the firing side as the result of Invoke, and nothing is reported.
+        if (e.matches(ComErrorClass())) return AnswerOf(e.value());
         failure = e.what();
         e.discard_as_unraisable(method);
       }

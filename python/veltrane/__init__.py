@@ -8,7 +8,8 @@ The binding reaches every object of Veltrane late-bound, through IDispatch:
 
 with events (DispatchWithEvents, WithEvents, pump), the value mappings of
 veltrane._veltrane and failures as ComError. The client (connect, Client) gives
-function calls and table reads in Python's terms. docs/python.md has a tour.
+function calls and table reads in Python's terms, Server a registered server
+whose calls Python functions answer. docs/python.md has a tour.
 """
 
 import atexit
@@ -23,11 +24,13 @@ from ._veltrane import (BoundMember, Dispatch, EventConnection, Missing, Unknown
 from .client import (Client, FieldDescription, FunctionDescription, ParameterDescription, TypeDescription,
                      connect)
 from ._tables import TableRead
+from . import server
+from .server import Server
 
 __all__ = [
     "ABAPApplicationError", "ABAPRuntimeError", "BoundMember", "Client", "ComError", "CommunicationError",
     "Dispatch", "DispatchWithEvents", "Error", "EventConnection", "ExternalRuntimeError", "FieldDescription",
-    "FunctionDescription", "LogonError", "Missing", "ParameterDescription", "TableRead", "TypeDescription",
+    "FunctionDescription", "LogonError", "Missing", "ParameterDescription", "Server", "TableRead", "TypeDescription",
     "Unknown", "UnsupportedBackendError", "Variant", "WithEvents", "apartment", "connect", "constants",
     "initialize", "pump",
 ]
@@ -37,5 +40,7 @@ _variant_types = {name: getattr(_veltrane, name) for name in dir(_veltrane) if n
 globals().update(_variant_types)
 __all__ += sorted(_variant_types)
 
-# Hand-overs of events to the main thread end before the interpreter does.
+# Hand-overs of events to the main thread end before the interpreter does,
+# after the servers still running (atexit runs the last registered first).
 atexit.register(_veltrane._shutdown)
+atexit.register(server._stop_all)

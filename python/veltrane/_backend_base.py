@@ -23,7 +23,8 @@ def error_from(info, backend):
     """The exception for an ErrorInfo (RfcError) that a session or table reader filled."""
     group, key, message, module = backend.error_fields(info.ERRORGROUP, info.ErrorGroupTxt, info.Message)
     module = module or info.ModuleName
-    return backend.error_class(group, key, message)(message, key=key or None, group=group, module=module or None)
+    return backend.error_class(group, key, message)(message=message, key=key or None, group=group,
+                                                    module=module or None)
 
 
 def env(name, default=None):

@@ -61,7 +61,14 @@ class Error(Exception):
 
 
 class ABAPApplicationError(Error):
-    """The function module raised an ABAP exception; `key` is its name."""
+    """The function module raised an ABAP exception; `key` is its name. A handler
+    of veltrane.Server raises one to answer with an ABAP exception:
+
+        raise veltrane.ABAPApplicationError("NOT_FOUND", "no flight on that day")
+    """
+
+    def __init__(self, key, message="", group=None, module=None):
+        super().__init__(message, key=key, group=group, module=module)
 
 
 class ABAPRuntimeError(Error):

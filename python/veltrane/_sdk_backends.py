@@ -212,7 +212,7 @@ class RfcBackend(SdkBackend):
     def unrecorded_error(self, com_error):
         # An unknown function module fails the import of its interface unrecorded.
         if com_error.hresult == _FUNCTION_NOT_FOUND:
-            return ABAPApplicationError(com_error.description, key="FU_NOT_FOUND")
+            return ABAPApplicationError("FU_NOT_FOUND", com_error.description)
         return super().unrecorded_error(com_error)
 
     def closes_connection(self, error):

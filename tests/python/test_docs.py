@@ -36,4 +36,5 @@ def test_tour(sim):
     assert "hello" in out
     assert any(line.startswith("sent once under ") for line in out)
     assert any(line.startswith("logon refused:") for line in out)
+    assert '{"ECHOTEXT":"from ABAP","RESPTEXT":"answered in Python"}' in out
     assert out[-2:] == ["call finished", "async"]

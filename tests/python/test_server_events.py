@@ -5,6 +5,7 @@ filled the exports or failed."""
 import os
 import pathlib
 import threading
+import time
 
 import pytest
 
@@ -45,10 +46,15 @@ class Echo:
         text = fn.Importing["IV_TEXT"].value
         if text == "fail":
             raise RuntimeError("handler failed on purpose")
+        if text == "refuse":
+            raise veltrane.ComError(0x80040999, "refused on purpose")
         if text == "raise":
             fn.RaiseException("NOT_FOUND", "nothing for " + text)
             return
         fn.Exporting["EV_TEXT"].value = "py:" + text
+
+    def OnServerError(self, info):
+        info.Restart = True  # register again after a lost connection
 
 
 def serve(sim, handler_class, name):
@@ -61,19 +67,25 @@ def serve(sim, handler_class, name):
 
 
 def call_program(sim, program, parameters):
-    """Lets the system call the registered program from another thread while this one pumps."""
-    answer = {}
+    """Lets the system call the registered program from another thread while this one pumps;
+    what the call raised is raised here."""
+    answer, failure = {}, []
 
     def run():
-        with veltrane.connect(url=sim.url, user=USER, passwd=PASSWORD) as c:
-            answer.update(c.call("Z_VSIM_CALL_PROGRAM", PROGRAM_ID=program, FUNCTION="Z_SRV_ECHO",
-                                 PARAMETERS=parameters, MODE="S", CONFIRM="X", TIMEOUT_MS=20000))
+        try:
+            with veltrane.connect(url=sim.url, user=USER, passwd=PASSWORD) as c:
+                answer.update(c.call("Z_VSIM_CALL_PROGRAM", PROGRAM_ID=program, FUNCTION="Z_SRV_ECHO",
+                                     PARAMETERS=parameters, MODE="S", CONFIRM="X", TIMEOUT_MS=20000))
+        except veltrane.Error as e:
+            failure.append(e)
 
     worker = threading.Thread(target=run)
     worker.start()
     while worker.is_alive():
         veltrane.pump(0.1)
     worker.join()
+    if failure:
+        raise failure[0]
     return answer
 
 
@@ -102,17 +114,55 @@ def test_an_abap_exception_set_by_the_handler_reaches_the_caller(sim, session):
         server.Shutdown()
 
 
+def call_again(sim, program, parameters):
+    """call_program once the program is registered again."""
+    deadline = time.monotonic() + 20
+    while True:
+        try:
+            return call_program(sim, program, parameters)
+        except veltrane.ABAPApplicationError as e:
+            if e.key != "COMMUNICATION_FAILURE" or time.monotonic() > deadline:
+                raise
+            time.sleep(0.1)
+
+
 @pytest.mark.filterwarnings("ignore::pytest.PytestUnraisableExceptionWarning")
-def test_a_failing_handler_leaves_the_exports_and_the_server_serves_on(sim, session):
+def test_a_failing_handler_and_the_server_serves_on(sim, session):
     server = serve(sim, Echo, "FAIL")
     server.InstallFunction(session.ImportCall("Z_SRV_ECHO", False))
     server.Serve()
     try:
-        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"fail"}')
-        assert '"EV_TEXT":""' in answer["RESULT"], answer
+        try:
+            answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"fail"}')
+        except veltrane.ABAPApplicationError as e:
+            # The server fails the call of a failed handler: a system failure, after
+            # which the SDK ends the connection and the Restart registers again.
+            assert e.key == "SYSTEM_FAILURE", e
+        else:
+            # The server sends the answer with the exports as the handler left them.
+            assert '"EV_TEXT":""' in answer["RESULT"], answer
         assert server.calls == ["Z_SRV_ECHO"]
         # The server goes on serving after a failed call.
-        answer = call_program(sim, server.ProgramID, '{"IV_TEXT":"again"}')
+        answer = call_again(sim, server.ProgramID, '{"IV_TEXT":"again"}')
         assert '"EV_TEXT":"py:again"' in answer["RESULT"], answer
     finally:
         server.Shutdown()
+
+
+@pytest.mark.filterwarnings("error::pytest.PytestUnraisableExceptionWarning")
+def test_a_handler_that_raises_com_error_fails_the_event_with_its_result(sim, session, tmp_path):
+    server = serve(sim, Echo, "REFUSE")
+    trace = tmp_path / "server.trc"
+    server.Option["trace.file"] = str(trace)
+    server.InstallFunction(session.ImportCall("Z_SRV_ECHO", False))
+    server.Serve()
+    try:
+        try:
+            call_program(sim, server.ProgramID, '{"IV_TEXT":"refuse"}')
+        except veltrane.ABAPApplicationError as e:
+            assert e.key == "SYSTEM_FAILURE", e
+        assert server.calls == ["Z_SRV_ECHO"]
+    finally:
+        server.Shutdown()
+    # The server traces the failed event with the handler's result; nothing is reported as unraisable.
+    assert "0x80040999" in trace.read_text(errors="replace")
