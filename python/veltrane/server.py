@@ -176,6 +176,7 @@ class Server:
         self._server = None
         self._events = None
         self._thread = None  # the thread that serves
+        self._started = None  # the thread of start()
         self._stop = threading.Event()
         self._done = threading.Event()
         self._done.set()
@@ -258,6 +259,7 @@ class Server:
 
         thread = threading.Thread(target=run, name=f"veltrane.Server {self.program_id}", daemon=True)
         self._begin(thread)
+        self._started = thread
         thread.start()
         ready.wait()
         if failure:
@@ -273,6 +275,8 @@ class Server:
         if thread is None or thread is threading.current_thread() or getattr(_in_handler, "active", False):
             return
         self._done.wait()
+        if thread is self._started:
+            thread.join()  # start()'s thread has let go of the library's objects too
 
     def __enter__(self):
         return self
@@ -393,6 +397,9 @@ class Server:
             except KeyboardInterrupt:
                 pass  # stopping already
         events.close()
+        # The last references go before the stop is told: the release of the
+        # library's server blocks, and a thread may not block at the interpreter's exit.
+        del server, events
         self._server = self._events = self._handler = None
         _running.discard(self)
         _log.info("%s stopped", self.program_id)
@@ -414,7 +421,10 @@ class Server:
                 result = function.handler(**function.read(fn, self._rstrip))
                 function.write(fn, result)
             except ABAPApplicationError as e:
-                fn.RaiseException(str(e.key or ""), str(e.message or ""))
+                if not e.key:  # an exception without a name would be no exception
+                    _log.error("%s: the handler of %s raised ABAPApplicationError without a key", self.program_id, name)
+                    return self._failed(f"{name}: ABAPApplicationError without a key")
+                fn.RaiseException(str(e.key), str(e.message or ""))
             except KeyboardInterrupt:
                 self._stop.set()
                 return self._failed(f"{self.program_id} was interrupted")
