@@ -21,6 +21,7 @@
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "testing/sim_process.h"
+#include "veltrane/event_sink.h"
 #include "veltrane_tlb.h"
 
 namespace {
@@ -53,29 +54,9 @@ CComPtr<IRfcSession> Session() {
 }
 
 // Answers IncomingCall: ECHOTEXT gets REQUTEXT.
-class EchoSink final : public IDispatch {
+class EchoSink final : public CEventSink {
  public:
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__RfcServerEvents) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+  EchoSink() : CEventSink(DIID__RfcServerEvents) {}
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
                                    UINT*) override {
     if (id != 1) return S_OK;
@@ -90,9 +71,6 @@ class EchoSink final : public IDispatch {
     in->get_value(&text);
     return out->put_value(text);
   }
-
- private:
-  std::atomic<ULONG> m_refs{1};
 };
 
 // A server class and where its SDK is.

@@ -70,7 +70,10 @@ CComPtr<IFunctionCall> ReadTableCall() {
 
 // Parse and walk down to every WA text, the least any reader does.
 size_t BareParse(const std::string& text) {
-  std::vector<char> buffer(text.begin(), text.end());
+  // One copy, as the reader makes one: the parse writes into the text.
+  std::vector<char> buffer;
+  buffer.reserve(text.size() + 1);
+  buffer.assign(text.begin(), text.end());
   buffer.push_back('\0');
   rapidxml::xml_document<char> doc;
   doc.parse<0>(buffer.data());

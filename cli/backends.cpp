@@ -152,7 +152,12 @@ const std::vector<Backend>& backends() {
        configureRfc,
        rfcAddress,
        nwrfcPlace,
-       Transactions::AnySession},
+       Transactions::AnySession,
+       // Lengths as the dictionary gives them (characters, a packed member's
+       // digits); integers go out in their binary form.
+       1,
+       false,
+       false},
   };
   return table;
 }

@@ -15,6 +15,7 @@
 #include "output.h"
 #include "table_output.h"
 #include "table_plan.h"
+#include "table_rows.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -163,58 +164,32 @@ Page readPage(ITableReader* reader, const std::vector<FieldLayout>& layout,
   return page;
 }
 
-// The position in the rows of each field of a group, by name; the last
-// member of a name, as the lookup by name finds it.
-std::vector<LONG> positionsOf(IRfcFields* row, const std::vector<FieldLayout>& layout, const std::vector<size_t>& group,
-                              const std::string& table) {
-  LONG count = 0;
-  check(row->get_Count(&count), "counting fields");
-  std::vector<std::string> names;
-  for (LONG p = 1; p <= count; ++p) {
-    CComPtr<IRfcField> f;
-    check(row->get_Item(CComVariant(p), &f), "reading a field");
-    CComBSTR name;
-    check(f->get_name(&name), "reading the name of a field");
-    names.push_back(utf8(name));
-  }
-  std::vector<LONG> positions;
-  for (size_t i : group) {
-    LONG at = 0;
-    for (LONG p = count; p >= 1 && at == 0; --p)
-      if (names[static_cast<size_t>(p - 1)] == layout[i].name) at = p;
-    if (at == 0) throw std::runtime_error("the rows of " + table + " lack the field " + layout[i].name);
-    positions.push_back(at);
-  }
-  return positions;
-}
-
 // RAW fields come as the hexadecimal text of the data line; they print as
 // base64, as binary values of `call` do.
-void rawAsBase64(CComVariant& value) {
+void rawAsBase64(VARIANT& value, CComVariant& held) {
   if (value.vt != VT_BSTR) return;
-  if (auto text = hexToBase64(trim(utf8(value.bstrVal)))) value = CComVariant(bstr(*text));
+  if (auto text = hexToBase64(trim(utf8(value.bstrVal)))) {
+    held = CComVariant(bstr(*text));
+    value = held;
+  }
 }
 
 // Hands the rows of a page to the output, joined across the field groups
 // by position, in the order of the field list.
 void writePage(const Page& page, const std::vector<FieldLayout>& layout, const std::vector<std::vector<size_t>>& groups,
                const std::string& table, bool raw, TableOutput& output) {
-  std::vector<std::vector<LONG>> positions(groups.size());
-  std::vector<CComVariant> values(layout.size());
+  std::vector<RowValues> readers;
+  readers.reserve(groups.size());
+  for (size_t g = 0; g < groups.size(); ++g) readers.emplace_back(page.parts[g], layout, groups[g], table);
+  std::vector<size_t> binary;
+  if (!raw)
+    for (size_t i = 0; i < layout.size(); ++i)
+      if (layout[i].type == "X") binary.push_back(i);
+  std::vector<VARIANT> values(layout.size());
+  std::vector<CComVariant> held(layout.size());
   for (LONG r = 1; r <= page.count; ++r) {
-    for (size_t g = 0; g < groups.size(); ++g) {
-      CComPtr<IRfcFields> row;
-      check(page.parts[g]->get_Item(r, &row), "reading a row");
-      if (r == 1) positions[g] = positionsOf(row, layout, groups[g], table);
-      for (size_t k = 0; k < groups[g].size(); ++k) {
-        CComPtr<IRfcField> f;
-        check(row->get_Item(CComVariant(positions[g][k]), &f), "reading a field");
-        CComVariant& value = values[groups[g][k]];
-        value.Clear();
-        check(f->get_value(&value), "reading the value of " + layout[groups[g][k]].name);
-        if (!raw && layout[groups[g][k]].type == "X") rawAsBase64(value);
-      }
-    }
+    for (RowValues& reader : readers) reader.read(r, values, held);
+    for (size_t i : binary) rawAsBase64(values[i], held[i]);
     output.row(values);
   }
   output.flush();

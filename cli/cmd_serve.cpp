@@ -18,6 +18,8 @@
 #include <sstream>
 #include <thread>
 
+#include <veltrane/event_sink.h>
+
 #include "backend_nwrfc.h"
 #include "backend_rfc.h"
 #include "commands.h"
@@ -172,39 +174,18 @@ void assignResult(IFunctionCall* call, const Json& result) {
 }
 
 // The sink of the server's events, in the command's apartment.
-class Handlers : public IDispatch {
+class Handlers : public CEventSink {
  public:
-  explicit Handlers(std::map<std::string, std::string> commands) : commands_(std::move(commands)) {}
+  explicit Handlers(std::map<std::string, std::string> commands)
+      : CEventSink(DIID__RfcServerEvents), commands_(std::move(commands)) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__RfcServerEvents) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --refs_;
-    if (left == 0) delete this;
-    return left;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
                                    UINT*) override {
     if (!params || params->cArgs != 1 || params->rgvarg[0].vt != VT_DISPATCH) return DISP_E_BADPARAMCOUNT;
     IDispatch* argument = params->rgvarg[0].pdispVal;
     if (id == 1) {
       CComQIPtr<IFunctionCall> call(argument);
-      if (call) serve(call);
+      if (call) return serve(call);
     } else if (id == 2) {
       CComQIPtr<IRfcServerLogonInfo> info(argument);
       CComBSTR user;
@@ -225,15 +206,17 @@ class Handlers : public IDispatch {
   }
 
  private:
-  void serve(IFunctionCall* call) {
+  // Answers one call; a failure of the command fails the call (failCall).
+  HRESULT serve(IFunctionCall* call) {
     const auto start = std::chrono::steady_clock::now();
     CComBSTR name;
     call->get_Function(&name);
     const std::string function = utf8(name);
     std::string line;
+    HRESULT result = S_OK;
     auto it = commands_.find(function);
     if (it == commands_.end()) {
-      call->RaiseException(bstr("SYSTEM_FAILURE"), bstr("no command serves " + function));
+      result = failCall(call);
       line = "failed: no command serves it";
     } else {
       try {
@@ -241,15 +224,16 @@ class Handlers : public IDispatch {
         if (out.ok) {
           assignResult(call, out.result);
           line = "ok";
+          backoffMs_ = kFirstBackoffMs;
         } else if (!out.exception.empty()) {
           call->RaiseException(bstr(out.exception), bstr(out.message));
           line = "exception " + out.exception;
         } else {
-          call->RaiseException(bstr("SYSTEM_FAILURE"), bstr(out.message));
+          result = failCall(call);
           line = "failed: " + out.message;
         }
       } catch (const std::exception& e) {
-        call->RaiseException(bstr("SYSTEM_FAILURE"), bstr(e.what()));
+        result = failCall(call);
         line = std::string("failed: ") + e.what();
       }
     }
@@ -257,17 +241,38 @@ class Handlers : public IDispatch {
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start).count();
     std::cerr << "serve: " << function << " for " << (user_.empty() ? "?" : user_) << ": " << line << " (" << ms
               << " ms)" << std::endl;
+    return result;
   }
 
-  // A lost gateway: register again after a pause that doubles up to 30 s.
+  // Makes the server answer the call with a system failure (docs/server.md):
+  // NWRfcServer fails a call whose handler fails; RfcServer absorbs that and
+  // fails a call whose answer it cannot send, here a parameter without a
+  // type. Either SDK then ends the connection, and reconnect registers the
+  // program again at once.
+  HRESULT failCall(IFunctionCall* call) {
+    CComPtr<IRfcParameters> exporting;
+    if (SUCCEEDED(call->get_Exporting(&exporting)) && exporting)
+      exporting->AddParameter(bstr("SYSTEM_FAILURE"), nullptr);
+    failedCall_ = true;
+    return E_FAIL;
+  }
+
+  // A lost gateway: register again after a pause that doubles up to 30 s
+  // (and starts afresh after a call that worked).
+  // After a call this program failed, the SDK's end of the connection is
+  // expected, and the program registers again at once.
   void reconnect(IRfcServerErrorInfo* info) {
     CComBSTR message;
     info->get_Message(&message);
     std::cerr << "serve: the gateway connection ended: " << utf8(message) << std::endl;
-    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(backoffMs_);
-    while (!g_stop && std::chrono::steady_clock::now() < until)
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    backoffMs_ = std::min(backoffMs_ * 2, 30000L);
+    if (failedCall_) {
+      failedCall_ = false;
+    } else {
+      const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(backoffMs_);
+      while (!g_stop && std::chrono::steady_clock::now() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      backoffMs_ = std::min(backoffMs_ * 2, 30000L);
+    }
     if (!g_stop) {
       std::cerr << "serve: registering again" << std::endl;
       info->put_Restart(VARIANT_TRUE);
@@ -276,10 +281,12 @@ class Handlers : public IDispatch {
     }
   }
 
-  std::atomic<ULONG> refs_{1};
   std::map<std::string, std::string> commands_;
+  static constexpr long kFirstBackoffMs = 500;
+
   std::string user_;
-  long backoffMs_ = 500;
+  long backoffMs_ = kFirstBackoffMs;
+  bool failedCall_ = false;
 };
 
 CComPtr<IFunctionCall> interfaceFromFile(const std::string& path) {
@@ -422,8 +429,8 @@ Command serveCommand() {
           "JSON object on standard input and prints one JSON object whose members fill\n"
           "exporting, changing and tables parameters. Exiting non-zero after printing\n"
           "{\"exception\": \"NAME\"} raises the ABAP exception NAME; a crash or output that is\n"
-          "no JSON object answers with the exception SYSTEM_FAILURE, and the server serves\n"
-          "on. The interface of FUNCTION comes from --interface FILE (its XML form, as\n"
+          "no JSON object answers with a system failure, and the server registers again\n"
+          "at once and serves on. The interface of FUNCTION comes from --interface FILE (its XML form, as\n"
           "describe prints it) or from the system's dictionary over a client connection\n"
           "of the usual options. A dropped gateway is registered again after a pause that\n"
           "doubles up to 30 seconds. SIGINT and SIGTERM end the server cleanly. Each call\n"

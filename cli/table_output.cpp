@@ -152,7 +152,7 @@ class JsonOutput : public BufferedOutput {
     }
     buffer_ += "{\n  \"table\": " + Json(table).dump() + ",\n  \"fields\": " + names.dump() + ",\n  \"rows\": [";
   }
-  void row(const std::vector<CComVariant>& values) override {
+  void row(const std::vector<VARIANT>& values) override {
     buffer_ += rows_++ == 0 ? "\n    {" : ",\n    {";
     for (size_t i = 0; i < values.size(); ++i) {
       if (i > 0) buffer_ += ',';
@@ -179,7 +179,7 @@ class JsonlOutput : public BufferedOutput {
     for (const auto& f : layout)
       keys_.push_back(Json(f.name).dump(-1, ' ', false, Json::error_handler_t::replace) + ":");
   }
-  void row(const std::vector<CComVariant>& values) override {
+  void row(const std::vector<VARIANT>& values) override {
     buffer_ += '{';
     for (size_t i = 0; i < values.size(); ++i) {
       if (i > 0) buffer_ += ',';
@@ -207,7 +207,7 @@ class CsvOutput : public BufferedOutput {
     }
     buffer_ += '\n';
   }
-  void row(const std::vector<CComVariant>& values) override {
+  void row(const std::vector<VARIANT>& values) override {
     for (size_t i = 0; i < values.size(); ++i) {
       if (i > 0) buffer_ += ',';
       cell_.clear();
@@ -245,7 +245,7 @@ class AlignedOutput : public TableOutput {
       table_.rightAligned.push_back(numeric);
     }
   }
-  void row(const std::vector<CComVariant>& values) override {
+  void row(const std::vector<VARIANT>& values) override {
     std::vector<std::string> cells;
     cells.reserve(values.size());
     for (size_t i = 0; i < values.size(); ++i) cells.push_back(cellText(variantToJson(values[i], types_[i])));
@@ -304,7 +304,7 @@ class SqliteOutput : public TableOutput {
   }
   ~SqliteOutput() override { close(); }
 
-  void row(const std::vector<CComVariant>& values) override {
+  void row(const std::vector<VARIANT>& values) override {
     for (size_t i = 0; i < values.size(); ++i) bind(static_cast<int>(i + 1), values[i], types_[i]);
     if (sqlite3_step(insert_) != SQLITE_DONE) fail("inserting a row");
     sqlite3_reset(insert_);

@@ -23,8 +23,8 @@ TableFormat tableFormat(const std::string& name);
 class TableOutput {
  public:
   virtual ~TableOutput() = default;
-  // One row, its values in the order of the layout.
-  virtual void row(const std::vector<CComVariant>& values) = 0;
+  // One row, its values in the order of the layout; borrowed for the call.
+  virtual void row(const std::vector<VARIANT>& values) = 0;
   // A page has been handed over: what is buffered goes out.
   virtual void flush() = 0;
   // No more rows.

@@ -2,7 +2,9 @@
 // layer (types, BSTR, VARIANT, SAFEARRAY, IUnknown, IDispatch, error records,
 // apartments, activation, the registry and the registrar), the ATL-style
 // helpers, the generated type library VELTRANELib (interfaces, enums, IIDs,
-// CLSIDs), the component's error codes and texts, and its version.
+// CLSIDs), IRfcRowCells (a C++ interface of our own beside it), the
+// component's error codes and texts, its version, and a base for the sinks
+// of its events (CEventSink).
 //
 //   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
 //   CComPtr<ISoapSession> session;
@@ -24,6 +26,8 @@
 #include "veltrane/platform/winreg.h"
 #include "veltrane/platform/registrar.h"
 #include "veltrane/veltrane_tlb.h"
+#include "veltrane/row_cells.h"
 #include "veltrane/veltrane_errors.h"
 #include "veltrane/veltrane_version.h"
 #include "veltrane/module.h"
+#include "veltrane/event_sink.h"

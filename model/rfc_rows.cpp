@@ -7,6 +7,7 @@
 #include "model/type_access.h"
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <new>
 
@@ -277,6 +278,67 @@ HRESULT CRfcRows::AddRows(LONG Count) {
     if (FAILED(hr)) return hr;
     PushItem(row.Detach());
   }
+  return S_OK;
+}
+
+HRESULT CRfcRows::GetRowCells(LONG row, RfcCell* cells, LONG capacity, LONG* width) {
+  if (!width || (!cells && capacity > 0)) return E_POINTER;
+  *width = 0;
+  if (row < 1 || row > CollCount()) return E_INVALIDARG;
+  const auto at = static_cast<size_t>(row - 1);
+  const size_t room = capacity > 0 ? static_cast<size_t>(capacity) : 0;
+  size_t storeRow = 0;
+  if (const RowStore* store = StoredRow(at, &storeRow)) {
+    store->ViewRow(storeRow, cells, std::min(room, store->Width()));
+    *width = static_cast<LONG>(store->Width());
+    return S_OK;
+  }
+  // A row made into objects: its members as the fields hold them.
+  CRfcFields* fields = ModelImpl<CRfcFields>(m_items[at].p);
+  if (!fields) return E_NOINTERFACE;
+  const LONG count = fields->CollCount();
+  for (LONG c = 0; c < count && static_cast<size_t>(c) < room; ++c) {
+    CRfcField* field = ModelImpl<CRfcField>(fields->CollAt(static_cast<size_t>(c)));
+    if (!field) return E_NOINTERFACE;
+    RfcCell& out = cells[c];
+    std::memcpy(static_cast<void*>(&out.value), &field->Value(), sizeof(VARIANT));
+    out.text = nullptr;
+    out.length = 0;
+    if (out.value.vt == VT_BSTR) {
+      out.text = out.value.bstrVal ? out.value.bstrVal : u"";
+      out.length = SysStringLen(out.value.bstrVal);
+    }
+    out.type = TYPE_CHAR;
+    ABAPTYPE type = TYPE_CHAR;
+    if (field->TypePtr() && SUCCEEDED(TypeScalarType(field->TypePtr(), &type))) out.type = type;
+  }
+  *width = count;
+  return S_OK;
+}
+
+HRESULT CRfcRows::GetCellName(LONG row, LONG column, const char16_t** name, UINT* length) {
+  if (!name || !length) return E_POINTER;
+  *name = nullptr;
+  *length = 0;
+  if (row < 1 || row > CollCount() || column < 1) return E_INVALIDARG;
+  const auto at = static_cast<size_t>(row - 1);
+  const auto c = static_cast<size_t>(column - 1);
+  size_t storeRow = 0;
+  if (const RowStore* store = StoredRow(at, &storeRow)) {
+    if (c >= store->Width()) return E_INVALIDARG;
+    const std::u16string& text = store->ColumnAt(c).name;
+    *name = text.data();
+    *length = static_cast<UINT>(text.size());
+    return S_OK;
+  }
+  // A row made into objects: its members as the fields hold them.
+  CRfcFields* fields = ModelImpl<CRfcFields>(m_items[at].p);
+  if (!fields) return E_NOINTERFACE;
+  if (c >= static_cast<size_t>(fields->CollCount())) return E_INVALIDARG;
+  CRfcField* field = ModelImpl<CRfcField>(fields->CollAt(c));
+  if (!field) return E_NOINTERFACE;
+  *name = field->Name().data();
+  *length = static_cast<UINT>(field->Name().size());
   return S_OK;
 }
 

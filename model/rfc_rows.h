@@ -1,5 +1,6 @@
 // CRfcRows: the rows of a table value (IRfcRows), each row a RfcFields of
-// the row structure, with the file mode of classic calls.
+// the row structure, with the file mode of classic calls; its cells read in
+// place through IRfcRowCells.
 #pragma once
 
 #include "model/collection.h"
@@ -8,6 +9,7 @@
 #include "model/row_store.h"
 #include "platform/com_object.h"
 #include "platform/dispatch_impl.h"
+#include "veltrane/row_cells.h"
 #include "veltrane_decl.h"
 #include "veltrane_tlb.h"
 
@@ -20,7 +22,7 @@ class CRfcFields;
 class CRfcRows
     : public CComObjectBase<CRfcRows,
                             CoClassRfcRows<CRfcRows, ICollectionImpl<CRfcRows, IRfcRows, CComCollect<IRfcFields>>>,
-                            CModelObjectImpl<CRfcRows>> {
+                            CModelObjectImpl<CRfcRows>, IRfcRowCells> {
  public:
   // IRfcRows
   HRESULT STDMETHODCALLTYPE get_Item(LONG inIndex, IRfcFields** pVal) override;
@@ -34,6 +36,10 @@ class CRfcRows
   HRESULT STDMETHODCALLTYPE SetFileMode(SHORT DataCol, SHORT IndexCol) override;
   HRESULT STDMETHODCALLTYPE RemoveAll() override;
   HRESULT STDMETHODCALLTYPE put_RfcType(IRfcType* type) override;
+
+  // IRfcRowCells
+  HRESULT STDMETHODCALLTYPE GetRowCells(LONG row, RfcCell* cells, LONG capacity, LONG* width) override;
+  HRESULT STDMETHODCALLTYPE GetCellName(LONG row, LONG column, const char16_t** name, UINT* length) override;
 
   // Internal operations: a back end appends the rows it delivers.
   HRESULT Add(IRfcFields* row);

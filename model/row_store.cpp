@@ -256,6 +256,35 @@ void RowStore::View(size_t row, size_t column, VARIANT* view) const {
   }
 }
 
+void RowStore::ViewRow(size_t row, RfcCell* cells, size_t count) const {
+  const Cell* cell = &At(row, 0);
+  for (size_t c = 0; c < count; ++c, ++cell) {
+    RfcCell& out = cells[c];
+    out.type = m_columns[c].scalarType;
+    out.text = nullptr;
+    out.length = 0;
+    out.value.wReserved1 = out.value.wReserved2 = out.value.wReserved3 = 0;
+    switch (cell->kind) {
+      case kText:
+        out.value.vt = VT_BSTR;
+        out.value.bstrVal = const_cast<BSTR>(cell->text);
+        out.text = cell->text ? cell->text : u"";
+        out.length = cell->length;
+        break;
+      case kBoxed: {
+        const VARIANT& boxed = m_boxed[cell->boxed];
+        std::memcpy(static_cast<void*>(&out.value), &boxed, sizeof(VARIANT));
+        if (boxed.vt == VT_BSTR) {
+          out.text = boxed.bstrVal ? boxed.bstrVal : u"";
+          out.length = SysStringLen(boxed.bstrVal);
+        }
+        break;
+      }
+      default: out.value.vt = cell->vt; std::memcpy(&out.value.llVal, &cell->bits, sizeof cell->bits);
+    }
+  }
+}
+
 bool RowStore::TextAt(size_t row, size_t column, std::u16string_view* text) const {
   const Cell& cell = At(row, column);
   if (cell.kind == kText) {

@@ -16,6 +16,7 @@
 #include "model/collection.h"
 #include "model/rfc_field.h"
 #include "platform/atlbase.h"
+#include "veltrane/row_cells.h"
 #include "veltrane_tlb.h"
 
 class RowStore {
@@ -68,6 +69,9 @@ class RowStore {
   // a boxed value as a shallow copy. Valid while the cell stays as it is;
   // never to be cleared or freed.
   void View(size_t row, size_t column, VARIANT* view) const;
+  // The cells of a row in place, borrowed as View borrows them, with each
+  // column's ABAP type: the first count columns.
+  void ViewRow(size_t row, RfcCell* cells, size_t count) const;
   // The text of a cell holding a string, in place; false for any other.
   bool TextAt(size_t row, size_t column, std::u16string_view* text) const;
   // The cell's type as get_value would give it.

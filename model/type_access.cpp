@@ -13,6 +13,15 @@ HRESULT TypeKind(IRfcType* type, RFCTYPEKIND* kind) {
   return type->get_Kind(kind);
 }
 
+HRESULT TypeScalarType(IRfcType* type, ABAPTYPE* scalarType) {
+  if (!type) return E_POINTER;
+  if (CRfcType* direct = ModelImpl<CRfcType>(type)) {
+    *scalarType = static_cast<ABAPTYPE>(direct->ScalarTypeValue());
+    return S_OK;
+  }
+  return type->get_ScalarType(scalarType);
+}
+
 HRESULT TypeName(IRfcType* type, CComBSTR& holder, std::u16string_view* name) {
   if (!type) return E_POINTER;
   if (CRfcType* direct = ModelImpl<CRfcType>(type)) {

@@ -11,6 +11,7 @@ class CRfcType;
 class CRfcTypes;
 
 HRESULT TypeKind(IRfcType* type, RFCTYPEKIND* kind);
+HRESULT TypeScalarType(IRfcType* type, ABAPTYPE* scalarType);
 
 // The name of a type as a view; holder keeps a copy when one was needed.
 HRESULT TypeName(IRfcType* type, CComBSTR& holder, std::u16string_view* name);

@@ -9,6 +9,7 @@
 #include "abap/model_values.h"
 #include "abap/scalar_conversion.h"
 #include "model/model.h"
+#include "model/row_store.h"
 #include "platform/comdef.h"
 #include "platform/unicode.h"
 #include "rfc/scalar_data.h"
@@ -19,6 +20,7 @@ namespace veltrane::rfc {
 
 using veltrane::abap::FieldValue;
 using veltrane::abap::RowFields;
+using veltrane::abap::StoredRows;
 using veltrane::sdk::rfc::RFC_ITMODE;
 
 namespace {
@@ -420,10 +422,21 @@ CIntRfcTable::~CIntRfcTable() {
 }
 
 void CIntRfcTable::FillRows() {
+  // A row no client has reached goes from the rows' store as it stands.
+  StoredRows stored(m_rows);
   for (uint32_t i = 1; i <= m_rowCount; ++i) {
-    void* line = m_sdk.ItAppLineU(m_entry->ithandle);
+    auto* line = static_cast<unsigned char*>(m_sdk.ItAppLineU(m_entry->ithandle));
     if (!line) OutOfMemory();
     m_def->InitLine(line);
+    if (stored.Find(static_cast<LONG>(i)) && stored.Width() == m_def->FieldCount()) {
+      for (size_t c = 0; c < m_def->FieldCount(); ++c) {
+        const VARIANT& value = stored.Cell(c);
+        if (IsUnset(value)) continue;
+        const CIntRfcT1StructDef::Column& column = m_def->ColumnAt(c);
+        RfcValueToData(line + m_def->Element(c).c2_offset, column.type, column.length, column.decimals, value, m_sdk);
+      }
+      continue;
+    }
     CComPtr<IRfcFields> row;
     ThrowIfFailed(m_rows->get_Item(static_cast<LONG>(i), &row));
     m_def->PutFields(Required(row.p), line, false);
@@ -477,31 +490,35 @@ void CIntRfcTable::getValue() {
     return;
   }
   const size_t width = m_def->FieldCount();
-  std::vector<CRfcField*> cells;
-  cells.reserve(static_cast<size_t>(count) * width);
-  const HRESULT planned = RfcRowsAddRows(m_rows, static_cast<LONG>(count), &cells);
-  if (planned == E_NOINTERFACE) {
-    ThrowIfFailed(m_rows->AddRows(static_cast<LONG>(count)));
-  } else {
-    ThrowIfFailed(planned);
+  // Rows of scalars go into the rows' store; their objects are made when a
+  // client reaches them.
+  RowStore* store = nullptr;
+  size_t first = 0;
+  const HRESULT stored = RfcRowsAppendStored(m_rows, static_cast<LONG>(count), &store, &first);
+  if (SUCCEEDED(stored)) {
+    if (store->Width() != width) throw _com_error(E_UNEXPECTED);
+    for (unsigned i = 0; i < count; ++i) {
+      const auto* line = static_cast<const unsigned char*>(m_sdk.ItGetLineU(m_entry->ithandle, i + 1));
+      if (!line) throw _com_error(E_POINTER);
+      for (size_t c = 0; c < width; ++c) {
+        const RFC_UNICODE_TYPE_ELEMENT& element = m_def->Element(c);
+        RfcDataToStore(*store, first + i, c, line + element.c2_offset, static_cast<int32_t>(element.type),
+                       static_cast<uint16_t>(element.c2_length), m_def->ColumnAt(c).decimals, m_sdk);
+      }
+    }
+    if (trace) TraceRaw(u"]\n");
+    return;
   }
-  CComVariant value;
+  if (stored != E_NOINTERFACE) ThrowIfFailed(stored);
+  // Rows of another implementation, or of a row type the store does not
+  // serve: as objects.
+  ThrowIfFailed(m_rows->AddRows(static_cast<LONG>(count)));
   for (unsigned i = 1; i <= count; ++i) {
     const auto* line = static_cast<const unsigned char*>(m_sdk.ItGetLineU(m_entry->ithandle, i));
     if (!line) throw _com_error(E_POINTER);
-    if (planned == E_NOINTERFACE) {
-      CComPtr<IRfcFields> row;
-      ThrowIfFailed(m_rows->get_Item(static_cast<LONG>(i), &row));
-      m_def->GetFields(line, Required(row.p), false);
-      continue;
-    }
-    CRfcField* const* cell = cells.data() + static_cast<size_t>(i - 1) * width;
-    for (size_t c = 0; c < width; ++c) {
-      const RFC_UNICODE_TYPE_ELEMENT& element = m_def->Element(c);
-      RfcDataToVariant(&value, line + element.c2_offset, static_cast<int32_t>(element.type),
-                       static_cast<uint16_t>(element.c2_length), m_def->ColumnAt(c).decimals, m_sdk);
-      ThrowIfFailed(RfcFieldAttachValue(cell[c], &value));
-    }
+    CComPtr<IRfcFields> row;
+    ThrowIfFailed(m_rows->get_Item(static_cast<LONG>(i), &row));
+    m_def->GetFields(line, Required(row.p), false);
   }
   if (trace) TraceRaw(u"]\n");
 }

@@ -1,5 +1,6 @@
 #include "rfc/rfc_session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -23,10 +24,12 @@ namespace {
 
 HRESULT Report(Text text) { return ReportError(CLSID_RfcSession, text); }
 
-// Polls of RfcListenU come at most this far apart; the first ones sooner,
-// so that a quick answer is taken without waiting the whole interval.
+// Polls of RfcListenU come at most this far apart; earlier ones sooner, a
+// sixteenth of the time the call has taken so far (at least kFirstPoll), so
+// that an answer waits for its poll no more than that share of its time.
 constexpr std::chrono::milliseconds kPollInterval{100};
 constexpr std::chrono::milliseconds kFirstPoll{2};
+constexpr int kPollShare = 16;
 
 enum CallState : int { kIdle = 0, kRunning = 1, kFinished = 2, kAborted = 3, kFailed = 4 };
 
@@ -138,14 +141,15 @@ class CRfcSession::ClassicCall final : public RunningCall {
     const bool asynchronous = m_asynchronous;
     bool aborted = false, closed = false;
     try {
-      std::chrono::milliseconds interval = kFirstPoll;
+      const auto started = std::chrono::steady_clock::now();
       for (;;) {
         if (m_abort) {
           aborted = true;
           break;
         }
-        Sleep(interval);
-        interval = std::min(interval * 2, kPollInterval);
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+        Sleep(std::clamp(elapsed / kPollShare, kFirstPoll, kPollInterval));
         if (m_abort) {
           aborted = true;
           break;

@@ -1,10 +1,15 @@
 #include "rfc/scalar_data.h"
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 
 #include "abap/scalar_conversion.h"
+#include "model/row_store.h"
 #include "platform/atlbase.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
@@ -47,6 +52,28 @@ T Load(const void* source) {
   return value;
 }
 
+bool Aligned(const void* p) { return reinterpret_cast<uintptr_t>(p) % alignof(char16_t) == 0; }
+
+// Runs write on the units of a field, through an aligned copy when the
+// field stands at an odd address (a structure defined by hand may put it
+// there).
+template <class Write>
+void WithUnits(void* target, size_t units, Write&& write) {
+  if (Aligned(target)) return write(static_cast<char16_t*>(target));
+  std::u16string copy(units, u'\0');
+  std::memcpy(copy.data(), target, units * sizeof(char16_t));
+  write(copy.data());
+  std::memcpy(target, copy.data(), units * sizeof(char16_t));
+}
+
+// The units of a DATE or TIME field, aligned.
+template <size_t N>
+std::array<char16_t, N> AlignedUnits(const void* source) {
+  std::array<char16_t, N> units;
+  std::memcpy(units.data(), source, sizeof units);
+  return units;
+}
+
 void WriteChar(char16_t* target, uint16_t length, VARIANT* value) {
   ToText(value, u"RfcVariantToData(),TYPE_CHAR");
   const std::u16string_view text = Text(*value);
@@ -74,9 +101,19 @@ void WriteNum(char16_t* target, uint16_t length, VARIANT* value) {
 void WriteBcd(unsigned char* target, uint16_t length, int16_t decimals, VARIANT* value, const EntryPoints& sdk) {
   if (value->vt != VT_BSTR && FAILED(VariantChangeType(value, value, 0, VT_BSTR)))
     throw CXVeltrane(CXVeltrane::STRING_CONVERSION, u"");
-  std::u16string text(Text(*value));
+  // The SDK takes the text as writable: a copy, on the stack when it fits.
+  const std::u16string_view view = Text(*value);
+  char16_t small[kBcdTextUnits * 2];
+  std::u16string large;
+  char16_t* text = small;
+  if (view.size() <= std::size(small)) {
+    std::copy(view.begin(), view.end(), small);
+  } else {
+    large.assign(view);
+    text = large.data();
+  }
   int places = decimals;
-  const int rc = sdk.RfcConvertCharToBcdU(text.data(), static_cast<int>(text.size()), &places, target, length / 2 + 1);
+  const int rc = sdk.RfcConvertCharToBcdU(text, static_cast<int>(view.size()), &places, target, length / 2 + 1);
   if (rc == 2)
     throw CXVeltrane(CXVeltrane::BCD_CONVERSION_TOO_LARGE, u"number too large", u"RfcVariantToData(),TYPE_BCD",
                      VariantTraceText(*value).c_str());
@@ -173,15 +210,21 @@ void PutText(VARIANT* result, std::u16string_view text) {
   result->bstrVal = copy;
 }
 
-void ReadText(VARIANT* result, const void* source, uint16_t byteLength) {
-  // Up to an embedded terminator, as a NUL-ended copy reads, without the
-  // copy: the units may stand unaligned in the SDK's line.
-  const auto* bytes = static_cast<const unsigned char*>(source);
+// The units of a CHAR or NUM field up to an embedded terminator, as a
+// NUL-ended copy reads, without trailing blanks.
+size_t TextUnits(const unsigned char* bytes, uint16_t byteLength) {
   const size_t units = byteLength / sizeof(char16_t);
   size_t end = 0;
   for (; end < units; ++end)
     if (Load<char16_t>(bytes + end * sizeof(char16_t)) == 0) break;
   while (end > 0 && Load<char16_t>(bytes + (end - 1) * sizeof(char16_t)) == u' ') --end;
+  return end;
+}
+
+void ReadText(VARIANT* result, const void* source, uint16_t byteLength) {
+  // Without a copy first: the units may stand unaligned in the SDK's line.
+  const auto* bytes = static_cast<const unsigned char*>(source);
+  const size_t end = TextUnits(bytes, byteLength);
   BSTR copy = SysAllocStringLen(nullptr, static_cast<UINT>(end));
   if (!copy) throw _com_error(E_OUTOFMEMORY);
   if (end) std::memcpy(copy, bytes, end * sizeof(char16_t));
@@ -189,23 +232,44 @@ void ReadText(VARIANT* result, const void* source, uint16_t byteLength) {
   result->bstrVal = copy;
 }
 
-void ReadBcd(VARIANT* result, const void* source, uint16_t byteLength, int16_t decimals, const EntryPoints& sdk) {
-  char16_t buffer[kBcdTextUnits + 1] = {};
-  std::basic_string<unsigned char> bcd(static_cast<const unsigned char*>(source), byteLength);
-  if (sdk.RfcConvertBcdToCharU(bcd.data(), byteLength, decimals, buffer, kBcdTextUnits) != 0)
+// A packed number as the SDK writes it, trimmed on both sides, in buffer.
+std::u16string_view BcdText(const void* source, uint16_t byteLength, int16_t decimals, const EntryPoints& sdk,
+                            char16_t (&buffer)[kBcdTextUnits + 1]) {
+  std::fill(std::begin(buffer), std::end(buffer), u'\0');
+  // The SDK takes the number as writable: a copy, on the stack when it fits.
+  unsigned char small[kBcdTextUnits];
+  std::basic_string<unsigned char> large;
+  unsigned char* bcd = small;
+  if (byteLength <= sizeof small) {
+    std::memcpy(small, source, byteLength);
+  } else {
+    large.assign(static_cast<const unsigned char*>(source), byteLength);
+    bcd = large.data();
+  }
+  if (sdk.RfcConvertBcdToCharU(bcd, byteLength, decimals, buffer, kBcdTextUnits) != 0)
     throw CXVeltrane(CXVeltrane::BCD_CONVERSION_INVALID, u"", u"RfcDataToVariant(), RFCTYPE_BCD");
   std::u16string_view text = TrimRight(std::u16string_view(buffer));
   while (!text.empty() && text.front() == u' ') text.remove_prefix(1);
-  PutText(result, text);
+  return text;
+}
+
+void ReadBcd(VARIANT* result, const void* source, uint16_t byteLength, int16_t decimals, const EntryPoints& sdk) {
+  char16_t buffer[kBcdTextUnits + 1];
+  PutText(result, BcdText(source, byteLength, decimals, sdk, buffer));
+}
+
+const char* Utf8Of(const void* source) { return reinterpret_cast<const char*>(Load<const unsigned char*>(source)); }
+
+void TraceBadUtf8() {
+  TraceRaw(u"error while converting UTF8 to multibyte: %i\n", 1113);  // no mapping for the character
 }
 
 void ReadString(VARIANT* result, const void* source) {
-  const char* utf8 = reinterpret_cast<const char*>(Load<const unsigned char*>(source));
   std::u16string text;
   try {
-    text = Utf8ToWide(utf8);
+    text = Utf8ToWide(Utf8Of(source));
   } catch (const std::range_error&) {
-    TraceRaw(u"error while converting UTF8 to multibyte: %i\n", 1113);  // no mapping for the character
+    TraceBadUtf8();
     text.clear();
   }
   PutText(result, text);
@@ -254,19 +318,18 @@ void RfcRawToVariantSafeArray(VARIANT* result, const void* data, uint32_t size) 
 
 int RfcVariantToData(void* target, int32_t type, uint16_t length, int16_t decimals, VARIANT* value,
                      const EntryPoints& sdk) {
-  auto* units = static_cast<char16_t*>(target);
   switch (type) {
-    case TYPE_CHAR: WriteChar(units, length, value); break;
-    case TYPE_DATE: RfcVariantToDate(units, value); break;
+    case TYPE_CHAR: WithUnits(target, length, [&](char16_t* units) { WriteChar(units, length, value); }); break;
+    case TYPE_DATE: WithUnits(target, 8, [&](char16_t* units) { RfcVariantToDate(units, value); }); break;
     case TYPE_BCD: WriteBcd(static_cast<unsigned char*>(target), length, decimals, value, sdk); break;
-    case TYPE_TIME: RfcVariantToTime(units, value); break;
+    case TYPE_TIME: WithUnits(target, 6, [&](char16_t* units) { RfcVariantToTime(units, value); }); break;
     case TYPE_BYTE:
       if (value->vt == VT_EMPTY || value->vt == VT_NULL)
         std::memset(target, 0, length);
       else
         RfcVariantSafeArrayToRaw(target, length, value);
       break;
-    case TYPE_NUM: WriteNum(units, length, value); break;
+    case TYPE_NUM: WithUnits(target, length, [&](char16_t* units) { WriteNum(units, length, value); }); break;
     case TYPE_FLOAT:
     case TYPE_INT:
     case TYPE_INT2:
@@ -342,9 +405,9 @@ int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t
   switch (type) {
     case TYPE_CHAR:
     case TYPE_NUM: ReadText(result, source, byteLength); break;
-    case TYPE_DATE: RfcDateToVariant(result, static_cast<const char16_t*>(source)); break;
+    case TYPE_DATE: RfcDateToVariant(result, AlignedUnits<8>(source).data()); break;
     case TYPE_BCD: ReadBcd(result, source, byteLength, decimals, sdk); break;
-    case TYPE_TIME: RfcTimeToVariant(result, static_cast<const char16_t*>(source)); break;
+    case TYPE_TIME: RfcTimeToVariant(result, AlignedUnits<6>(source).data()); break;
     case TYPE_BYTE: RfcRawToVariantSafeArray(result, source, byteLength); break;
     case TYPE_FLOAT:
       result->vt = VT_R8;
@@ -372,4 +435,47 @@ int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t
     default: break;
   }
   return 0;
+}
+
+void RfcDataToStore(RowStore& store, size_t row, size_t column, const void* source, int32_t type, uint16_t byteLength,
+                    int16_t decimals, const EntryPoints& sdk) {
+  const auto* bytes = static_cast<const unsigned char*>(source);
+  try {
+    switch (type) {
+      case TYPE_CHAR:
+      case TYPE_NUM: {
+        const size_t units = TextUnits(bytes, byteLength);
+        if (Aligned(bytes)) {
+          store.PutText(row, column, std::u16string_view(reinterpret_cast<const char16_t*>(bytes), units));
+        } else {
+          std::u16string text(units, u'\0');
+          if (units) std::memcpy(text.data(), bytes, units * sizeof(char16_t));
+          store.PutText(row, column, text);
+        }
+        return;
+      }
+      case TYPE_BCD: {
+        char16_t buffer[kBcdTextUnits + 1];
+        store.PutText(row, column, BcdText(source, byteLength, decimals, sdk, buffer));
+        return;
+      }
+      case TYPE_STRING: {
+        const char* utf8 = Utf8Of(source);
+        try {
+          store.PutUtf8(row, column, utf8 ? std::string_view(utf8) : std::string_view());
+        } catch (const std::range_error&) {
+          TraceBadUtf8();
+          store.PutText(row, column, u"");
+        }
+        return;
+      }
+      default: break;
+    }
+  } catch (const std::bad_alloc&) {
+    throw _com_error(E_OUTOFMEMORY);
+  }
+  // Numbers, dates and times go in unboxed; byte arrays as the arrays they are.
+  CComVariant value;
+  RfcDataToVariant(&value, source, type, byteLength, decimals, sdk);
+  ThrowIfFailed(store.Take(row, column, &value));
 }

@@ -6,6 +6,7 @@
 // and letters is abap/scalar_conversion.h.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "platform/oaidl.h"
@@ -33,6 +34,15 @@ void RfcValueToData(void* target, int32_t type, uint16_t length, int16_t decimal
 // above 30 leaves it VT_EMPTY. Raises CXVeltrane on failure.
 int RfcDataToVariant(VARIANT* result, const void* source, int32_t type, uint16_t byteLength, int16_t decimals,
                      const EntryPoints& sdk);
+
+class RowStore;
+
+// RfcDataToVariant into a cell of a table's row store (model/row_store.h):
+// texts (CHAR, NUM, a packed number's text, STRING) straight from the
+// buffer into the store, numbers, dates and times unboxed, byte arrays as
+// arrays. Raises as RfcDataToVariant does.
+void RfcDataToStore(RowStore& store, size_t row, size_t column, const void* source, int32_t type, uint16_t byteLength,
+                    int16_t decimals, const EntryPoints& sdk);
 
 // value as an array of bytes (VT_ARRAY | VT_UI1), changed in place, copied
 // into length bytes at target (the array's count when length is 0).

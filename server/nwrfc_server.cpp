@@ -144,10 +144,26 @@ RFC_RC ConfirmTransaction(RFC_CONNECTION_HANDLE c, const SAP_UC* tid) {
 
 }  // namespace
 
+namespace {
+
+// Waits for a thread of an earlier Serve; the calling thread itself (a
+// handler of that thread that shuts down) is left to end on its own.
+void JoinReplaced(std::vector<boost::thread>& threads) {
+  for (boost::thread& t : threads) {
+    if (!t.joinable()) continue;
+    if (t.get_id() == boost::this_thread::get_id())
+      t.detach();
+    else
+      t.join();
+  }
+  threads.clear();
+}
+
+}  // namespace
+
 CNWRfcServer::~CNWRfcServer() {
   m_stopRequested = true;
-  for (boost::thread& t : m_replaced)
-    if (t.joinable()) t.join();
+  JoinReplaced(m_replaced);
   if (m_thread.joinable() && m_thread.get_id() != boost::this_thread::get_id()) m_thread.join();
 }
 
@@ -162,14 +178,13 @@ HRESULT CNWRfcServer::put_Option(BSTR name, BSTR newVal) {
     SetTraceLevel(TRACE_INFORMATION);
     Trace(u"Veltrane version=%s\n", kVeltraneVersion);
   } else if (key == u"trace.level") {
-    const unsigned level = veltrane::nwrfc::SdkTraceLevel(BstrView(newVal));
     std::u16string upper(BstrView(newVal));
     for (char16_t& c : upper)
       if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - u'a' + u'A');
-    // Only the four known texts change the level.
+    // Only the known texts change the level.
     if (upper == u"INFORMATION" || upper == u"3" || upper == u"WARNING" || upper == u"2" || upper == u"ERROR" ||
         upper == u"1")
-      SetTraceLevel(static_cast<int>(level));
+      SetTraceLevel(static_cast<int>(veltrane::nwrfc::SdkTraceLevel(upper)));
   }
   return S_OK;
 }
@@ -283,8 +298,7 @@ HRESULT CNWRfcServer::Shutdown() {
     m_stopRequested = true;
     try {
       m_thread.join();
-      for (boost::thread& t : m_replaced) t.join();
-      m_replaced.clear();
+      JoinReplaced(m_replaced);
     } catch (const boost::thread_resource_error& e) {
       Log(TRACE_ERROR, boost::format("caught exception: %1%") % e.what(), "Shutdown");
       hr = ReportError(CLSID_NWRfcServer, Utf8ToWideLossy(e.what()).c_str(), E_FAIL);
@@ -332,11 +346,9 @@ RFC_RC CNWRfcServer::dispatch(RFC_CONNECTION_HANDLE, RFC_FUNCTION_HANDLE functio
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, importing, u"IMPORTING");
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, changing, u"CHANGING");
     if (SUCCEEDED(hr)) hr = converter.getRfcArgs(function, tables, u"TABLES");
-    if (SUCCEEDED(hr)) {
-      const HRESULT fired = AskIncomingCall(call);
-      if (FAILED(fired)) TRACE_RESULT(fired);
-      hr = call->GetException(&exception, &message);
-    }
+    // A handler that fails fails the call: the caller gets a system failure.
+    if (SUCCEEDED(hr)) hr = AskIncomingCall(call);
+    if (SUCCEEDED(hr)) hr = call->GetException(&exception, &message);
     if (SUCCEEDED(hr) && exception.Length() > 0) {
       hr = converter.putRfcArgs(tables, function, u"TABLES", false);
       if (SUCCEEDED(hr)) {

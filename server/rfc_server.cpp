@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "abap/scalar_conversion.h"
 #include "platform/comdef.h"
 #include "platform/objbase.h"
 #include "platform/unicode.h"
@@ -32,6 +33,10 @@ constexpr std::u16string_view kHyphens =
 // The group of a failure that the marshalling raised in a dispatch.
 constexpr long kMarshalGroup = 101;
 constexpr int kPollMs = 50;
+// How soon the pause after an idle look looks again: the first look comes
+// soon after a call, later ones less often, up to kLastLook apart.
+constexpr std::chrono::microseconds kFirstLook(100);
+constexpr std::chrono::microseconds kLastLook(10000);
 
 std::u16string SdkText(const rfc_char_t* text, size_t limit) {
   size_t n = 0;
@@ -161,6 +166,23 @@ void SDKFreeCallback(RFC_HANDLE handle, unsigned, void*) {
   Trace(u"SDKFreeCallback for handle 0x%x called...\n", handle);
 }
 
+// "IMPORTING:" and a line for each importing parameter with its value.
+void TraceImporting(IRfcParameters* importing) {
+  if (!TraceIsOpen()) return;
+  Trace(u"IMPORTING:\n");
+  LONG count = 0;
+  importing->get_Count(&count);
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcParameter> parameter;
+    if (FAILED(importing->get_Item(CComVariant(i), &parameter)) || !parameter) continue;
+    CComBSTR name;
+    CComVariant value;
+    parameter->get_name(&name);
+    parameter->get_value(&value);
+    Trace(u"\t%s\t\t%s\n", std::u16string(name.View()), VariantTraceText(value));
+  }
+}
+
 std::u16string FunctionName(IFunctionCall* call) {
   CComBSTR name;
   call->get_Function(&name);
@@ -174,7 +196,11 @@ std::u16string FunctionName(IFunctionCall* call) {
 CRfcServerWorker::~CRfcServerWorker() { Stop(); }
 
 void CRfcServerWorker::Stop() {
-  m_stop = true;
+  {
+    std::lock_guard<std::mutex> lock(m_pauseMutex);
+    m_stop = true;
+  }
+  m_wake.notify_all();
   if (m_thread.joinable()) {
     if (m_thread.get_id() == boost::this_thread::get_id()) return;
     m_thread.join();
@@ -221,6 +247,7 @@ void CRfcServerWorker::Run() {
         break;
       }
       m_handle = handle;
+      m_handleClosed = false;
       Trace(u"Success: RfcAccept returns valid handle 0x%x\n", handle);
       const RFC_RC attached = Sdk().RfcAttachContextU
                                   ? Sdk().RfcAttachContextU(handle, SDKDisconnectCallback, SDKFreeCallback, this)
@@ -243,19 +270,22 @@ void CRfcServerWorker::Run() {
       }
       m_started.notify_all();
       int rc = RFC_OK;
+      std::chrono::microseconds step = kFirstLook;
       while (!m_stop && (rc == RFC_OK || rc == RFC_RETRY)) {
         rc = Sdk().RfcListenU(handle);
         if (rc != RFC_OK) {
-          std::this_thread::sleep_for(std::chrono::milliseconds(m_pollInterval));
+          Pause(handle, rc == RFC_RETRY, step);
         } else {
           rc = Sdk().RfcDispatchU(handle);
           Trace(u"RfcDispatch: %i\n", rc);
+          step = kFirstLook;
         }
       }
       m_listening = false;
       Trace(u"exiting main loop and closing RFC connection (last rfc_rc=0x%x)\n", rc);
       if (rc != RFC_OK && !m_stop) restart = Report(rc, true);
       Sdk().RfcCloseU(handle);
+      m_handleClosed = true;
       LONG count = 0;
       m_functions->get_Count(&count);
       for (long i = 1; i <= count; ++i) {
@@ -276,6 +306,23 @@ void CRfcServerWorker::Run() {
   m_started.notify_all();
 }
 
+void CRfcServerWorker::Pause(RFC_HANDLE handle, bool lookForRequests, std::chrono::microseconds& step) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(m_pollInterval);
+  std::unique_lock<std::mutex> lock(m_pauseMutex);
+  for (;;) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= end) return;
+    const auto until = lookForRequests ? std::min(end, now + step) : end;
+    if (m_wake.wait_until(lock, until, [this] { return m_stop.load(); })) return;
+    if (!lookForRequests) continue;
+    step = std::min(step * 2, kLastLook);
+    lock.unlock();
+    const RFC_RC rc = Sdk().RfcListenU(handle);
+    lock.lock();
+    if (rc != RFC_RETRY) return;
+  }
+}
+
 bool CRfcServerWorker::InstallRegisteredFunctions() {
   Trace(u"CRfcServerWorker::InstallRegisteredFunctions\n");
   LONG count = 0;
@@ -292,6 +339,7 @@ bool CRfcServerWorker::InstallRegisteredFunctions() {
       TraceRaw(u"fail\n");
       Report(0, false);
       Sdk().RfcCloseU(m_handle);
+      m_handleClosed = true;
       return false;
     }
     TraceRaw(u"ok\n");
@@ -340,7 +388,10 @@ RFC_RC CRfcServerWorker::DispatchCall(RFC_HANDLE handle, const std::u16string& n
       if (rc != RFC_OK) return rc;
       TraceRaw(u"ok\n");
       in.getValues();
+      Trace(u"importing.getValues: 0x%x\n", static_cast<unsigned>(S_OK));
       inTables.getValues();
+      Trace(u"tables.getValues: 0x%x\n", static_cast<unsigned>(S_OK));
+      TraceImporting(importing);
     }
     if (callbacks.on_rfc_serve) callbacks.on_rfc_serve(callbacks.owner, call);
     const RFC_RC rc = SendOutgoingData(handle, call);
@@ -482,10 +533,11 @@ HRESULT CRfcServer::Shutdown() {
   Trace(kHyphens);
   m_worker.Stop();
   Trace(u"Ensuring Rfc is really closed\n");
-  // The worker has closed the handle and left its value: this second close
-  // is harmless to the SDK.
+  // A handle the worker left open (it ended before its loop) is closed here.
+  // One it closed itself is not closed again: the SDK gives a freed number
+  // to the next connection, which a second close would end.
   const EntryPoints* sdk = LoadedSdk();
-  if (sdk && m_worker.Handle() != RFC_HANDLE_NULL) sdk->RfcCloseU(m_worker.Handle());
+  if (sdk && m_worker.Handle() != RFC_HANDLE_NULL && !m_worker.HandleClosed()) sdk->RfcCloseU(m_worker.Handle());
   return S_OK;
 }
 

@@ -4,16 +4,18 @@
 //
 // CRfcServerWorker is its thread: RfcAcceptU with -a -g -x (and -t when
 // "trace.file" is set), one global function "%%USER_GLOBAL_SERVER" that
-// receives every call, a loop of RfcListenU and RfcDispatchU that sleeps
-// 50 ms when nothing waits, and the callbacks, which find the worker by the
-// context attached to the handle and call the owner's table. The worker
+// receives every call, a loop of RfcListenU and RfcDispatchU that pauses
+// up to 50 ms when nothing waits (a pause that ends as soon as a request
+// arrives or the stop flag is set), and the callbacks, which find the worker
+// by the context attached to the handle and call the owner's table. The worker
 // knows nothing of COM events. A loop that ends on a failure reports to the
 // owner; the ServerError handler's Restart on the object it was given
 // decides whether the worker accepts again, at once and without limit.
-// "server.poll_interval" is stored and traced but the polling stays at 50 ms.
+// "server.poll_interval" is stored and traced but the pause stays at 50 ms.
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
@@ -55,6 +57,9 @@ class CRfcServerWorker {
   void Stop();
   bool Listening() const { return m_listening; }
   veltrane::sdk::rfc::RFC_HANDLE Handle() const { return m_handle; }
+  // True once the worker has closed Handle() itself: its number may name
+  // another connection by now.
+  bool HandleClosed() const { return m_handleClosed; }
   int PollInterval() const { return m_pollInterval; }
 
   RfcServerCallbacks callbacks;
@@ -67,6 +72,11 @@ class CRfcServerWorker {
 
  private:
   void Run();
+  // The pause of the main loop after a look that found no request: at most
+  // the poll interval, over at once when the stop flag is set. With
+  // lookForRequests it looks again now and then, step apart (growing up to
+  // a limit), and is over as soon as RfcListenU has something to say.
+  void Pause(veltrane::sdk::rfc::RFC_HANDLE handle, bool lookForRequests, std::chrono::microseconds& step);
   // False when the thread is to end.
   bool InstallRegisteredFunctions();
   // Fills a fresh error info from the SDK's last error (or the failure
@@ -80,10 +90,14 @@ class CRfcServerWorker {
   bool m_sdkTrace = false;
   // Written by the worker, read by the client's thread.
   std::atomic<veltrane::sdk::rfc::RFC_HANDLE> m_handle{0};
+  std::atomic<bool> m_handleClosed{false};
   std::atomic<bool> m_listening{false};
   std::atomic<bool> m_stop{false};
   std::u16string m_failureText;
   int m_pollInterval = 50;
+  // Wakes a pause when the stop flag is set.
+  std::mutex m_pauseMutex;
+  std::condition_variable m_wake;
   // The started signal: only the first round of a thread gives it.
   std::mutex m_mutex;
   std::condition_variable m_started;
@@ -97,8 +111,11 @@ class CIntRfcServer {
  public:
   virtual ~CIntRfcServer() = default;
 
+  // The worker's pause in ms: 50, whatever was stored.
+  int WorkerPollInterval() const { return m_worker.PollInterval(); }
+
  protected:
-  // pollInterval is taken and not used: the worker polls every 50 ms.
+  // pollInterval is taken and not used: the worker's pause is 50 ms.
   void StartServer(const veltrane::sdk::rfc::EntryPoints& sdk, const std::u16string& programId,
                    const std::u16string& gatewayHost, const std::u16string& gatewayService, IFunctionCalls* functions,
                    bool sdkTrace, int pollInterval);

@@ -2,10 +2,28 @@
 
 namespace {
 
-HRESULT Out(const std::u16string& value, BSTR* pVal) {
+// One property under the object's lock: a text as a new BSTR, any other
+// value as it is.
+HRESULT Get(std::mutex& mutex, const std::u16string& member, BSTR* pVal) {
   if (!pVal) return E_POINTER;
-  *pVal = SysAllocStringLen(value.data(), static_cast<UINT>(value.size()));
+  std::lock_guard<std::mutex> lock(mutex);
+  *pVal = SysAllocStringLen(member.data(), static_cast<UINT>(member.size()));
   return *pVal ? S_OK : E_OUTOFMEMORY;
+}
+
+template <class Member, class T>
+HRESULT Get(std::mutex& mutex, const Member& member, T* pVal) {
+  if (!pVal) return E_POINTER;
+  std::lock_guard<std::mutex> lock(mutex);
+  *pVal = static_cast<T>(member);
+  return S_OK;
+}
+
+template <class Member, class T>
+HRESULT Put(std::mutex& mutex, Member& member, T value) {
+  std::lock_guard<std::mutex> lock(mutex);
+  member = value;
+  return S_OK;
 }
 
 std::u16string In(BSTR value) { return std::u16string(BstrView(value)); }
@@ -14,53 +32,19 @@ std::u16string In(BSTR value) { return std::u16string(BstrView(value)); }
 
 // ------------------------------------------------------------ error info
 
-HRESULT CRfcServerErrorInfo::get_ERRORGROUP(ERRORGROUP* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_group;
-  return S_OK;
-}
-
-HRESULT CRfcServerErrorInfo::put_ERRORGROUP(ERRORGROUP newVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_group = newVal;
-  return S_OK;
-}
-
-HRESULT CRfcServerErrorInfo::get_ErrorGroupTxt(BSTR* pVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return Out(m_key, pVal);
-}
-
-HRESULT CRfcServerErrorInfo::get_Message(BSTR* pVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return Out(m_message, pVal);
-}
-
-HRESULT CRfcServerErrorInfo::get_RfcRc(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_rc;
-  return S_OK;
-}
+HRESULT CRfcServerErrorInfo::get_ERRORGROUP(ERRORGROUP* pVal) { return Get(m_mutex, m_group, pVal); }
+HRESULT CRfcServerErrorInfo::put_ERRORGROUP(ERRORGROUP newVal) { return Put(m_mutex, m_group, newVal); }
+HRESULT CRfcServerErrorInfo::get_ErrorGroupTxt(BSTR* pVal) { return Get(m_mutex, m_key, pVal); }
+HRESULT CRfcServerErrorInfo::get_Message(BSTR* pVal) { return Get(m_mutex, m_message, pVal); }
+HRESULT CRfcServerErrorInfo::get_RfcRc(LONG* pVal) { return Get(m_mutex, m_rc, pVal); }
 
 HRESULT CRfcServerErrorInfo::SetErrorInfo(ERRORGROUP group, BSTR text, BSTR Message, LONG rc) {
   Set(group, BstrView(text), BstrView(Message), rc);
   return S_OK;
 }
 
-HRESULT CRfcServerErrorInfo::get_Restart(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_restart;
-  return S_OK;
-}
-
-HRESULT CRfcServerErrorInfo::put_Restart(VARIANT_BOOL newVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_restart = newVal;
-  return S_OK;
-}
+HRESULT CRfcServerErrorInfo::get_Restart(VARIANT_BOOL* pVal) { return Get(m_mutex, m_restart, pVal); }
+HRESULT CRfcServerErrorInfo::put_Restart(VARIANT_BOOL newVal) { return Put(m_mutex, m_restart, newVal); }
 
 void CRfcServerErrorInfo::Set(ERRORGROUP group, std::u16string_view key, std::u16string_view message, long rc) {
   std::lock_guard<std::mutex> lock(m_mutex);
@@ -77,25 +61,13 @@ bool CRfcServerErrorInfo::RestartWanted() {
 
 // ------------------------------------------------------------ logon info
 
-#define LOGON_TEXT(NAME, member)                        \
-  HRESULT CRfcServerLogonInfo::get_##NAME(BSTR* pVal) { \
-    std::lock_guard<std::mutex> lock(m_mutex);          \
-    return Out(member, pVal);                           \
-  }
-LOGON_TEXT(Function, m_function)
-LOGON_TEXT(Client, m_client)
-LOGON_TEXT(User, m_user)
-LOGON_TEXT(Language, m_language)
-LOGON_TEXT(TCode, m_tcode)
-LOGON_TEXT(SNCPartnerName, m_sncPartnerName)
-#undef LOGON_TEXT
-
-HRESULT CRfcServerLogonInfo::get_SNCEnabled(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_sncEnabled;
-  return S_OK;
-}
+HRESULT CRfcServerLogonInfo::get_Function(BSTR* pVal) { return Get(m_mutex, m_function, pVal); }
+HRESULT CRfcServerLogonInfo::get_Client(BSTR* pVal) { return Get(m_mutex, m_client, pVal); }
+HRESULT CRfcServerLogonInfo::get_User(BSTR* pVal) { return Get(m_mutex, m_user, pVal); }
+HRESULT CRfcServerLogonInfo::get_Language(BSTR* pVal) { return Get(m_mutex, m_language, pVal); }
+HRESULT CRfcServerLogonInfo::get_TCode(BSTR* pVal) { return Get(m_mutex, m_tcode, pVal); }
+HRESULT CRfcServerLogonInfo::get_SNCEnabled(VARIANT_BOOL* pVal) { return Get(m_mutex, m_sncEnabled, pVal); }
+HRESULT CRfcServerLogonInfo::get_SNCPartnerName(BSTR* pVal) { return Get(m_mutex, m_sncPartnerName, pVal); }
 
 HRESULT CRfcServerLogonInfo::SetLogonInfo(BSTR Function, BSTR Client, BSTR User, BSTR Language, BSTR TCode,
                                           VARIANT_BOOL SNCEnabled, BSTR SNCPartnerName) {
@@ -110,18 +82,8 @@ HRESULT CRfcServerLogonInfo::SetLogonInfo(BSTR Function, BSTR Client, BSTR User,
   return S_OK;
 }
 
-HRESULT CRfcServerLogonInfo::get_RequestAllowed(VARIANT_BOOL* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_requestAllowed;
-  return S_OK;
-}
-
-HRESULT CRfcServerLogonInfo::put_RequestAllowed(VARIANT_BOOL newVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_requestAllowed = newVal;
-  return S_OK;
-}
+HRESULT CRfcServerLogonInfo::get_RequestAllowed(VARIANT_BOOL* pVal) { return Get(m_mutex, m_requestAllowed, pVal); }
+HRESULT CRfcServerLogonInfo::put_RequestAllowed(VARIANT_BOOL newVal) { return Put(m_mutex, m_requestAllowed, newVal); }
 
 bool CRfcServerLogonInfo::Allowed() {
   std::lock_guard<std::mutex> lock(m_mutex);
@@ -130,29 +92,10 @@ bool CRfcServerLogonInfo::Allowed() {
 
 // ------------------------------------------------------ transaction info
 
-HRESULT CRfcTransactionInfo::get_TransactionID(BSTR* pVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  return Out(m_tid, pVal);
-}
-
-HRESULT CRfcTransactionInfo::get_Status(LONG* pVal) {
-  if (!pVal) return E_POINTER;
-  std::lock_guard<std::mutex> lock(m_mutex);
-  *pVal = m_status;
-  return S_OK;
-}
-
-HRESULT CRfcTransactionInfo::put_Status(LONG newVal) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_status = newVal;
-  return S_OK;
-}
-
-HRESULT CRfcTransactionInfo::SetTID(BSTR tid) {
-  std::lock_guard<std::mutex> lock(m_mutex);
-  m_tid = In(tid);
-  return S_OK;
-}
+HRESULT CRfcTransactionInfo::get_TransactionID(BSTR* pVal) { return Get(m_mutex, m_tid, pVal); }
+HRESULT CRfcTransactionInfo::get_Status(LONG* pVal) { return Get(m_mutex, m_status, pVal); }
+HRESULT CRfcTransactionInfo::put_Status(LONG newVal) { return Put(m_mutex, m_status, newVal); }
+HRESULT CRfcTransactionInfo::SetTID(BSTR tid) { return Put(m_mutex, m_tid, In(tid)); }
 
 long CRfcTransactionInfo::CurrentStatus() {
   std::lock_guard<std::mutex> lock(m_mutex);

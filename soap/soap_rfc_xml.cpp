@@ -831,7 +831,9 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
   try {
     if (ElementDepth(buffer.data()) > kMaxResponseDepth)
       throw rapidxml::parse_error("document nested too deeply", buffer.data());
-    doc.parse<0>(buffer.data());
+    // The reader takes an element's text from its value, never from data
+    // nodes, so none are made.
+    doc.parse<rapidxml::parse_no_data_nodes>(buffer.data());
   } catch (const rapidxml::parse_error& e) {
     std::string text = std::string("Error parsing response: ") + e.what();
     TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);

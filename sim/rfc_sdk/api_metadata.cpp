@@ -146,6 +146,12 @@ void typeId(const std::string& name, RFC_BYTE* id) {
   std::memcpy(id + 8, &h2, 8);
 }
 
+// The system describes a table type by its row: a description under another
+// name than the one asked for is that of a table type's row.
+RFCTYPE kindOf(const std::string& requested, const proto::TypeInfo& described) {
+  return described.name == requested ? RFCTYPE_STRUCTURE : RFCTYPE_ITAB;
+}
+
 RFC_TYPEHANDLE installFlat(const std::string& name, const std::vector<FlatField>& fields, const proto::TypeInfo& t) {
   Structure s;
   s.name = name;
@@ -298,7 +304,7 @@ RFC_RC RfcGetStructureInfoAsTableU(RFC_HANDLE handle, SAP_CHAR* name, ITAB_H* fi
             std::memcpy(t.append(), &row, sizeof row);
           }
           if (heads) *heads = nullptr;
-          if (kind) *kind = RFCTYPE_STRUCTURE;
+          if (kind) *kind = kindOf(n, types.back());
           if (b1Length) *b1Length = types.back().nucLength;
           if (b2Length) *b2Length = types.back().ucLength;
           if (b4Length) *b4Length = b4;
@@ -332,7 +338,7 @@ RFC_RC RfcGetStructureInfoFlatU(RFC_HANDLE handle, SAP_CHAR* name, int install, 
           if (install && typeHandle) *typeHandle = installFlat(n, flat, t);
           *fields = elementsOf(flat);
           *fieldCount = static_cast<unsigned>(flat.size());
-          if (kind) *kind = RFCTYPE_STRUCTURE;
+          if (kind) *kind = kindOf(n, t);
           if (b1Length) *b1Length = t.nucLength;
           if (b2Length) *b2Length = t.ucLength;
           if (b4Length) *b4Length = b4;

@@ -39,10 +39,13 @@ std::vector<std::vector<CComVariant>> Rows() {
   return {first, second};
 }
 
+// The values of a row as the output borrows them.
+std::vector<VARIANT> Borrowed(const std::vector<CComVariant>& row) { return {row.begin(), row.end()}; }
+
 std::string Write(TableFormat format) {
   std::ostringstream out;
   auto output = textOutput(format, out, "ZT", Layout());
-  for (const auto& row : Rows()) output->row(row);
+  for (const auto& row : Rows()) output->row(Borrowed(row));
   output->flush();
   output->finish();
   return out.str();
@@ -118,7 +121,7 @@ TEST(TableOutput, CsvQuotesWhatNeedsIt) {
 TEST(TableOutput, PagesGoOutWhenTheyAreHandedOver) {
   std::ostringstream out;
   auto output = textOutput(TableFormat::Jsonl, out, "ZT", Layout());
-  output->row(Rows()[0]);
+  output->row(Borrowed(Rows()[0]));
   EXPECT_EQ(out.str(), "");
   output->flush();
   EXPECT_NE(out.str(), "");
@@ -148,7 +151,7 @@ TEST(TableOutput, ColumnTypesComeFromTheDictionary) {
 
 TEST_F(Database, RowsGoIntoANewTypedTable) {
   auto output = sqliteOutput(path_.string(), "ZT", Layout());
-  for (const auto& row : Rows()) output->row(row);
+  for (const auto& row : Rows()) output->row(Borrowed(row));
   output->flush();
   output->finish();
   EXPECT_EQ(Query("SELECT name, type FROM pragma_table_info('ZT') ORDER BY cid"),
@@ -174,7 +177,7 @@ TEST_F(Database, AnExistingTableIsAnErrorAndStaysAsItWas) {
 TEST_F(Database, RowsWithoutFinishAreNotKept) {
   {
     auto output = sqliteOutput(path_.string(), "ZT", Layout());
-    output->row(Rows()[0]);
+    output->row(Borrowed(Rows()[0]));
   }
   EXPECT_EQ(Query("SELECT count(*) FROM sqlite_master WHERE name = 'ZT'"), std::vector<std::string>{"0:i"});
 }

@@ -101,6 +101,28 @@ TEST(Utf8ToBstr, ReadsAsUtf8ToWide) {
   for (const char* c : cases) EXPECT_EQ(FromBstr(c), Utf8ToWide(c)) << c;
 }
 
+// Text decoded into a buffer: ASCII runs of every length around the blocks
+// the decoder widens at once, with a character of two bytes and one of four
+// at every place.
+TEST(DecodeUtf8, ReadsAsUtf8ToWideAcrossBlocks) {
+  for (size_t length = 0; length <= 40; ++length) {
+    std::string ascii;
+    for (size_t i = 0; i < length; ++i) ascii += static_cast<char>('!' + i % 90);
+    for (size_t at = 0; at <= length; ++at) {
+      for (const char* other : {"", "\xC3\xA4", "\xF0\x9F\x98\x80"}) {
+        const std::string text = ascii.substr(0, at) + other + ascii.substr(at);
+        std::u16string out(text.size(), u'#');
+        out.resize(DecodeUtf8(text, out.data()));
+        EXPECT_EQ(out, Utf8ToWide(text)) << text;
+      }
+    }
+  }
+  std::string bad(40, 'a');
+  bad[33] = '\xFF';
+  std::u16string out(bad.size(), u'#');
+  ExpectBadConversion([&] { DecodeUtf8(bad, out.data()); });
+}
+
 TEST(Utf8ToBstr, IllFormedInputRaises) {
   const char* cases[] = {
       "\x80", "a\xBF", "\xC0\xAF",     "\xE0\x80\xAF", "\xED\xA0\x80",    "\xF4\x90\x80\x80", "\xF5\x80\x80\x80",

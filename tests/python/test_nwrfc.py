@@ -47,7 +47,6 @@ def test_sdk_failure_is_an_external_runtime_error(nw):
 
 
 def test_a_table_of_structures_both_ways(nw):
-    # (The classic session does not send a table of structures right yet: see docs/python.md.)
     flat = {"CHAR": "flat", "NUMC": "42", "DATE": datetime.date(2023, 12, 31), "TIME": datetime.time(23, 59, 59),
             "RAW": b"\x0a\x0b\x0c\x0d", "PACKED": Decimal("-1.25"), "FLOAT": 2.5, "INT": -3, "INT1": 200,
             "INT2": -5}

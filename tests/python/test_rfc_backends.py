@@ -165,30 +165,28 @@ def test_describe(rfc_client):
         rfc_client.describe("Z_NO_SUCH_MODULE")
 
 
-# The classic session does not come back from BAPI_FLIGHT_GETLIST and fails
-# RFC_READ_TABLE yet (see docs/python.md): these two run over NW.
-def test_flight_list_typed(nw):
-    flights = nw.call("BAPI_FLIGHT_GETLIST", AIRLINE="LH", MAX_ROWS=3)["FLIGHT_LIST"]
+def test_flight_list_typed(rfc_client):
+    flights = rfc_client.call("BAPI_FLIGHT_GETLIST", AIRLINE="LH", MAX_ROWS=3)["FLIGHT_LIST"]
     assert len(flights) == 3
     assert all(f["AIRLINEID"] == "LH" for f in flights)
     assert isinstance(flights[0]["FLIGHTDATE"], datetime.date)
     assert isinstance(flights[0]["PRICE"], Decimal)
 
 
-def test_read_table_in_pages_and_wide(nw):
-    rows = nw.read_table("SFLIGHT", fields=["CARRID", "FLDATE", "PRICE", "SEATSMAX"], where="CARRID = 'LH'",
+def test_read_table_in_pages_and_wide(rfc_client):
+    rows = rfc_client.read_table("SFLIGHT", fields=["CARRID", "FLDATE", "PRICE", "SEATSMAX"], where="CARRID = 'LH'",
                          page_size=7, max_rows=20)
     pages = list(rows.pages())
     assert [len(p) for p in pages] == [7, 7, 6]
     row = pages[0][0]
     assert row["CARRID"] == "LH" and isinstance(row["FLDATE"], datetime.date)
     assert isinstance(row["PRICE"], Decimal) and isinstance(row["SEATSMAX"], int)
-    wide = nw.read_table("ZVSIM_WIDE").to_list()  # two reads per page, joined
+    wide = rfc_client.read_table("ZVSIM_WIDE").to_list()  # two reads per page, joined
     assert [(r["ID"], r["FIRST"], r["THIRD"], r["AMOUNT"]) for r in wide] == [
         ("000001", "one", "eins", Decimal("10.50")), ("000002", "two", "zwei", Decimal("-3.25")),
         ("000003", "three", "drei", Decimal("0.00"))]
     with pytest.raises(veltrane.ABAPApplicationError) as raised:
-        nw.read_table("USR02").to_list()
+        rfc_client.read_table("USR02").to_list()
     assert raised.value.key == "NOT_AUTHORIZED"
 
 

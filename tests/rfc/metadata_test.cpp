@@ -1,4 +1,5 @@
 // Function interfaces and structures from the classic SDK's dictionary calls.
+#include "abap/scalar_conversion.h"
 #include "rfc_fixture.h"
 
 namespace rfctest {
@@ -25,6 +26,26 @@ TEST_F(Metadata, AnUnknownFunctionReports540AndLeavesErrorInfoAlone) {
   EXPECT_EQ(m_session->ImportCall(CComBSTR(u"Z_DOES_NOT_EXIST"), VARIANT_FALSE, &call),
             static_cast<HRESULT>(0x8004021C));
   EXPECT_FALSE(ErrorFlag(m_session));
+}
+
+TEST_F(Metadata, AnotherFailureOfTheInterfaceReadIsErrorWithTheModuleAndACallWithoutParameters) {
+  // A name of blanks alone: the SDK refuses it, with no exception text.
+  CComPtr<IFunctionCall> call;
+  ASSERT_EQ(m_session->ImportCall(CComBSTR(u"   "), VARIANT_FALSE, &call), S_OK) << ErrorDescription();
+  ASSERT_TRUE(call);
+  for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Exporting, &IFunctionCall::get_Changing,
+                   &IFunctionCall::get_Tables}) {
+    CComPtr<IRfcParameters> parameters;
+    ((*call).*get)(&parameters);
+    LONG count = -1;
+    parameters->get_Count(&count);
+    EXPECT_EQ(count, 0);
+  }
+  EXPECT_TRUE(ErrorFlag(m_session));
+  const ErrorText error = ErrorOf(m_session);
+  EXPECT_EQ(error.group, 101);
+  EXPECT_EQ(error.key, "RFCERROR_PROGRAM");
+  EXPECT_EQ(error.module, "   ");
 }
 
 TEST_F(Metadata, ScalarParametersCarryTheirAttributes) {
@@ -93,6 +114,7 @@ TEST_F(Metadata, FieldsKeepBothLayoutsAndTheirLengths) {
   packed->get_StructLength(&c2);
   EXPECT_EQ(c2, 8);
   EXPECT_EQ(length, 15);
+  EXPECT_EQ(RfcFieldLengthC2(TYPE_BCD, static_cast<uint32_t>(length)), 8u) << "the digits give the bytes back";
   chars->get_ScalarLength(&length);
   chars->get_StructLength(&c2);
   chars->get_structLengthC1(&c1);
@@ -103,6 +125,27 @@ TEST_F(Metadata, FieldsKeepBothLayoutsAndTheirLengths) {
   raw->get_StructLength(&c2);
   EXPECT_EQ(length, 4);
   EXPECT_EQ(c2, 4);
+}
+
+TEST_F(Metadata, ATableTypeIsATableOfItsRowStructure) {
+  CComPtr<IRfcType> table;
+  ASSERT_EQ(m_session->ImportType(CComBSTR(u"ZVSIM_FLAT_TT"), &table), S_OK) << ErrorDescription();
+  RFCTYPEKIND kind{};
+  table->get_Kind(&kind);
+  EXPECT_EQ(kind, RFCTYPEKIND_TABLE);
+  CComBSTR name;
+  table->get_name(&name);
+  EXPECT_EQ(Narrow(name.View()), "ZVSIM_FLAT_TT");
+  CComPtr<IRfcType> row;
+  ASSERT_EQ(table->get_RowType(&row), S_OK);
+  ASSERT_TRUE(row);
+  row->get_Kind(&kind);
+  EXPECT_EQ(kind, RFCTYPEKIND_STRUCT);
+  CComPtr<IRfcType> packed = Member(row, u"PACKED");
+  ASSERT_TRUE(packed);
+  LONG c2 = 0;
+  packed->get_StructLength(&c2);
+  EXPECT_EQ(c2, 8);
 }
 
 TEST_F(Metadata, AStructureThatIsNotThereReports524) {

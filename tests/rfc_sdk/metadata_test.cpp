@@ -113,6 +113,37 @@ TEST_F(Metadata, AStructureGivesItsFieldsInBothLayoutsAndInstallsOnce) {
   RfcReleaseStructInfoU(nullptr, fields);
 }
 
+TEST_F(Metadata, ATableTypeIsKindItabWithTheFieldsOfItsRow) {
+  std::u16string table = u"zvsim_flat_tt", row = u"ZVSIM_FLAT";
+  unsigned count = 0, rowCount = 0, b2 = 0, rowB2 = 0;
+  RFC_UNICODE_TYPE_ELEMENT *fields = nullptr, *rowFields = nullptr;
+  RFCTYPE kind = RFCTYPE_NULL, rowKind = RFCTYPE_NULL;
+  ASSERT_EQ(RfcGetStructureInfoFlatU(h, table.data(), 0, nullptr, nullptr, &count, &fields, &kind, nullptr, &b2,
+                                     nullptr, nullptr, nullptr, nullptr),
+            RFC_OK)
+      << lastError();
+  ASSERT_EQ(RfcGetStructureInfoFlatU(h, row.data(), 0, nullptr, nullptr, &rowCount, &rowFields, &rowKind, nullptr,
+                                     &rowB2, nullptr, nullptr, nullptr, nullptr),
+            RFC_OK);
+  EXPECT_EQ(kind, RFCTYPE_ITAB);
+  EXPECT_EQ(rowKind, RFCTYPE_STRUCTURE) << "a name in lower case is the same structure";
+  ASSERT_EQ(count, rowCount);
+  EXPECT_EQ(b2, rowB2);
+  EXPECT_EQ(text(fields[0].name), "CHAR");
+  EXPECT_EQ(fields[count - 1].c2_offset, rowFields[count - 1].c2_offset);
+  RfcReleaseStructInfoU(nullptr, fields);
+  RfcReleaseStructInfoU(nullptr, rowFields);
+
+  ITAB_H described = nullptr;
+  kind = RFCTYPE_NULL;
+  ASSERT_EQ(RfcGetStructureInfoAsTableU(h, table.data(), &described, nullptr, &kind, nullptr, nullptr, nullptr, nullptr,
+                                        nullptr),
+            RFC_OK);
+  EXPECT_EQ(kind, RFCTYPE_ITAB);
+  EXPECT_EQ(ItFillU(described), count);
+  ItDeleteU(described);
+}
+
 TEST_F(Metadata, ANestedFlatStructureIsFlattened) {
   std::u16string name = u"ZVSIM_NESTED";
   unsigned count = 0;

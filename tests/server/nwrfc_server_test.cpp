@@ -7,6 +7,7 @@
 #include <boost/filesystem.hpp>
 
 #include "nwrfc/nwrfc_library.h"
+#include "runtime/trace.h"
 #include "server_contract.h"
 
 namespace servertest {
@@ -181,6 +182,39 @@ TEST_F(NWServer, OptionsOpenTheTraceUnderTheServersName) {
         "allowed=yes", "Shutdown requested, exiting"})
     EXPECT_NE(trace.find(line), std::string::npos) << line;
   boost::filesystem::remove(file);
+}
+
+TEST_F(NWServer, TraceLevelIsFoldedToUpperCaseAndAnUnknownTextLeavesIt) {
+  m_server = NewServer(NW(), "LEVEL", &m_program);
+  SetTraceLevel(TRACE_INFORMATION);
+  m_server->put_Option(CComBSTR(u"trace.level"), CComBSTR(u"warning"));
+  EXPECT_EQ(TraceLevel(), TRACE_WARNING);
+  m_server->put_Option(CComBSTR(u"trace.level"), CComBSTR(u"Error"));
+  EXPECT_EQ(TraceLevel(), TRACE_ERROR);
+  m_server->put_Option(CComBSTR(u"trace.level"), CComBSTR(u"verbose"));
+  EXPECT_EQ(TraceLevel(), TRACE_ERROR) << "a text of no meaning changes nothing";
+  m_server->put_Option(CComBSTR(u"trace.level"), CComBSTR(u"3"));
+  EXPECT_EQ(TraceLevel(), TRACE_INFORMATION);
+  CComBSTR stored;
+  m_server->get_Option(CComBSTR(u"trace.level"), &stored);
+  EXPECT_EQ(Text(stored), "3");
+}
+
+TEST_F(NWServer, ASecondServeRunsASecondThreadAndShutdownEndsBoth) {
+  m_server = NewServer(NW(), "TWICE", &m_program);
+  const long before = RegisteredPrograms();
+  ASSERT_EQ(m_server->Serve(), S_OK);
+  ASSERT_EQ(m_server->Serve(), S_OK);
+  EXPECT_EQ(RegisteredPrograms(), before + 2) << "each Serve registers, and both threads listen";
+  ProgramCall call;
+  call.programId = Narrow(m_program);
+  call.function = "Z_SRV_ANY";
+  EXPECT_EQ(CallProgram(call).rc, RFC_OK);
+  EXPECT_EQ(ShutdownPumping(m_server), S_OK);
+  EXPECT_FALSE(Listening());
+  EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before; }, std::chrono::seconds(10)))
+      << "Shutdown has ended the first thread too";
+  EXPECT_NE(CallProgram(call).rc, RFC_OK);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ std::string ReadFile(const std::string& path) {
 }
 
 // A command answering STFC_CONNECTION: REQUTEXT "raise" raises NOT_FOUND,
-// "crash" kills the command, anything else is echoed.
+// "crash" kills the command, "garbage" prints no JSON, anything else is echoed.
 const char* kAnswer = R"(python3 -c '
 import json, os, sys
 data = json.load(sys.stdin)
@@ -32,6 +32,8 @@ if text == "raise":
     print(json.dumps({"exception": "NOT_FOUND"})); sys.exit(1)
 if text == "crash":
     os.kill(os.getpid(), 9)
+if text == "garbage":
+    print("no json"); sys.exit(0)
 print(json.dumps({"ECHOTEXT": text, "RESPTEXT": "served by a command"}))
 ')";
 
@@ -98,6 +100,18 @@ class ServeCommand : public ServerTest {
     return CallProgram(call);
   }
 
+  // The system's call of text fails with a system failure, not an
+  // exception of the function, and the program is soon served again.
+  void ExpectSystemFailureAndServingOn(const std::string& program, const std::string& text) {
+    const ProgramAnswer failed = Call(program, text);
+    EXPECT_EQ(failed.rc, RFC_ABAP_EXCEPTION) << text << ": " << failed.result;
+    EXPECT_EQ(failed.key, "SYSTEM_FAILURE") << text << ": " << failed.message;
+    EXPECT_EQ(failed.exception, "") << text;
+    EXPECT_TRUE(PumpUntil([&] { return Call(program, "again").rc == RFC_OK; }, std::chrono::seconds(30)))
+        << text << ": the server serves on\n"
+        << ReadFile(m_log);
+  }
+
   pid_t m_pid = -1;
   std::string m_log;
 };
@@ -115,11 +129,8 @@ TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
   ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
   EXPECT_EQ(raised.exception, "NOT_FOUND");
 
-  const ProgramAnswer crashed = Call(program, "crash");
-  ASSERT_EQ(crashed.rc, RFC_OK) << crashed.message;
-  EXPECT_EQ(crashed.exception, "SYSTEM_FAILURE");
-
-  EXPECT_EQ(Call(program, "again").rc, RFC_OK) << "the server serves on";
+  ExpectSystemFailureAndServingOn(program, "crash");
+  ExpectSystemFailureAndServingOn(program, "garbage");
 
   ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
   int status = -1;
@@ -131,6 +142,8 @@ TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
   EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: exception NOT_FOUND"), std::string::npos) << log;
   // The shell reports its command's death as an exit status of 128 + 9.
   EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: failed: the command exited with 137"), std::string::npos) << log;
+  EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: failed: the command's output is no JSON"), std::string::npos)
+      << log;
   EXPECT_NE(log.find("serve: shutting down"), std::string::npos) << log;
 }
 
@@ -143,6 +156,8 @@ TEST_F(ServeCommand, TheClassicBackendServesToo) {
   const ProgramAnswer raised = Call(program, "raise");
   ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
   EXPECT_EQ(raised.exception, "NOT_FOUND");
+  ExpectSystemFailureAndServingOn(program, "crash");
+  ExpectSystemFailureAndServingOn(program, "garbage");
   ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
   int status = -1;
   ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));

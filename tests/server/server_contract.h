@@ -19,6 +19,10 @@ struct ServerClass {
   // The Status a check handler sets for a transaction already executed:
   // the server passes it to its SDK as it stands.
   long executedStatus;
+  // True when a handler that fails (a failed Invoke) fails the call, so
+  // that the caller gets a system failure; false when the answer goes out
+  // with what the handler had filled.
+  bool failedHandlerFailsTheCall;
 };
 
 inline void PrintTo(const ServerClass& cls, std::ostream* out) { *out << cls.name; }

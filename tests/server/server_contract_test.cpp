@@ -15,7 +15,7 @@ class ServerContract : public ServerTest, public ::testing::WithParamInterface<S
     m_server = NewServer(GetParam(), "C", &m_program);
     ASSERT_TRUE(m_server);
     m_sink = ServerSink::Create();
-    m_sink->AdviseTo(m_server);
+    m_cookie = m_sink->AdviseTo(m_server);
     m_echo = ImportInterface(u"Z_SRV_ECHO");
     ASSERT_TRUE(m_echo);
   }
@@ -67,6 +67,7 @@ class ServerContract : public ServerTest, public ::testing::WithParamInterface<S
   std::u16string m_program;
   CComPtr<IRfcServer> m_server;
   CComPtr<ServerSink> m_sink;
+  DWORD m_cookie = 0;
   CComPtr<IFunctionCall> m_echo;
 };
 
@@ -186,16 +187,33 @@ TEST_P(ServerContract, AnExceptionWithAnEmptyNameIsNoException) {
   EXPECT_TRUE(Contains(a.result, "echo:x")) << a.result;
 }
 
-TEST_P(ServerContract, AHandlerThatFailsStillSendsTheAnswer) {
+TEST_P(ServerContract, AHandlerThatFails) {
+  int errors = 0;
   m_sink->On(kIncomingCall, [](IDispatch* argument) {
     SetValue(As<IFunctionCall>(argument), u"Exporting", u"EV_TEXT", CComVariant(u"before the failure"));
     return E_FAIL;
   });
+  m_sink->On(kServerError, [&errors](IDispatch* argument) {
+    ++errors;
+    return As<IRfcServerErrorInfo>(argument)->put_Restart(VARIANT_TRUE);
+  });
   Serve();
   const ProgramAnswer a = Call("Z_SRV_ECHO", "{}");
-  ASSERT_EQ(a.rc, RFC_OK) << a.message;
-  EXPECT_TRUE(Contains(a.result, "before the failure")) << a.result;
-  EXPECT_TRUE(Listening());
+  if (GetParam().failedHandlerFailsTheCall) {
+    // The SDK answers with a system failure carrying the failure's text and
+    // ends the connection; the restart registers the program again.
+    EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION);
+    EXPECT_EQ(a.key, "SYSTEM_FAILURE");
+    EXPECT_TRUE(Contains(a.message, "Unspecified error")) << a.message;
+    ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && Listening(); }, std::chrono::seconds(30)));
+    m_sink->On(kIncomingCall, Echo);
+    EXPECT_TRUE(Contains(Call("Z_SRV_ECHO", R"({"IV_TEXT":"again"})").result, "echo:again"));
+  } else {
+    ASSERT_EQ(a.rc, RFC_OK) << a.message;
+    EXPECT_TRUE(Contains(a.result, "before the failure")) << a.result;
+    EXPECT_TRUE(Listening());
+    EXPECT_EQ(errors, 0);
+  }
 }
 
 TEST_P(ServerContract, AnUnknownFunctionArrivesWithoutParameters) {
@@ -392,8 +410,25 @@ TEST_P(ServerContract, ShutdownWhileIdleAndWithoutServe) {
   Serve();
   EXPECT_EQ(m_server->Shutdown(), S_OK);
   EXPECT_FALSE(Listening());
+  EXPECT_FALSE(ErrorFlag()) << "a stop while idle is no failure";
+  EXPECT_TRUE(m_sink->Events().empty()) << "and fires no ServerError";
   EXPECT_NE(Call("Z_SRV_ECHO", "{}").rc, RFC_OK) << "the program is gone from the gateway";
   EXPECT_EQ(m_server->Shutdown(), S_OK) << "a second Shutdown";
+}
+
+TEST_P(ServerContract, WithoutASinkALogonIsAllowedAndATransactionIsNotRun) {
+  CComQIPtr<IConnectionPointContainer> container(m_server);
+  CComPtr<IConnectionPoint> point;
+  ASSERT_EQ(container->FindConnectionPoint(DIID__RfcServerEvents, &point), S_OK);
+  ASSERT_EQ(point->Unadvise(m_cookie), S_OK);
+  Serve();
+  // RequestAllowed stays true, and the answer goes out as the copy stands.
+  const ProgramAnswer a = Call("Z_SRV_ECHO", R"({"IV_TEXT":"nobody"})");
+  EXPECT_EQ(a.rc, RFC_OK) << a.message;
+  EXPECT_FALSE(Contains(a.result, "nobody")) << a.result;
+  // The check's Status stays 65534, which does not let the transaction run.
+  EXPECT_NE(Call("Z_SRV_ECHO", "{}", "T", "0A1B2C3D4E5F60718293A4C2", "X").rc, RFC_OK);
+  EXPECT_TRUE(m_sink->Events().empty());
 }
 
 TEST_P(ServerContract, ShutdownWhileACallRunsLetsTheCallFinish) {

@@ -157,11 +157,14 @@ HRESULT ShutdownPumping(IRfcServer* server) {
   return hr;
 }
 
-long DropPrograms() {
+long DropPrograms() { return Gateway("DROP"); }
+long RegisteredPrograms() { return Gateway("LIST"); }
+
+long Gateway(const std::string& action) {
   Sdk();
   long count = -1;
   ProgramAnswer a = Invoke(
-      u"Z_VSIM_GATEWAY", [](RFC_FUNCTION_HANDLE f) { SetText(f, u"ACTION", "DROP"); },
+      u"Z_VSIM_GATEWAY", [&action](RFC_FUNCTION_HANDLE f) { SetText(f, u"ACTION", action); },
       [&count](RFC_FUNCTION_HANDLE f, ProgramAnswer&) {
         RFC_INT n = 0;
         Sdk().RfcGetInt(f, u"COUNT", &n, nullptr);
@@ -189,23 +192,6 @@ CComPtr<IFunctionCall> ImportInterface(const char16_t* name) {
 }
 
 // ------------------------------------------------------------------ sink
-
-HRESULT ServerSink::QueryInterface(REFIID riid, void** ppv) {
-  if (!ppv) return E_POINTER;
-  if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__RfcServerEvents) {
-    *ppv = static_cast<IDispatch*>(this);
-    AddRef();
-    return S_OK;
-  }
-  *ppv = nullptr;
-  return E_NOINTERFACE;
-}
-
-ULONG ServerSink::Release() {
-  const ULONG left = --m_refs;
-  if (left == 0) delete this;
-  return left;
-}
 
 HRESULT ServerSink::Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*, UINT*) {
   if (id < kIncomingCall || id > kTransactionConfirm) return DISP_E_MEMBERNOTFOUND;

@@ -21,6 +21,7 @@
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "testing/sim_process.h"
+#include "veltrane/event_sink.h"
 #include "veltrane_tlb.h"
 
 namespace servertest {
@@ -60,15 +61,19 @@ bool PumpUntil(const std::function<bool()>& done, std::chrono::milliseconds limi
 // Shutdown from a thread of its own while the calling apartment pumps, so
 // that an event still on its way to this apartment cannot hold it up.
 HRESULT ShutdownPumping(IRfcServer* server);
-// Drops every registered program at the gateway (Z_VSIM_GATEWAY DROP).
+// Z_VSIM_GATEWAY with action: the number of registered connections.
+long Gateway(const std::string& action);
+// Drops every registered program at the gateway (DROP).
 long DropPrograms();
+// Connections registered at the gateway now (LIST).
+long RegisteredPrograms();
 // A function module's interface from the system's dictionary.
 CComPtr<IFunctionCall> ImportInterface(const char16_t* name);
 
 // A _RfcServerEvents sink. Each event is noted as "<Event> <detail>" (the
 // function, the user or the transaction ID) with the thread it ran on, then
 // handed to the handler set for it, if any.
-class ServerSink : public IDispatch {
+class ServerSink : public CEventSink {
  public:
   using Handler = std::function<HRESULT(IDispatch* argument)>;
 
@@ -78,15 +83,6 @@ class ServerSink : public IDispatch {
     return sink;
   }
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override;
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
                                    UINT*) override;
 
@@ -99,8 +95,7 @@ class ServerSink : public IDispatch {
   bool WaitFor(size_t n, std::chrono::milliseconds limit = std::chrono::seconds(30));
 
  private:
-  ServerSink() = default;
-  std::atomic<ULONG> m_refs{1};
+  ServerSink() : CEventSink(DIID__RfcServerEvents) {}
   std::mutex m_mutex;
   std::condition_variable m_changed;
   std::map<DISPID, Handler> m_handlers;

@@ -5,9 +5,9 @@ namespace servertest {
 std::vector<ServerClass> ServerClasses() {
   return {
       {"NWRfcServer", CLSID_NWRfcServer,
-       [](IRfcServer* server) { server->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(SdkDir())); }, 16},
+       [](IRfcServer* server) { server->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(SdkDir())); }, 16, true},
       {"RfcServer", CLSID_RfcServer,
-       [](IRfcServer* server) { server->put_Option(CComBSTR(u"librfc.path"), CComBSTR(RfcSdkDir())); }, 1},
+       [](IRfcServer* server) { server->put_Option(CComBSTR(u"librfc.path"), CComBSTR(RfcSdkDir())); }, 1, false},
   };
 }
 

@@ -254,6 +254,27 @@ TEST(SoapReaderValues, TextTypesStayAsTheyAre) {
   EXPECT_EQ(TextOf(v), u"");
 }
 
+TEST(SoapReaderValues, AnElementsTextIsItsFirstRunOfCharacters) {
+  // Text split by a comment or a child: the first run counts.
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "ab<!-- note -->cd")), u"ab");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "ab<X>inner</X>cd")), u"ab");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "<X>inner</X>cd")), u"cd");
+  EXPECT_EQ(TextOf(ReadScalar(TYPE_CHAR, "<!-- note -->cd")), u"cd");
+  // An indented answer: blanks between elements are no values.
+  CComPtr<IFunctionCall> call = NewCall(u"F");
+  Tables(call)->AddTable(CComBSTR(u"T"), Struct(u"ZROW", {{u"ID", TYPE_INT, 0}, {u"NAME", TYPE_CHAR, 10}}));
+  SoapRfcXML::ParseResponse(Answer(Response("F",
+                                            "\n\t<T>\n\t\t<item>\n\t\t\t<ID>4</ID>\n\t\t\t<NAME> x </NAME>"
+                                            "\n\t\t</item>\n\t</T>\n")),
+                            call);
+  CComPtr<IRfcRows> rows = Rows(Tables(call), u"T");
+  ASSERT_EQ(Count(rows), 1);
+  CComPtr<IRfcFields> row;
+  ASSERT_EQ(rows->get_Item(1, &row), S_OK);
+  EXPECT_EQ(MemberValue(row, u"ID").llVal, 4);
+  EXPECT_EQ(TextOf(MemberValue(row, u"NAME")), u" x ");
+}
+
 TEST(SoapReaderValues, InvalidUtf8IsABadConversion) {
   EXPECT_THROW(ReadScalar(TYPE_CHAR, "\xff\xfe"), std::range_error);
 }

@@ -2,46 +2,22 @@
 // the thread it came on and what CallActive said at that moment.
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
-#include "platform/oaidl.h"
+#include "veltrane/event_sink.h"
 #include "veltrane_tlb.h"
 
 namespace test_support {
 
 // A _SessionEvents sink that records each CallFinished, the thread it came
 // on and what CallActive said at that moment.
-class EventSink : public IDispatch {
+class EventSink : public CEventSink {
  public:
-  explicit EventSink(ISession* session) : m_session(session) {}
-  virtual ~EventSink() = default;
+  explicit EventSink(ISession* session) : CEventSink(DIID__SessionEvents), m_session(session) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override {
-    if (!ppv) return E_POINTER;
-    if (riid == IID_IUnknown || riid == IID_IDispatch || riid == DIID__SessionEvents) {
-      *ppv = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *ppv = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++m_refs; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    const ULONG left = --m_refs;
-    if (left == 0) delete this;
-    return left;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* n) override {
-    *n = 0;
-    return S_OK;
-  }
-  HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-  HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*) override {
     if (id != 1) return DISP_E_MEMBERNOTFOUND;
     VARIANT_BOOL active = VARIANT_TRUE;
@@ -77,7 +53,6 @@ class EventSink : public IDispatch {
   ISession* m_session;
 
  private:
-  std::atomic<ULONG> m_refs{1};
   std::mutex m_mutex;
   std::condition_variable m_changed;
   int m_count = 0;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "model/model.h"
 #include "platform/atlbase.h"
 #include "platform/oleauto.h"
 #include "rfc/scalar_data.h"
@@ -485,6 +486,111 @@ TEST_F(ScalarData, CodesWithoutAScalarFormDoNothing) {
   back = u"old";
   RfcDataToVariant(&back, field, TYPE_ITAB, 4, 0, kSdk);
   EXPECT_EQ(back.vt, VT_EMPTY);
+}
+
+// ------------------------------------------- into a table's row store
+
+// One stored row of a table of the given scalar members, its store and its
+// number there.
+struct StoredRow {
+  CComPtr<IRfcRows> rows;
+  RowStore* store = nullptr;
+  size_t row = 0;
+
+  explicit StoredRow(std::initializer_list<std::pair<const char16_t*, ABAPTYPE>> members) {
+    CComPtr<IRfcType> structure, table;
+    CreateRfcType(&structure);
+    structure->DefineStruct(CComBSTR(u"ZROW"));
+    for (const auto& [name, type] : members)
+      structure->AddScalarStructField(CComBSTR(name), type, 4, 2, -1, -1, -1, -1);
+    CreateRfcType(&table);
+    table->DefineTable(CComBSTR(u""), structure);
+    CComPtr<IFunctionCall> call;
+    CreateFunctionCall(&call);
+    CComPtr<IRfcParameters> tables;
+    call->get_Tables(&tables);
+    tables->AddParameter(CComBSTR(u"T"), table);
+    CComPtr<IRfcParameter> parameter;
+    tables->get_Item(CComVariant(u"T"), &parameter);
+    parameter->get_Rows(&rows);
+    EXPECT_EQ(RfcRowsAppendStored(rows, 1, &store, &row), S_OK);
+  }
+  CComVariant Value(const char16_t* name) {
+    CComPtr<IRfcFields> fields;
+    rows->get_Item(1, &fields);
+    CComPtr<IRfcField> field;
+    fields->get_Item(CComVariant(name), &field);
+    CComVariant value;
+    field->get_value(&value);
+    return value;
+  }
+};
+
+TEST_F(ScalarData, FieldsGoIntoTheStoreAsTheyWouldIntoAVariant) {
+  StoredRow stored({{u"C", TYPE_CHAR},
+                    {u"N", TYPE_NUM},
+                    {u"P", TYPE_BCD},
+                    {u"S", TYPE_STRING},
+                    {u"I", TYPE_INT},
+                    {u"D", TYPE_DATE},
+                    {u"X", TYPE_BYTE}});
+  ASSERT_TRUE(stored.store);
+  // A text at an odd address of the line, blanks behind it.
+  unsigned char line[16] = {};
+  std::memcpy(line + 1, u"ab  ", 8);
+  RfcDataToStore(*stored.store, stored.row, 0, line + 1, TYPE_CHAR, 8, 0, kSdk);
+  const char16_t numc[] = u"0042";
+  RfcDataToStore(*stored.store, stored.row, 1, numc, TYPE_NUM, 8, 0, kSdk);
+  const unsigned char packed[3] = {0x01, 0x25, 0x0D};
+  RfcDataToStore(*stored.store, stored.row, 2, packed, TYPE_BCD, 3, 2, kSdk);
+  const char* text =
+      "Gr\xc3\xbc\xc3\x9f"
+      "e";
+  RfcDataToStore(*stored.store, stored.row, 3, &text, TYPE_STRING, 8, 0, kSdk);
+  const int32_t number = -7;
+  RfcDataToStore(*stored.store, stored.row, 4, &number, TYPE_INT, 4, 0, kSdk);
+  const char16_t date[] = u"20240229";
+  RfcDataToStore(*stored.store, stored.row, 5, date, TYPE_DATE, 16, 0, kSdk);
+  const unsigned char bytes[2] = {0xDE, 0xAD};
+  RfcDataToStore(*stored.store, stored.row, 6, bytes, TYPE_BYTE, 2, 0, kSdk);
+
+  EXPECT_EQ(Str(stored.Value(u"C")), u"ab");
+  EXPECT_EQ(Str(stored.Value(u"N")), u"0042");
+  EXPECT_EQ(Str(stored.Value(u"P")), u"12.50-") << "the SDK's text, trimmed";
+  EXPECT_EQ(Str(stored.Value(u"S")), u"Gr\u00fc\u00dfe");
+  EXPECT_EQ(stored.Value(u"I").vt, VT_I4);
+  EXPECT_EQ(stored.Value(u"I").lVal, -7);
+  CComVariant expected;
+  RfcDataToVariant(&expected, date, TYPE_DATE, 16, 0, kSdk);
+  EXPECT_EQ(stored.Value(u"D").vt, VT_DATE);
+  EXPECT_EQ(stored.Value(u"D").date, expected.date);
+  CComVariant raw = stored.Value(u"X");
+  ASSERT_EQ(raw.vt, VT_ARRAY | VT_UI1);
+  EXPECT_EQ(static_cast<const unsigned char*>(raw.parray->pvData)[1], 0xAD);
+}
+
+TEST_F(ScalarData, BadUtf8AndANullStringGoIntoTheStoreAsTheEmptyText) {
+  StoredRow stored({{u"S", TYPE_STRING}, {u"T", TYPE_STRING}});
+  ASSERT_TRUE(stored.store);
+  const char bad[] = "a\xff";
+  const char* pointer = bad;
+  RfcDataToStore(*stored.store, stored.row, 0, &pointer, TYPE_STRING, 8, 0, kSdk);
+  const char* none = nullptr;
+  RfcDataToStore(*stored.store, stored.row, 1, &none, TYPE_STRING, 8, 0, kSdk);
+  EXPECT_EQ(stored.Value(u"S").vt, VT_BSTR);
+  EXPECT_EQ(Str(stored.Value(u"S")), u"");
+  EXPECT_EQ(Str(stored.Value(u"T")), u"");
+}
+
+TEST_F(ScalarData, APackedNumberTheSdkRefusesFailsTheStoreAsTheVariant) {
+  StoredRow stored({{u"P", TYPE_BCD}});
+  ASSERT_TRUE(stored.store);
+  FakeSdk::bcdCharResult = 1;
+  const unsigned char packed[3] = {};
+  int32_t kind = 0;
+  auto texts = Raised([&] { RfcDataToStore(*stored.store, stored.row, 0, packed, TYPE_BCD, 3, 2, kSdk); }, &kind);
+  EXPECT_EQ(kind, CXVeltrane::BCD_CONVERSION_INVALID);
+  EXPECT_EQ(texts[1], u"RfcDataToVariant(), RFCTYPE_BCD");
 }
 
 }  // namespace
