@@ -118,7 +118,7 @@ class _Events:
     def OnIncomingCall(self, fn):
         failure = self._server._answer(fn)
         if failure is not None:
-            _system_failure(self._server._backend.name, fn, failure)
+            _system_failure(fn, failure)
 
     def OnServerError(self, info):
         self._server._lost(info)
@@ -410,7 +410,6 @@ class Server:
     def _answer(self, fn):
         """Answers a call; what fails it (a text), or None."""
         _in_handler.active = True
-        self._failed_call = False  # the connection outlived the last failed call
         try:
             name = fn.Function
             function = self._functions.get(name.upper())
@@ -436,7 +435,7 @@ class Server:
             _in_handler.active = False
 
     def _failed(self, text):
-        # The SDK may end the connection after a failed call: then register again at once.
+        # The SDK ends the connection after a failed call: register again at once.
         self._failed_call = True
         return text
 
@@ -461,17 +460,12 @@ class Server:
         info.Restart = True
 
 
-def _system_failure(backend, fn, text):
-    """Makes the library's server answer the call with a system failure: the handler
-    fails (a failed Invoke). RfcServer absorbs that and fails a call whose answer it
-    cannot send, here one with a parameter without a type; the SDK then ends the
-    connection. NWRfcServer fails the call of a failed handler, or, where it absorbs
-    that too, sends the exception SYSTEM_FAILURE, which the caller's runtime takes
-    for its own system failure."""
-    if backend == "rfc":
-        fn.Exporting.AddParameter("SYSTEM_FAILURE", None)
-    else:
-        fn.RaiseException("SYSTEM_FAILURE", text)
+def _system_failure(fn, text):
+    """Makes the library's server answer the call with a system failure
+    (docs/server.md): NWRfcServer fails the call of a failed handler (a failed
+    Invoke); RfcServer absorbs that and fails a call whose answer it cannot send,
+    here one with a parameter without a type. Either SDK then ends the connection."""
+    fn.Exporting.AddParameter("SYSTEM_FAILURE", None)
     raise ComError(_E_FAIL, text)
 
 

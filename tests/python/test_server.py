@@ -48,16 +48,12 @@ def call_program(sim, program, parameters, function="Z_PY_ORDER"):
 
 
 def system_failure(sim, program, parameters, function="Z_PY_ORDER"):
-    """The text of the system failure the caller gets: the server fails the call
-    (Z_VSIM_CALL_PROGRAM raises SYSTEM_FAILURE) or, where the library's server
-    sends no failure for a failed handler, answers with the exception SYSTEM_FAILURE."""
-    try:
-        _, exception, text = call_program(sim, program, parameters, function)
-    except veltrane.ABAPApplicationError as e:
-        assert e.key == "SYSTEM_FAILURE", e
-        return e.message
-    assert exception == "SYSTEM_FAILURE"
-    return text
+    """The text of the system failure the caller gets: the server fails the call, and
+    Z_VSIM_CALL_PROGRAM raises SYSTEM_FAILURE as CALL FUNCTION ... DESTINATION does."""
+    with pytest.raises(veltrane.ABAPApplicationError) as raised:
+        call_program(sim, program, parameters, function)
+    assert raised.value.key == "SYSTEM_FAILURE", raised.value
+    return raised.value.message
 
 
 def call_again(sim, program, parameters, function="Z_PY_ORDER"):
