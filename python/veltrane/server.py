@@ -397,9 +397,12 @@ class Server:
             except KeyboardInterrupt:
                 pass  # stopping already
         events.close()
-        # The last references go before the stop is told: the release of the
-        # library's server blocks, and a thread may not block at the interpreter's exit.
+        # The last references go before the stop is told, and the releases that other
+        # threads queued for this apartment run now: at the thread's end, after the
+        # interpreter's, a release that needs Python could not run.
         del server, events
+        while pump(0):
+            pass
         self._server = self._events = self._handler = None
         _running.discard(self)
         _log.info("%s stopped", self.program_id)
