@@ -114,7 +114,15 @@ inline void TraceLog(int severity, const char* utf8Message, const char* function
 // TraceLog. Returns hr.
 HRESULT TraceResult(HRESULT hr, const char* function, const char* file, int line);
 
-#define TRACE_LOG(severity, message) ::TraceLog((severity), (message), __func__, __FILE__, __LINE__)
+// Whether TraceLog at severity writes anything.
+inline bool TraceWants(int severity) { return TraceLevel() >= severity && TraceIsOpen(); }
+
+// TraceLog from the place it stands; the message is made only when the
+// trace takes it, so that a formatted message costs nothing without a trace.
+#define TRACE_LOG(severity, message)                                                             \
+  do {                                                                                           \
+    if (::TraceWants(severity)) ::TraceLog((severity), (message), __func__, __FILE__, __LINE__); \
+  } while (0)
 #define TRACE_RESULT(hr) ::TraceResult((hr), __func__, __FILE__, __LINE__)
 
 // The clock of the frame; null restores the system clock.

@@ -706,9 +706,9 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   ThrowIfFailed(m_logonData->get_Language(&language));
   ThrowIfFailed(call->get_Function(&function));
 
-  std::string path = (boost::format("/%1%?sap-client=%2%&sap-language=%3%") % veltrane::winhttp::BstrUtf8(endpoint) %
-                      veltrane::winhttp::BstrUtf8(client) % veltrane::winhttp::BstrUtf8(language))
-                         .str();
+  std::string path = "/" + veltrane::winhttp::BstrUtf8(endpoint) +
+                     "?sap-client=" + veltrane::winhttp::BstrUtf8(client) +
+                     "&sap-language=" + veltrane::winhttp::BstrUtf8(language);
   if (sessionMode == 1) path += "&session_mode=1";
   if (sessionMode == 2) path += "&session_mode=2";
 
@@ -768,9 +768,7 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_LOGIN_FAILURE);
 
   const std::string action =
-      (boost::format("SOAPAction: %1%") %
-       (boost::format("\"urn:sap-com:document:sap:rfc:functions/%1%\"") % veltrane::winhttp::BstrUtf8(function)))
-          .str();
+      "SOAPAction: \"urn:sap-com:document:sap:rfc:functions/" + veltrane::winhttp::BstrUtf8(function) + "\"";
   const char* lines[] = {"Content-Type: text/xml; charset=UTF-8", "Accept-Charset: UTF-8", action.c_str(),
                          // What WinHTTP does not send either.
                          "Accept:", "Expect:"};
@@ -783,7 +781,7 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
     throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
   if (ticket.Length() > 0) {
     // The ticket joins the transport's cookies in the one Cookie header.
-    const std::string cookie = (boost::format("MYSAPSSO2=%1%") % veltrane::winhttp::BstrUtf8(ticket)).str();
+    const std::string cookie = "MYSAPSSO2=" + veltrane::winhttp::BstrUtf8(ticket);
     if (curl_easy_setopt(easy, CURLOPT_COOKIE, cookie.c_str()) != CURLE_OK)
       throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
   }

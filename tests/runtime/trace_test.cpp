@@ -265,6 +265,29 @@ TEST_F(TraceTest, TraceLogDoesNotPrintTheSourceFile) {
   EXPECT_NE(content.find("(" + std::to_string(__LINE__ - 3) + "): via macro\n"), std::string::npos);
 }
 
+TEST_F(TraceTest, TheMacrosMessageIsMadeOnlyWhenTheTraceTakesIt) {
+  int made = 0;
+  auto message = [&] {
+    ++made;
+    return std::string("made");
+  };
+  SetTraceLevel(3);
+  TRACE_LOG(2, message());
+  EXPECT_EQ(made, 0);  // no trace open
+  Open(dir.file("a.trc"));
+  SetTraceLevel(1);
+  TRACE_LOG(2, message());
+  EXPECT_EQ(made, 0);  // below the level
+  // A format that does not fit its arguments is never made either.
+  TRACE_LOG(3, boost::format("%1%") % 1 % 2);
+  if (made == 0)
+    TRACE_LOG(1, message());
+  else
+    ADD_FAILURE();
+  EXPECT_EQ(made, 1);
+  EXPECT_NE(ReadFile(dir.file("a.trc")).find("): made\n"), std::string::npos);
+}
+
 TEST_F(TraceTest, TraceResultWritesFailuresAndReturnsTheCode) {
   Open(dir.file("a.trc"));
   SetTraceLevel(1);
