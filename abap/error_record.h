@@ -22,4 +22,14 @@ struct RfcErrorRecord {
   std::u16string messageType;    // "E", "A", "X", ...
   std::u16string messageNumber;  // three digits
   std::u16string messageV1, messageV2, messageV3, messageV4;
+
+  // Whether an ABAP message came with the failure.
+  bool HasAbapMessage() const;
 };
+
+// Writes the record's ABAP message to the trace at level 1, the fields the
+// error object has no room for among them, one line whose texts are quoted
+// and escaped as in C:
+//   ABAP message: ID="FL" Type="E" Number="046" V1="LH" V2="0400" V3="" V4=""
+// Nothing without a message.
+void TraceAbapMessage(const RfcErrorRecord& record);

@@ -67,6 +67,8 @@ void configureSoap(ISession* session, const ConnectionSettings& s) {
   check(http->put_Port(s.port), "setting the port");
   check(http->put_SoapEndpoint(bstr(s.endpoint)), "setting the endpoint");
   check(http->put_Stateful(s.stateful ? VARIANT_TRUE : VARIANT_FALSE), "setting the session mode");
+  if (!s.checkLogonAtConnect)
+    check(session->put_Option(bstr("soap.skip_ping"), bstr("X")), "leaving the logon to the first call");
   if (s.https) {
     check(session->put_Option(bstr("soap.https"), bstr("X")), "choosing HTTPS");
     if (!s.caFile.empty()) check(session->put_Option(bstr("soap.ca_file"), bstr(s.caFile)), "setting the CA file");
@@ -117,6 +119,7 @@ const std::vector<Backend>& backends() {
        soapPlace,
        Transactions::None,
        2,
+       true,
        true,
        true},
       {"nwrfc",

@@ -40,6 +40,10 @@ struct Backend {
   int charLengthUnit = 1;
   bool unsignedIntegers = false;
   bool packedMembersInBytes = false;
+  // Whether ErrorInfo's group 102 is a fault the system answered with (an
+  // unknown module, a runtime error, an error message) rather than a
+  // connection that broke.
+  bool faultsAreAnswers = false;
 };
 
 // All back ends; the first is the default.

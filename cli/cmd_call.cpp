@@ -58,6 +58,7 @@ int runCall(const ParsedArgs& args) {
     throw UsageError("--tid, --send and --confirm go with --trfc");
   if (transactional) requireTransactions(settings, args.has("tid") ? "--tid" : "");
   const ResultSelection selection{nameList(args.values("only")), given};
+  settings.checkLogonAtConnect = false;  // the call itself proves it
   Connection connection(std::move(settings));
   InterfaceSource source{args.has("refresh"), args.valueOr("interface", "")};
   CComPtr<IFunctionCall> call = functionInterface(connection, function, source);

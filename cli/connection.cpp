@@ -106,6 +106,7 @@ Connection::Connection(ConnectionSettings settings) : settings_(std::move(settin
   const Backend& backend = backendNamed(settings_.backend);
   if (!settings_.traceFile.empty()) requireWritableTrace(settings_.traceFile);
   setValueRules({backend.name, backend.charLengthUnit, backend.unsignedIntegers, backend.packedMembersInBytes});
+  setFaultsAreAnswers(backend.faultsAreAnswers);
   const std::string password = obtainPassword("Password for " + settings_.user + " in client " + settings_.client +
                                               " at " + backend.place(settings_) + ": ");
   CLSID clsid;

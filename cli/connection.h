@@ -19,6 +19,9 @@ struct ConnectionSettings {
   std::string user;
   std::string language = "EN";
   std::string traceFile;
+  // Whether Connect proves the logon by itself; where the back end allows,
+  // a command that calls at once leaves that to its first call.
+  bool checkLogonAtConnect = true;
 
   // SOAP
   long port = 8000;

@@ -5,6 +5,7 @@
 // or, with --error-format json, as one JSON object on standard error.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -35,20 +36,31 @@ class OutputError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A failure the system reported through ErrorInfo.
+// The ABAP message that came with a failure: its class, type, number and
+// four variables, as the back end received them.
+struct AbapMessage {
+  std::string messageClass, type, number;
+  std::string variables[4];
+};
+
+// A failure the system reported through ErrorInfo, with the ABAP message
+// the library's trace names for it, if any.
 class RfcFailure : public std::runtime_error {
  public:
-  RfcFailure(std::string context, long group, std::string key, std::string message, std::string module);
+  RfcFailure(std::string context, long group, std::string key, std::string message, std::string module,
+             std::optional<AbapMessage> abapMessage = std::nullopt);
   const std::string& context() const { return context_; }
   long group() const { return group_; }
   const std::string& key() const { return key_; }
   const std::string& message() const { return message_; }
   const std::string& module() const { return module_; }
+  const std::optional<AbapMessage>& abapMessage() const { return abapMessage_; }
 
  private:
   std::string context_;
   long group_;
   std::string key_, message_, module_;
+  std::optional<AbapMessage> abapMessage_;
 };
 
 // A failing result of the component, with the description of its error
@@ -82,14 +94,27 @@ void checkSession(HRESULT hr, ISession* session, const std::string& context);
 // The same for a table reader, which keeps its own Error and ErrorInfo.
 void checkReader(HRESULT hr, ITableReader* reader, const std::string& context);
 
-// The trace file the command reads causes from (see ComFailure).
+// The ABAP message of a trace line the library writes for it
+//   ABAP message: ID="FL" Type="E" Number="046" V1="LH" V2="" V3="" V4=""
+// (texts quoted and escaped as in C); nothing for any other line.
+std::optional<AbapMessage> abapMessageOfTraceLine(const std::string& line);
+
+// The trace file the command reads causes and ABAP messages from (see
+// ComFailure, RfcFailure). Only what the library writes after this call
+// and since the last operation checked counts for a failure.
 void setCauseTrace(const std::string& path);
+
+// Whether the back end's group 102 is a fault the system answered with
+// (see Backend::faultsAreAnswers): then it is no communication failure.
+void setFaultsAreAnswers(bool answers);
 
 // The exit status of a failure.
 int exitStatus(const std::exception& e);
 
 // The failure as one JSON object: "status", "kind", "context", "message",
-// and for a failure of the system "group", "groupName", "key", "module".
+// and for a failure of the system "group", "groupName", "key", "module"
+// and, with an ABAP message, "messageClass", "messageType",
+// "messageNumber" and "messageV1" to "messageV4".
 nlohmann::ordered_json failureJson(const std::exception& e);
 
 enum class ErrorFormat { Text, Json };

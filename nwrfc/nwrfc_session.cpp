@@ -158,7 +158,8 @@ HRESULT CNWRfcSession::PublishRfcResult(const RFC_ERROR_INFO& info, std::u16stri
     if (!context.empty()) Log(TRACE_INFORMATION, boost::format("%1%: RFC_OK") % Narrow(context), "PublishRfcResult");
     return S_OK;
   }
-  SetError(ErrorRecordOf(info));
+  const RfcErrorRecord record = ErrorRecordOf(info);
+  SetError(record);
   if (TraceLevel() >= TRACE_ERROR) {
     std::string rc = Narrow(SapText(Sdk().RfcGetRcAsString(info.code)));
     // A code the SDK gives no name for: the error table's, or its number.
@@ -172,6 +173,7 @@ HRESULT CNWRfcSession::PublishRfcResult(const RFC_ERROR_INFO& info, std::u16stri
     else
       Log(TRACE_ERROR, boost::format("%1%: RFC Error %2%: %3% %4%") % Narrow(context) % rc % key % message,
           "PublishRfcResult");
+    TraceAbapMessage(record);
   }
   return Report(code);
 }

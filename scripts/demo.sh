@@ -213,7 +213,10 @@ unset VELTRANE_HOST VELTRANE_PORT VELTRANE_CLIENT VELTRANE_USER VELTRANE_LANG
 run ping --dest sim --format table
 BATCH='{"function":"Z_VSIM_COUNTER","parameters":{"STEP":5},"id":"first"}
 {"function":"BAPI_FLIGHT_GETLIST","parameters":{"AIRLINE":"LH","MAX_ROWS":2},"only":["FLIGHT_LIST"]}
-{"function":"Z_VSIM_COUNTER","parameters":{"STEP":1},"id":"again, in the same ABAP session"}'
+{"function":"Z_VSIM_COUNTER","parameters":{"STEP":1},"id":"again, in the same ABAP session"}
+{"function":"Z_VSIM_NOTE_CREATE","parameters":{"KEY":"demo","TEXT":"a BAPI change, saved by the commit"}}
+{"function":"BAPI_TRANSACTION_COMMIT","parameters":{"WAIT":"X"}}
+{"function":"Z_VSIM_NOTE_GETLIST","parameters":{"KEY":"demo"},"id":"saved"}'
 echo "\$ veltrane batch --dest sim <<'EOF'"
 echo "$BATCH"
 echo "EOF"

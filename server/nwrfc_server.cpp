@@ -75,6 +75,14 @@ RFC_RC Failed(RFC_ERROR_INFO* errorInfo, RFC_RC code, std::u16string_view messag
   return code;
 }
 
+// A dispatch that met a failed HRESULT: the record's code if it has one,
+// else an external failure with the code's text.
+RFC_RC FailedResult(HRESULT hr, RFC_ERROR_INFO* errorInfo) {
+  TRACE_RESULT(hr);
+  if (errorInfo->code != RFC_OK) return errorInfo->code;
+  return Failed(errorInfo, RFC_EXTERNAL_FAILURE, _com_error(hr).ErrorMessage());
+}
+
 RFC_RC CaughtException(RFC_ERROR_INFO* errorInfo, const std::exception& e, const char* operation) {
   Log(TRACE_ERROR, boost::format("caught exception: %1%") % e.what(), operation);
   return Failed(errorInfo, RFC_EXTERNAL_FAILURE, Utf8ToWideLossy(e.what()));
@@ -371,9 +379,10 @@ RFC_RC CNWRfcServer::dispatch(RFC_CONNECTION_HANDLE, RFC_FUNCTION_HANDLE functio
         return RFC_OK;
       }
     }
-    TRACE_RESULT(hr);
-    if (errorInfo->code != RFC_OK) return errorInfo->code;
-    return Failed(errorInfo, RFC_EXTERNAL_FAILURE, _com_error(hr).ErrorMessage());
+    return FailedResult(hr, errorInfo);
+  } catch (const _com_error& e) {
+    // A failed HRESULT raised on the way (a missing object): as above.
+    return FailedResult(e.Error(), errorInfo);
   } catch (const std::exception& e) {
     return CaughtException(errorInfo, e, "dispatch");
   }

@@ -17,6 +17,7 @@
 #include "model/row_store.h"
 #include "platform/comdef.h"
 #include "platform/oleauto.h"
+#include "abap/error_record.h"
 #include "abap/field_path.h"
 #include "abap/scalar_conversion.h"
 #include "runtime/base64.h"
@@ -585,6 +586,22 @@ std::u16string TextOf(const XmlNode* node) {
   return Utf8ToWide(text);
 }
 
+// The ABAP message of an exception element, with the variables of its
+// "Attributes", for the trace.
+RfcErrorRecord MessageRecord(const XmlNode* exception, const XmlNode* message) {
+  RfcErrorRecord record;
+  record.messageClass = TextOf(veltrane::xmlns::FirstChild(message, "ID"));
+  record.messageType = TextOf(veltrane::xmlns::FirstChild(message, "Type"));
+  record.messageNumber = TextOf(veltrane::xmlns::FirstChild(message, "Number"));
+  if (const XmlNode* attributes = veltrane::xmlns::FirstChild(exception, "Attributes")) {
+    record.messageV1 = TextOf(veltrane::xmlns::FirstChild(attributes, "V1"));
+    record.messageV2 = TextOf(veltrane::xmlns::FirstChild(attributes, "V2"));
+    record.messageV3 = TextOf(veltrane::xmlns::FirstChild(attributes, "V3"));
+    record.messageV4 = TextOf(veltrane::xmlns::FirstChild(attributes, "V4"));
+  }
+  return record;
+}
+
 [[noreturn]] void ThrowFault(const XmlNode* body, const std::string& function) {
   const XmlNode* fault = veltrane::xmlns::FirstChildNs(body, kEnvelopeNamespace, "Fault");
   if (!fault) SoapError("Invalid Response: Function Result not found");
@@ -601,6 +618,7 @@ std::u16string TextOf(const XmlNode* node) {
                                          WideToUtf8(TextOf(veltrane::xmlns::FirstChild(message, "Number"))) %
                                          WideToUtf8(TextOf(veltrane::xmlns::FirstChild(exception, "Text"))));
       text = Utf8ToWide(formatted);
+      TraceAbapMessage(MessageRecord(exception, message));
     } else {
       text = TextOf(veltrane::xmlns::FirstChild(exception, "Text"));
     }

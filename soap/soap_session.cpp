@@ -16,6 +16,9 @@ HRESULT Report(Text text) { return ReportError(CLSID_SoapSession, text); }
 
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 
+// A flag among the options of ours.
+bool IsSet(std::u16string_view option) { return option == u"X" || option == u"1" || option == u"true"; }
+
 }  // namespace
 
 // One call over HTTP: its envelope and its request.
@@ -99,11 +102,16 @@ HRESULT CSoapSession::Connect() {
     ThrowIfFailed(get_LogonData(&logon));
     m_transport = std::make_unique<WinHttpTransport>(m_systemData, logon);
     // Options of ours beyond the specified ones: HTTPS and its certificate authorities.
-    const std::u16string tls = OptionValue(u"soap.https");
-    m_transport->UseTls(tls == u"X" || tls == u"1" || tls == u"true", Narrow(OptionValue(u"soap.ca_file")));
+    m_transport->UseTls(IsSet(OptionValue(u"soap.https")), Narrow(OptionValue(u"soap.ca_file")));
     m_transport->Connect();
     VARIANT_BOOL stateful = VARIANT_FALSE;
     ThrowIfFailed(m_systemData->get_Stateful(&stateful));
+    // An option of ours: without a stateful context to open, the first call
+    // proves host, credentials and client instead of a ping.
+    if (!stateful && IsSet(OptionValue(u"soap.skip_ping"))) {
+      TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect(): ok, the logon is checked by the first call");
+      return S_OK;
+    }
     RfcPing(stateful ? 1 : 0);
     if (!ErrorFlag()) {
       TRACE_LOG(TRACE_INFORMATION, "CSoapSession: Connect(): ok");

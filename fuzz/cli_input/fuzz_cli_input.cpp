@@ -1,7 +1,9 @@
 // What the command reads from files and standard input, on arbitrary text:
 // a destinations file and a line of a batch are taken or refused with a
 // usage error, and never fail otherwise. A destination's entries are
-// connection options and hold no password.
+// connection options and hold no password. A line of the library's trace
+// gives an ABAP message or none, and never fails.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -35,5 +37,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (call.function.empty() || call.function != upperAscii(call.function)) Fail("a bad function was taken", text);
     if (!call.parameters.is_object()) Fail("parameters that are no object were taken", text);
   } catch (const UsageError&) {}
+  for (size_t at = 0; at <= text.size();) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    if (auto m = abapMessageOfTraceLine(text.substr(at, end - at)); m && m->type.size() > end - at)
+      Fail("a message longer than its line", text);
+    at = end + 1;
+  }
   return 0;
 }

@@ -118,7 +118,7 @@ class _Events:
     def OnIncomingCall(self, fn):
         failure = self._server._answer(fn)
         if failure is not None:
-            _system_failure(self._server._backend.name, fn, failure)
+            _system_failure(fn, failure)
 
     def OnServerError(self, info):
         self._server._lost(info)
@@ -176,6 +176,7 @@ class Server:
         self._server = None
         self._events = None
         self._thread = None  # the thread that serves
+        self._started = None  # the thread of start()
         self._stop = threading.Event()
         self._done = threading.Event()
         self._done.set()
@@ -258,6 +259,7 @@ class Server:
 
         thread = threading.Thread(target=run, name=f"veltrane.Server {self.program_id}", daemon=True)
         self._begin(thread)
+        self._started = thread
         thread.start()
         ready.wait()
         if failure:
@@ -273,6 +275,8 @@ class Server:
         if thread is None or thread is threading.current_thread() or getattr(_in_handler, "active", False):
             return
         self._done.wait()
+        if thread is self._started:
+            thread.join()  # start()'s thread has let go of the library's objects too
 
     def __enter__(self):
         return self
@@ -393,6 +397,9 @@ class Server:
             except KeyboardInterrupt:
                 pass  # stopping already
         events.close()
+        # The last references go before the stop is told: the release of the
+        # library's server blocks, and a thread may not block at the interpreter's exit.
+        del server, events
         self._server = self._events = self._handler = None
         _running.discard(self)
         _log.info("%s stopped", self.program_id)
@@ -403,7 +410,6 @@ class Server:
     def _answer(self, fn):
         """Answers a call; what fails it (a text), or None."""
         _in_handler.active = True
-        self._failed_call = False  # the connection outlived the last failed call
         try:
             name = fn.Function
             function = self._functions.get(name.upper())
@@ -414,7 +420,10 @@ class Server:
                 result = function.handler(**function.read(fn, self._rstrip))
                 function.write(fn, result)
             except ABAPApplicationError as e:
-                fn.RaiseException(str(e.key or ""), str(e.message or ""))
+                if not e.key:  # an exception without a name would be no exception
+                    _log.error("%s: the handler of %s raised ABAPApplicationError without a key", self.program_id, name)
+                    return self._failed(f"{name}: ABAPApplicationError without a key")
+                fn.RaiseException(str(e.key), str(e.message or ""))
             except KeyboardInterrupt:
                 self._stop.set()
                 return self._failed(f"{self.program_id} was interrupted")
@@ -426,7 +435,7 @@ class Server:
             _in_handler.active = False
 
     def _failed(self, text):
-        # The SDK may end the connection after a failed call: then register again at once.
+        # The SDK ends the connection after a failed call: register again at once.
         self._failed_call = True
         return text
 
@@ -451,17 +460,12 @@ class Server:
         info.Restart = True
 
 
-def _system_failure(backend, fn, text):
-    """Makes the library's server answer the call with a system failure: the handler
-    fails (a failed Invoke). RfcServer absorbs that and fails a call whose answer it
-    cannot send, here one with a parameter without a type; the SDK then ends the
-    connection. NWRfcServer fails the call of a failed handler, or, where it absorbs
-    that too, sends the exception SYSTEM_FAILURE, which the caller's runtime takes
-    for its own system failure."""
-    if backend == "rfc":
-        fn.Exporting.AddParameter("SYSTEM_FAILURE", None)
-    else:
-        fn.RaiseException("SYSTEM_FAILURE", text)
+def _system_failure(fn, text):
+    """Makes the library's server answer the call with a system failure
+    (docs/server.md): NWRfcServer fails the call of a failed handler (a failed
+    Invoke); RfcServer absorbs that and fails a call whose answer it cannot send,
+    here one with a parameter without a type. Either SDK then ends the connection."""
+    fn.Exporting.AddParameter("SYSTEM_FAILURE", None)
     raise ComError(_E_FAIL, text)
 
 

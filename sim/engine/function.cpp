@@ -1,6 +1,7 @@
 #include "engine/function.h"
 
 #include "engine/convert.h"
+#include "engine/system.h"
 
 #include <charconv>
 
@@ -14,6 +15,13 @@ char paramClass(Direction d) {
     case Direction::Tables: return 'T';
   }
   return '?';
+}
+
+size_t Session::commitWork() {
+  std::vector<std::function<void()>> updates;
+  updates.swap(updates_);
+  for (const auto& update : updates) update();
+  return updates.size();
 }
 
 std::string messageText(const std::string& text, const std::array<std::string, 4>& vars) {
@@ -113,6 +121,23 @@ Value& CallContext::appendRow(std::string_view param) {
   auto& rows = call_.value(param).items();
   rows.push_back(initialValue(*t.row));
   return rows.back();
+}
+
+void CallContext::setReturn(const AbapMessage& m) {
+  Value& r = call_.value("RETURN");
+  const TypeDesc& t = typeOf("RETURN");
+  auto set = [&](const char* field, const std::string& text) {
+    r[field] = parseValue(*t.components[static_cast<size_t>(t.find(field))].type, text, TextForm::Plain);
+  };
+  set("TYPE", m.type);
+  set("ID", m.id);
+  set("NUMBER", m.number);
+  set("MESSAGE", m.text);
+  set("MESSAGE_V1", m.vars[0]);
+  set("MESSAGE_V2", m.vars[1]);
+  set("MESSAGE_V3", m.vars[2]);
+  set("MESSAGE_V4", m.vars[3]);
+  set("SYSTEM", system_.info().sysid + "CLNT" + logon().client);
 }
 
 void CallContext::raise(const std::string& exception) {

@@ -93,9 +93,17 @@ class Session {
   const Logon& logon() const { return logon_; }
   std::map<std::string, std::string>& memory() { return memory_; }
 
+  // The logical unit of work: changes registered as CALL FUNCTION ... IN
+  // UPDATE TASK does. COMMIT WORK makes them in order and returns how many;
+  // ROLLBACK WORK, and the end of the session, drop them.
+  void registerUpdate(std::function<void()> update) { updates_.push_back(std::move(update)); }
+  size_t commitWork();
+  void rollbackWork() { updates_.clear(); }
+
  private:
   Logon logon_;
   std::map<std::string, std::string> memory_;
+  std::vector<std::function<void()>> updates_;
 };
 
 class CallContext;
@@ -154,6 +162,9 @@ class CallContext {
   Value::List& rows(std::string_view param) { return call_.value(param).items(); }
   // A new row of a table parameter, initial and bound to its row type.
   Value& appendRow(std::string_view param);
+
+  // A BAPI's RETURN parameter (BAPIRET2) from a message.
+  void setReturn(const AbapMessage& message);
 
   [[noreturn]] void raise(const std::string& exception);
   [[noreturn]] void raise(const std::string& exception, AbapMessage message);

@@ -4,25 +4,6 @@
 
 namespace vsim {
 
-namespace {
-
-void setReturn(CallContext& ctx, const AbapMessage& m) {
-  Value& r = ctx["RETURN"];
-  const TypeDesc& t = ctx.typeOf("RETURN");
-  auto set = [&](const char* field, const std::string& text) {
-    r[field] = parseValue(*t.components[static_cast<size_t>(t.find(field))].type, text, TextForm::Plain);
-  };
-  set("TYPE", m.type);
-  set("ID", m.id);
-  set("NUMBER", m.number);
-  set("MESSAGE", m.text);
-  set("MESSAGE_V1", m.vars[0]);
-  set("MESSAGE_V2", m.vars[1]);
-  set("SYSTEM", ctx.system().info().sysid + "CLNT" + ctx.logon().client);
-}
-
-}  // namespace
-
 void installSecurityModules(System& s) {
   ModuleBuilder(s, "SUSR_LOGIN_CHECK_RFC", "SUSO", "Check of logon data")
       .imp("BNAME", "XUBNAME", true, {}, "User name")
@@ -66,7 +47,7 @@ void installSecurityModules(System& s) {
         const bool bapiReturn = ctx.text("USE_BAPI_RETURN") == "X";
         auto refuse = [&](const std::string& exception, const AbapMessage& m) {
           if (bapiReturn) {
-            setReturn(ctx, m);
+            ctx.setReturn(m);
             return;
           }
           ctx.raise(exception, m);
@@ -92,7 +73,7 @@ void installSecurityModules(System& s) {
           return refuse("PASSWORD_NOT_ALLOWED",
                         {"00", "E", "190", "Choose a password that is different from your last passwords", {}});
         users.setPassword(ctx.logon().client, name, newPassword);
-        setReturn(ctx, {"00", "S", "189", "Password was changed", {}});
+        ctx.setReturn({"00", "S", "189", "Password was changed", {}});
       });
 
   ModuleBuilder(s, "SLDAG_CHECK_FOR_UNICODE", "SLDAG", "Is the system a Unicode system")

@@ -80,6 +80,7 @@ void elements(Dictionary& d) {
       {"BAPIMAXROW", "I", "Maximum number of lines of hits"},
       {"CHAR72", "C72", "Character string with 72 characters"},
       {"CHAR512", "C512", "Character string with 512 characters"},
+      {"BAPIWAIT", "C1", "Use of command 'COMMIT AND WAIT'"},
   };
   for (const auto& e : list) d.addElement(e.name, e.type, e.text);
 }
@@ -285,6 +286,7 @@ void structures(Dictionary& d) {
                   {"SYSTEM", "BAPILOGSYS"}},
                  "Return Parameter");
   d.addTableType("BAPIRET2_T", "BAPIRET2", "Return parameter table");
+  d.addStructure("BAPITA", {{"WAIT", "BAPIWAIT"}}, "BAPI transaction control");
   // Types of the simulator's own test modules.
   d.addStructure("ZVSIM_FLAT",
                  {{"CHAR", "C10", "Character field"},
@@ -313,6 +315,8 @@ void structures(Dictionary& d) {
       "ZVSIM_ROW",
       {{"ROW_NO", "I", "Row number"}, {"TEXT", "C40", "Text"}, {"AMOUNT", "P8.2", "Amount"}, {"CREATED", "D", "Date"}},
       "Generated row");
+  d.addStructure("ZVSIM_NOTE", {{"NOTE_NO", "I", "Note number"}, {"TEXT", "C80", "Text"}, {"CREATED_BY", "XUBNAME"}},
+                 "Note of the test BAPI");
   d.addTableType("STRINGTAB", "STRING", "Table of strings");
 }
 

@@ -19,6 +19,7 @@ System::System(SystemOptions options) : options_(options) {
   installFlightModules(*this);
   installTestModules(*this);
   installGatewayModules(*this);
+  installLuwModules(*this);
 }
 
 size_t System::dropRegisteredPrograms() {
@@ -29,6 +30,17 @@ size_t System::dropRegisteredPrograms() {
 std::int64_t System::count(const std::string& key, std::int64_t add) {
   std::lock_guard lock(countersMutex_);
   return counters_[key] += add;
+}
+
+void System::addNote(const std::string& key, Note note) {
+  std::lock_guard lock(notesMutex_);
+  notes_[key].push_back(std::move(note));
+}
+
+std::vector<System::Note> System::notes(const std::string& key) const {
+  std::lock_guard lock(notesMutex_);
+  auto it = notes_.find(key);
+  return it == notes_.end() ? std::vector<Note>{} : it->second;
 }
 
 Parameter System::param(Direction d, const std::string& name, const std::string& typeRef, bool optional,

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "engine/dictionary.h"
 #include "engine/faults.h"
@@ -71,6 +72,14 @@ class System {
   // Counters by name, for test modules that show how often they ran. Returns the new value.
   std::int64_t count(const std::string& key, std::int64_t add);
 
+  // Notes of the test BAPI Z_VSIM_NOTE_CREATE, by key: those committed.
+  struct Note {
+    std::int64_t number = 0;
+    std::string text, user;
+  };
+  void addNote(const std::string& key, Note note);
+  std::vector<Note> notes(const std::string& key) const;
+
   // Runs a call: defaults for the importing parameters not supplied, the authorization check,
   // then the module. Throws AbapException or SystemFailure.
   void execute(Call& call, Session& session);
@@ -115,6 +124,8 @@ class System {
   std::atomic<std::uint64_t> rfcRequests_{0};
   std::mutex countersMutex_;
   std::map<std::string, std::int64_t> counters_;
+  mutable std::mutex notesMutex_;
+  std::map<std::string, std::vector<Note>> notes_;
 };
 
 // Standard content, one concern per file.
@@ -128,5 +139,6 @@ void installSecurityModules(System& system);
 void installFlightModules(System& system);
 void installTestModules(System& system);
 void installGatewayModules(System& system);
+void installLuwModules(System& system);
 
 }  // namespace vsim

@@ -60,6 +60,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
   // ProgramLink
   std::string exchange(std::string frame, std::chrono::milliseconds timeout) override {
     std::unique_lock lock(mutex_);
+    // A program is listed before its registration answer is out; a call waits for that answer.
+    answered_.wait(lock, [&] { return !announcing_ || closed_; });
     if (closed_) throw std::runtime_error("connection to program " + program_ + " lost");
     answer_.reset();
     waiting_ = true;
@@ -193,9 +195,15 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
       reply.frame = garbageFrame();
       reply.close = true;
     }
-    if (!state_.registeredProgram.empty() && program_.empty()) {
+    if (!state_.registeredProgram.empty() && program_.empty() && !reply.close) {
+      // Listed before the answer goes out, so that a caller who has the answer finds the program.
       program_ = state_.registeredProgram;
-      registered_ = true;
+      {
+        std::lock_guard lock(mutex_);
+        announcing_ = true;
+      }
+      log_.write(LogLevel::Info, "rfc " + state_.peer + " program " + program_ + " registered");
+      gateway_.add(shared_from_this());
     }
     if (reply.frame.empty()) {
       if (reply.close) return close();
@@ -203,16 +211,22 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
     }
     auto frame = std::make_shared<std::string>(std::move(reply.frame));
     const bool closeAfter = reply.close;
-    asio::async_write(
-        socket_, asio::buffer(*frame), [self = shared_from_this(), frame, closeAfter](error_code ec, std::size_t) {
-          if (ec || closeAfter) return self->close();
-          if (self->registered_) {
-            self->registered_ = false;
-            self->log_.write(LogLevel::Info, "rfc " + self->state_.peer + " program " + self->program_ + " registered");
-            self->gateway_.add(self);
-          }
-          self->readHeader();
-        });
+    asio::async_write(socket_, asio::buffer(*frame),
+                      [self = shared_from_this(), frame, closeAfter](error_code ec, std::size_t) {
+                        if (ec || closeAfter) return self->close();
+                        self->announced();
+                        self->readHeader();
+                      });
+  }
+
+  // The registration answer, if one was on its way, is written.
+  void announced() {
+    {
+      std::lock_guard lock(mutex_);
+      if (!announcing_) return;
+      announcing_ = false;
+    }
+    answered_.notify_all();
   }
 
   void close() {
@@ -240,14 +254,14 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
   char header_[proto::kFrameHeaderSize];
   std::string body_;
   ConnectionState state_;
-  std::string program_;      // set once the registration was answered
-  bool registered_ = false;  // the registration answer is on its way
+  std::string program_;  // set once the registration is accepted
 
   std::mutex mutex_;
   std::condition_variable answered_;
   std::optional<std::string> answer_;
   bool waiting_ = false;
   bool closed_ = false;
+  bool announcing_ = false;  // the registration answer is on its way
 };
 
 }  // namespace

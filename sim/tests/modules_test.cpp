@@ -536,6 +536,53 @@ TEST_F(Modules, RowsWaitCounter) {
   EXPECT_EQ(text(counter, "VALUE"), "5");
 }
 
+TEST_F(Modules, ABapisChangeWaitsForTheCommitOfItsSession) {
+  auto create = [&](const std::string& text, Session& in) {
+    Call c = sys().prepare("Z_VSIM_NOTE_CREATE");
+    set(c, "KEY", "luw");
+    set(c, "TEXT", text);
+    EXPECT_FALSE(run(c, &in));
+    return c;
+  };
+  auto saved = [&] {
+    Call c = sys().prepare("Z_VSIM_NOTE_GETLIST");
+    set(c, "KEY", "luw");
+    EXPECT_FALSE(run(c));
+    return count(c, "NOTES");
+  };
+  auto call = [&](const std::string& function, Session& in) {
+    Call c = sys().prepare(function);
+    EXPECT_FALSE(run(c, &in));
+    return c;
+  };
+  Session bapi{Logon{"001", "DEMO", "E"}};
+  Call first = create("first", bapi);
+  EXPECT_EQ(field(first, "RETURN", 0, "TYPE"), "S");
+  EXPECT_EQ(text(first, "NOTE_NO"), "1");
+  EXPECT_EQ(saved(), 0u);
+  // Another session's commit does not save it.
+  Session other{Logon{"001", "DEMO", "E"}};
+  call("BAPI_TRANSACTION_COMMIT", other);
+  EXPECT_EQ(saved(), 0u);
+  Call commit = call("BAPI_TRANSACTION_COMMIT", bapi);
+  EXPECT_EQ(field(commit, "RETURN", 0, "TYPE"), "");
+  EXPECT_EQ(saved(), 1u);
+  // Rolled back, and left behind by a session that ends: never saved.
+  create("second", bapi);
+  call("BAPI_TRANSACTION_ROLLBACK", bapi);
+  call("BAPI_TRANSACTION_COMMIT", bapi);
+  {
+    Session ending{Logon{"001", "DEMO", "E"}};
+    create("third", ending);
+  }
+  EXPECT_EQ(saved(), 1u);
+  // Without a text: an error in RETURN, nothing to save.
+  Call empty = create("", bapi);
+  EXPECT_EQ(field(empty, "RETURN", 0, "TYPE"), "E");
+  call("BAPI_TRANSACTION_COMMIT", bapi);
+  EXPECT_EQ(saved(), 1u);
+}
+
 TEST_F(Modules, Tickets) {
   const std::string t = sys().issueTicket(Logon{"001", "DEMO", "E"});
   EXPECT_EQ(t.substr(0, 9), "AjQxMDMBA");

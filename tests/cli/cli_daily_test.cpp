@@ -359,6 +359,8 @@ TEST_F(CliDaily, LengthsAndRangesAreCheckedBeforeSending) {
       {{"IV_PACKED=12345678901234"}, "IV_PACKED: '12345678901234' has 14 digits before the point; the field takes 13"},
       {{"IV_PACKED=1.234"}, "IV_PACKED: '1.234' has 3 decimals; the field takes 2"},
       {{"IV_INT2=40000"}, "IV_INT2: 40000 is out of range (-32768 to 32767)"},
+      {{"IV_INT1=256"}, "IV_INT1: 256 is out of range (0 to 255)"},
+      {{"IV_INT1=-1"}, "IV_INT1: -1 is out of range (0 to 255)"},
       {{"IV_INT=2147483648"}, "IV_INT: 2147483648 is out of range"},
       {{"IS_FLAT={\"CHAR\":\"12345678901\"}"}, "IS_FLAT.CHAR: '12345678901' is 11 characters long; the field takes 10"},
       {{"IS_FLAT={\"PACKED\":\"12345678901234\"}"}, "IS_FLAT.PACKED: '12345678901234' has 14 digits before the point"},
@@ -549,8 +551,8 @@ TEST_F(CliSession, TheSecondCallOfABapiNeedsNoDictionary) {
   before = requests();
   RunResult second = run(args);
   EXPECT_OK(second);
-  // The connect's RFC_PING and the call itself.
-  EXPECT_EQ(requests() - before - 1, 2);
+  // The call alone: it proves the logon itself, without a ping.
+  EXPECT_EQ(requests() - before - 1, 1);
   EXPECT_GT(firstRequests, 2);
   EXPECT_EQ(json(second), json(first));
   // --refresh imports again.
@@ -559,6 +561,32 @@ TEST_F(CliSession, TheSecondCallOfABapiNeedsNoDictionary) {
   before = requests();
   EXPECT_OK(run(refresh));
   EXPECT_EQ(requests() - before - 1, firstRequests);
+}
+
+TEST_F(CliSession, ACallWithoutPingStillTellsLogonAndCommunicationFailuresApart) {
+  destinations(simDestination());
+  // DEVELOPER, so that the failed logon counts against no user of the other tests.
+  RunResult r = run({"call", "STFC_CONNECTION", "--dest", "sim", "--user", "DEVELOPER"},
+                    {{"VELTRANE_PASSWORD", std::string("wrong")}});
+  EXPECT_EQ(r.status, 3) << r.err;
+  EXPECT_NE(r.err.find("401"), std::string::npos) << r.err;
+  // The same with the interface cached: the call is the first request.
+  const std::string xml = file("stfc_logon.xml", run({"describe", "STFC_CONNECTION", "--dest", "sim"}).out);
+  r = run({"call", "STFC_CONNECTION", "--interface", xml, "--dest", "sim", "--user", "DEVELOPER"},
+          {{"VELTRANE_PASSWORD", std::string("wrong")}});
+  EXPECT_EQ(r.status, 3) << r.err;
+  r = run({"call", "STFC_CONNECTION", "--interface", xml, "--port", "1", "--user", "DEMO", "--error-format", "json"});
+  EXPECT_EQ(r.status, 4) << r.err;
+  EXPECT_EQ(Json::parse(r.err)["cause"], "connection refused") << r.err;
+  // A connection that breaks in the answer.
+  control("fault?fault=close&user=DEMO");
+  r = run({"call", "STFC_CONNECTION", "--interface", xml, "--dest", "sim"});
+  EXPECT_EQ(r.status, 4) << r.err;
+  EXPECT_NE(r.err.find("calling STFC_CONNECTION failed: connection reset"), std::string::npos) << r.err;
+  // --stateful opens its context with the ping, as ever.
+  const long before = requests();
+  EXPECT_OK(run({"call", "STFC_CONNECTION", "--interface", xml, "--dest", "sim", "--stateful"}));
+  EXPECT_EQ(requests() - before - 1, 3);  // the ping that opens the context, the call, the ping that ends it
 }
 
 TEST_F(CliSession, AnInterfaceFromAFile) {
@@ -570,7 +598,13 @@ TEST_F(CliSession, AnInterfaceFromAFile) {
   RunResult r = run({"call", "STFC_CONNECTION", "REQUTEXT=offline", "--interface", xml, "--dest", "sim"});
   EXPECT_OK(r);
   EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "offline");
-  EXPECT_EQ(requests() - before - 1, 2);
+  EXPECT_EQ(requests() - before - 1, 1);
+  // A user who may call STFC_CONNECTION but not read the dictionary.
+  r = run({"call", "STFC_CONNECTION", "REQUTEXT=x", "--dest", "sim", "--user", "RESTRICTED", "--refresh"});
+  EXPECT_NE(r.status, 0) << r.out;
+  r = run({"call", "STFC_CONNECTION", "REQUTEXT=allowed", "--interface", xml, "--dest", "sim", "--user", "RESTRICTED"});
+  EXPECT_OK(r);
+  EXPECT_EQ(json(r)["exporting"]["ECHOTEXT"], "allowed");
   r = run({"call", "RFC_PING", "--interface", xml, "--dest", "sim"});
   EXPECT_EQ(r.status, 2);
   EXPECT_NE(r.err.find("describes STFC_CONNECTION, not RFC_PING"), std::string::npos) << r.err;

@@ -285,3 +285,38 @@ TEST(CliFailure, GroupNames) {
   EXPECT_EQ(errorGroupName(105), "RFCERROR_APPLICATION_EXCEPTION");
   EXPECT_EQ(errorGroupName(1), "unknown group");
 }
+
+namespace {
+
+TEST(CliFailure, TheTracedAbapMessageIsReadBack) {
+  const auto m = veltrane::cli::abapMessageOfTraceLine(
+      "20261123 22:50:01\t[Veltrane]\tABAP message: ID=\"ZV\" Type=\"E\" Number=\"002\" V1=\"LH\" "
+      "V2=\"a \\\"quoted\\\" \\\\ value\" V3=\"\" V4=\"tab\\there\\x01\"");
+  ASSERT_TRUE(m);
+  EXPECT_EQ(m->messageClass, "ZV");
+  EXPECT_EQ(m->type, "E");
+  EXPECT_EQ(m->number, "002");
+  EXPECT_EQ(m->variables[0], "LH");
+  EXPECT_EQ(m->variables[1], "a \"quoted\" \\ value");
+  EXPECT_EQ(m->variables[2], "");
+  EXPECT_EQ(m->variables[3], "tab\there\x01");
+}
+
+TEST(CliFailure, AMalformedTraceLineIsNoMessage) {
+  for (const char* line :
+       {"", "ABAP message:", "ABAP message: ID=\"ZV\" Type=\"E\"",
+        "ABAP message: ID=\"ZV\" Type=\"E\" Number=\"002\" V1=\"unterminated V2=\"\" V3=\"\" V4=\"\"",
+        "SetError: 105 NOT_FOUND ID:ZV Type: E Number:002"})
+    EXPECT_FALSE(veltrane::cli::abapMessageOfTraceLine(line)) << line;
+  // Escapes it does not know stand for the character behind the backslash.
+  const auto m = veltrane::cli::abapMessageOfTraceLine(
+      "ABAP message: ID=\"\\q\" Type=\"\\xZZ\" Number=\"\\x4\" V1=\"\\x41\" V2=\"\" V3=\"\" V4=\"\\\\\"");
+  ASSERT_TRUE(m);
+  EXPECT_EQ(m->messageClass, "q");
+  EXPECT_EQ(m->type, "xZZ");
+  EXPECT_EQ(m->number, "x4");
+  EXPECT_EQ(m->variables[0], "A");
+  EXPECT_EQ(m->variables[3], "\\");
+}
+
+}  // namespace

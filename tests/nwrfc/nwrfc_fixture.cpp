@@ -3,7 +3,6 @@
 #include <memory>
 #include <regex>
 
-#include "loopback.h"
 #include "platform/unicode.h"
 #include "runtime/trace.h"
 #include "sim_logon.h"
@@ -33,11 +32,7 @@ std::u16string ConnectString() {
 
 std::u16string SdkDir() { return VELTRANE_NWRFC_SDK_DIR; }
 
-std::string Control(const std::string& what) {
-  std::string body;
-  EXPECT_EQ(soaptest::SimControl(Sim().soapUrl(), what, &body), 200) << what << ": " << body;
-  return body;
-}
+std::string Control(const std::string& what) { return test_support::ControlSim(Sim(), what); }
 
 long RfcRequests() {
   const std::string body = Control("status");
@@ -246,32 +241,6 @@ ErrorText ErrorOf(ISession* session) {
   e.key = Text(key);
   e.message = Text(message);
   return e;
-}
-
-bool ErrorFlag(ISession* session) {
-  VARIANT_BOOL flag = VARIANT_FALSE;
-  session->get_Error(&flag);
-  return flag == VARIANT_TRUE;
-}
-
-bool Connected(ISession* session) {
-  VARIANT_BOOL connected = VARIANT_FALSE;
-  session->get_IsConnected(&connected);
-  return connected == VARIANT_TRUE;
-}
-
-bool CallActive(ISession* session) {
-  VARIANT_BOOL active = VARIANT_FALSE;
-  session->get_CallActive(&active);
-  return active == VARIANT_TRUE;
-}
-
-std::string ErrorDescription() {
-  CComPtr<IErrorInfo> info;
-  if (GetErrorInfo(0, &info) != S_OK || !info) return "";
-  CComBSTR text;
-  info->GetDescription(&text);
-  return Text(text);
 }
 
 void NWTest::SetUp() { CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }

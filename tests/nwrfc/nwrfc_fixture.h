@@ -10,6 +10,7 @@
 
 #include "event_sink.h"
 #include "nwrfc/nwrfc_library.h"
+#include "session_state.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "testing/sim_process.h"
@@ -96,11 +97,10 @@ struct ErrorText {
   std::string key, message;
 };
 ErrorText ErrorOf(ISession* session);
-bool ErrorFlag(ISession* session);
-bool Connected(ISession* session);
-bool CallActive(ISession* session);
-// The description of the thread's error record.
-std::string ErrorDescription();
+using test_support::CallActive;
+using test_support::Connected;
+using test_support::ErrorDescription;
+using test_support::ErrorFlag;
 
 // A CallFinished sink (test_support::EventSink) advised to a session, which
 // also tells when the session let go of it: the session does so when it

@@ -48,16 +48,12 @@ def call_program(sim, program, parameters, function="Z_PY_ORDER"):
 
 
 def system_failure(sim, program, parameters, function="Z_PY_ORDER"):
-    """The text of the system failure the caller gets: the server fails the call
-    (Z_VSIM_CALL_PROGRAM raises SYSTEM_FAILURE) or, where the library's server
-    sends no failure for a failed handler, answers with the exception SYSTEM_FAILURE."""
-    try:
-        _, exception, text = call_program(sim, program, parameters, function)
-    except veltrane.ABAPApplicationError as e:
-        assert e.key == "SYSTEM_FAILURE", e
-        return e.message
-    assert exception == "SYSTEM_FAILURE"
-    return text
+    """The text of the system failure the caller gets: the server fails the call, and
+    Z_VSIM_CALL_PROGRAM raises SYSTEM_FAILURE as CALL FUNCTION ... DESTINATION does."""
+    with pytest.raises(veltrane.ABAPApplicationError) as raised:
+        call_program(sim, program, parameters, function)
+    assert raised.value.key == "SYSTEM_FAILURE", raised.value
+    return raised.value.message
 
 
 def call_again(sim, program, parameters, function="Z_PY_ORDER"):
@@ -180,6 +176,19 @@ def test_a_python_error_is_a_system_failure_and_the_server_serves_on(sim, server
     assert server.listening and server.running
 
 
+def test_an_abap_exception_without_a_key_is_a_system_failure(sim, backend, caplog):
+    srv = new_server(sim, backend)
+
+    @srv.function("Z_PY_ORDER")
+    def nameless(**values):
+        raise veltrane.ABAPApplicationError("", "no name")
+
+    with srv, caplog.at_level(logging.ERROR, logger="veltrane.server"):
+        start(sim, srv)
+        system_failure(sim, srv.program_id, ORDER)
+    assert "raised ABAPApplicationError without a key" in caplog.text
+
+
 @pytest.mark.parametrize("answer, text", [
     ({"EV_NOPE": 1}, "Z_PY_ORDER has no exporting, changing or table parameter EV_NOPE"),
     ({"EV_DUE": 5}, "EV_DUE: expects datetime.date"),
@@ -289,6 +298,41 @@ def describe(sim, backend, function):
 
 def text_handler(IV_TEXT, IV_DATE):
     return {"EV_TEXT": IV_TEXT.upper(), "EV_DATE": IV_DATE.replace(year=IV_DATE.year + 1)}
+
+
+def test_in_the_multithreaded_apartment_handlers_run_on_the_server_thread(sim, backend):
+    out = run_python(script(sim, backend, "stderr") + f"""
+import json, threading
+veltrane.initialize(multithreaded=True)
+threads = []
+
+@srv.function("Z_PY_TEXT")
+def text(IV_TEXT, IV_DATE):
+    threads.append(threading.get_ident())
+    srv.shutdown()  # from the handler: the stop follows its answer
+    return {{"EV_TEXT": IV_TEXT + " from " + veltrane.apartment()}}
+
+def call():
+    while not srv.listening:
+        pass
+    with veltrane.connect(url={sim.url!r}, user={USER!r}, passwd={PASSWORD!r}) as c:
+        for attempt in range(100):
+            try:
+                r = c.call("Z_VSIM_CALL_PROGRAM", PROGRAM_ID=srv.program_id, FUNCTION="Z_PY_TEXT",
+                           PARAMETERS='{{"IV_TEXT": "hello"}}')
+                break
+            except veltrane.ABAPApplicationError as e:  # not yet registered
+                assert e.key == "COMMUNICATION_FAILURE", e
+    print(json.loads(r["RESULT"])["EV_TEXT"])
+
+caller = threading.Thread(target=call)
+caller.start()
+srv.serve()
+caller.join()
+print(threads[0] != threading.get_ident(), srv.running)
+""")
+    # The server's thread is an apartment of its own.
+    assert out.splitlines() == ["hello from sta", "True False"]
 
 
 def test_a_server_still_running_stops_at_exit(sim, backend):

@@ -1,6 +1,5 @@
 #include "rfc_fixture.h"
 
-#include "loopback.h"
 #include "platform/unicode.h"
 #include "runtime/trace.h"
 #include "sim_logon.h"
@@ -18,11 +17,7 @@ std::u16string ConnectString() {
 
 std::u16string SdkDir() { return VELTRANE_RFC_SDK_DIR; }
 
-std::string Control(const std::string& what) {
-  std::string body;
-  EXPECT_EQ(soaptest::SimControl(Sim().soapUrl(), what, &body), 200) << what << ": " << body;
-  return body;
-}
+std::string Control(const std::string& what) { return test_support::ControlSim(Sim(), what); }
 
 CComPtr<IRfcSession> NewSession(const char16_t* user, const char16_t* password) {
   CComPtr<IRfcSession> session;
@@ -45,14 +40,6 @@ std::string Text(const VARIANT& value) {
   return Narrow(BstrView(value.bstrVal));
 }
 
-std::string ErrorDescription() {
-  CComPtr<IErrorInfo> info;
-  if (GetErrorInfo(0, &info) != S_OK || !info) return "<no error info>";
-  CComBSTR text;
-  info->GetDescription(&text);
-  return Narrow(text.View());
-}
-
 ErrorText ErrorOf(ISession* session) {
   ErrorText text;
   CComPtr<IRfcError> error;
@@ -69,18 +56,6 @@ ErrorText ErrorOf(ISession* session) {
   text.message = Narrow(message.View());
   text.module = Narrow(module.View());
   return text;
-}
-
-bool ErrorFlag(ISession* session) {
-  VARIANT_BOOL flag = VARIANT_FALSE;
-  session->get_Error(&flag);
-  return flag != VARIANT_FALSE;
-}
-
-bool Connected(ISession* session) {
-  VARIANT_BOOL flag = VARIANT_FALSE;
-  session->get_IsConnected(&flag);
-  return flag != VARIANT_FALSE;
 }
 
 CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name) {

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "event_sink.h"
+#include "session_state.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "testing/sim_process.h"
@@ -30,15 +31,15 @@ CComPtr<IRfcSession> NewSession(const char16_t* user = u"DEMO", const char16_t* 
 
 std::string Narrow(std::u16string_view text);
 std::string Text(const VARIANT& value);
-std::string ErrorDescription();
+using test_support::Connected;
+using test_support::ErrorDescription;
+using test_support::ErrorFlag;
 
 struct ErrorText {
   long group = 0;
   std::string key, message, module;
 };
 ErrorText ErrorOf(ISession* session);  // reading it clears Error
-bool ErrorFlag(ISession* session);
-bool Connected(ISession* session);
 
 CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
 CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);

@@ -1,4 +1,9 @@
 // Transactional RFC and the logon ticket on the classic session.
+#include <unistd.h>
+
+#include <string>
+
+#include "platform/unicode.h"
 #include "rfc_fixture.h"
 
 namespace rfctest {
@@ -17,6 +22,40 @@ TEST_F(Transactions, CreateSendConfirm) {
   // Nothing comes back: the call is sent under the ID alone.
   EXPECT_EQ(Value(call, u"Exporting", u"ECHOTEXT").vt, VT_EMPTY);
   EXPECT_EQ(m_session->ConfirmTransID(tid), S_OK);
+}
+
+TEST_F(Transactions, ACallSentTwiceUnderOneIdRunsOnce) {
+  const std::u16string key = u"classic-once-" + Utf8ToWide(std::to_string(getpid()));
+  CComBSTR tid;
+  ASSERT_EQ(m_session->CreateTransID(&tid), S_OK);
+  for (int i = 0; i < 2; ++i) {
+    CComPtr<IFunctionCall> call = Import(u"Z_VSIM_COUNT_RUNS");
+    SetValue(call, u"Importing", u"KEY", CComVariant(key.c_str()));
+    ASSERT_EQ(m_session->CallTRFCFunction(tid, call), S_OK);
+    EXPECT_FALSE(ErrorFlag(m_session)) << ErrorOf(m_session).message;
+  }
+  EXPECT_EQ(m_session->ConfirmTransID(tid), S_OK);
+  CComPtr<IFunctionCall> count = Import(u"Z_VSIM_COUNT_RUNS");
+  SetValue(count, u"Importing", u"KEY", CComVariant(key.c_str()));
+  SetValue(count, u"Importing", u"READ_ONLY", CComVariant(u"X"));
+  ASSERT_EQ(m_session->CallFunction(count, VARIANT_TRUE), S_OK);
+  EXPECT_EQ(Value(count, u"Exporting", u"RUNS").lVal, 1);
+}
+
+TEST_F(Transactions, AnIndirectCallTheSdkRefusesIsErrorWithASuccessResult) {
+  CComBSTR tid;
+  ASSERT_EQ(m_session->CreateTransID(&tid), S_OK);
+  CComPtr<IFunctionCall> call = Import(u"RFC_PING");
+  // A CHAR of length 0 has no buffer: the SDK refuses the parameter.
+  CComPtr<IRfcType> empty;
+  ASSERT_EQ(m_session->CreateType(&empty), S_OK);
+  empty->DefineScalar(CComBSTR(u"C0"), TYPE_CHAR, 0, 0, -1);
+  CComPtr<IRfcParameters> importing;
+  call->get_Importing(&importing);
+  ASSERT_EQ(importing->AddParameter(CComBSTR(u"ZZ_EMPTY"), empty), S_OK);
+  ASSERT_EQ(m_session->CallTRFCFunction(tid, call), S_OK);
+  EXPECT_TRUE(ErrorFlag(m_session));
+  EXPECT_FALSE(ErrorOf(m_session).message.empty());
 }
 
 TEST_F(Transactions, AnUnsetOptionalScalarIsPrunedAsInACall) {

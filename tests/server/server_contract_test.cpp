@@ -216,6 +216,30 @@ TEST_P(ServerContract, AHandlerThatFails) {
   }
 }
 
+TEST_P(ServerContract, AnAnswerThatCannotBeSentIsASystemFailure) {
+  // A parameter without a type cannot be sent: the server gives up the call,
+  // the SDK answers with a system failure and ends the connection, and
+  // ServerError's restart keeps the program serving.
+  int errors = 0;
+  m_sink->On(kIncomingCall, [](IDispatch* argument) {
+    CComPtr<IRfcParameters> exporting;
+    As<IFunctionCall>(argument)->get_Exporting(&exporting);
+    return exporting->AddParameter(CComBSTR(u"UNSENDABLE"), nullptr);
+  });
+  m_sink->On(kServerError, [&errors](IDispatch* argument) {
+    ++errors;
+    return As<IRfcServerErrorInfo>(argument)->put_Restart(VARIANT_TRUE);
+  });
+  Serve();
+  const ProgramAnswer a = Call("Z_SRV_ECHO", "{}");
+  EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION) << a.result;
+  EXPECT_EQ(a.key, "SYSTEM_FAILURE") << a.message;
+  ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && Listening(); }, std::chrono::seconds(30)));
+  EXPECT_TRUE(ErrorFlag());
+  m_sink->On(kIncomingCall, Echo);
+  EXPECT_TRUE(Contains(Call("Z_SRV_ECHO", R"({"IV_TEXT":"again"})").result, "echo:again"));
+}
+
 TEST_P(ServerContract, AnUnknownFunctionArrivesWithoutParameters) {
   LONG counts[4] = {-1, -1, -1, -1};
   m_sink->On(kIncomingCall, [&counts](IDispatch* argument) {

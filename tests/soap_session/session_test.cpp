@@ -530,6 +530,38 @@ TEST_F(SoapSessionTest, WithoutStatefulDisconnectSendsNothing) {
   EXPECT_FALSE(Contains(proxy.requests()[0].requestLine, "session_mode"));
 }
 
+TEST_F(SoapSessionTest, WithSkipPingTheFirstCallChecksTheLogon) {
+  soaptest::ForwardProxy proxy(s_sim->soapPort());
+  m_system->put_ProxyHost(CComBSTR(u"127.0.0.1"));
+  m_system->put_ProxyPort(proxy.port());
+  ASSERT_EQ(m_session->put_Option(CComBSTR(u"soap.skip_ping"), CComBSTR(u"X")), S_OK);
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  EXPECT_TRUE(Connected());
+  EXPECT_TRUE(proxy.requests().empty());
+  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), S_OK);
+  EXPECT_FALSE(ErrorSet());
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+  EXPECT_EQ(proxy.requests().size(), 1u);
+  // A wrong password shows at that call.
+  Logon(u"DEMO", u"wrong");
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  ASSERT_EQ(m_session->CallFunction(NewCall(u"RFC_PING"), VARIANT_TRUE), S_OK);
+  EXPECT_TRUE(ErrorSet());
+  EXPECT_TRUE(Error().message.starts_with("Server response status 401:\n")) << Error().message;
+  ASSERT_EQ(m_session->Disconnect(), S_OK);
+}
+
+TEST_F(SoapSessionTest, AStatefulSessionPingsDespiteSkipPing) {
+  soaptest::ForwardProxy proxy(s_sim->soapPort());
+  m_system->put_ProxyHost(CComBSTR(u"127.0.0.1"));
+  m_system->put_ProxyPort(proxy.port());
+  m_system->put_Stateful(VARIANT_TRUE);
+  ASSERT_EQ(m_session->put_Option(CComBSTR(u"soap.skip_ping"), CComBSTR(u"X")), S_OK);
+  ASSERT_EQ(m_session->Connect(), S_OK);
+  ASSERT_EQ(proxy.requests().size(), 1u);
+  EXPECT_TRUE(Contains(proxy.requests()[0].requestLine, "&session_mode=1"));
+}
+
 TEST_F(SoapSessionTest, StatefulIsReadAgainAtDisconnect) {
   soaptest::ForwardProxy proxy(s_sim->soapPort());
   m_system->put_ProxyHost(CComBSTR(u"127.0.0.1"));
