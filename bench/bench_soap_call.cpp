@@ -27,9 +27,15 @@ vsim::testing::SimProcess& Sim() {
   return sim;
 }
 
-struct SideBySideResult {
-  double sessionUs = 0, curlUs = 0;
+// The latencies of every call side by side, over all repetitions.
+struct SideBySideSamples {
+  std::vector<double> sessionUs, curlUs;
 } g_sideBySide;
+
+double Median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0.0 : v[v.size() / 2];
+}
 
 size_t Collect(char* data, size_t size, size_t n, void* out) {
   static_cast<std::string*>(out)->append(data, size * n);
@@ -200,16 +206,13 @@ void BM_SideBySide(benchmark::State& state) {
     viaCurl.push_back(std::chrono::duration<double, std::micro>(t2 - t1).count());
   }
   if (viaSession.empty()) return;
-  auto median = [](std::vector<double> v) {
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-  };
-  const double a = median(viaSession), b = median(viaCurl);
+  const double a = Median(viaSession), b = Median(viaCurl);
   state.counters["session_us"] = a;
   state.counters["curl_us"] = b;
   state.counters["ratio"] = a / b;
   state.counters["goal_ratio"] = 1.2;
-  g_sideBySide = {a, b};
+  g_sideBySide.sessionUs.insert(g_sideBySide.sessionUs.end(), viaSession.begin(), viaSession.end());
+  g_sideBySide.curlUs.insert(g_sideBySide.curlUs.end(), viaCurl.begin(), viaCurl.end());
 }
 BENCHMARK(BM_SideBySide)->UseRealTime()->MinTime(3.0);
 
@@ -254,11 +257,12 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&count, args.data());
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
-  if (g_sideBySide.curlUs > 0)
+  const double sessionUs = Median(g_sideBySide.sessionUs), curlUs = Median(g_sideBySide.curlUs);
+  if (curlUs > 0)
     std::printf(
-        "RFC_PING side by side (median per call): SoapSession %.1f us, libcurl alone %.1f us, "
-        "ratio %.2f (goal: within 1.2)\n",
-        g_sideBySide.sessionUs, g_sideBySide.curlUs, g_sideBySide.sessionUs / g_sideBySide.curlUs);
+        "RFC_PING side by side (median of all %zu calls): SoapSession %.1f us, "
+        "libcurl alone %.1f us, ratio %.2f (goal: within 1.2)\n",
+        g_sideBySide.curlUs.size(), sessionUs, curlUs, sessionUs / curlUs);
   const char* session = "BM_SoapSessionPing";
   const char* alone = "BM_CurlAlonePing";
   if (reporter.Median(session) > 0 && reporter.Median(alone) > 0)
