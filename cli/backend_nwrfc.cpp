@@ -129,7 +129,8 @@ std::string findNwRfcSdk(std::string* note) {
                  note);
 }
 
-void configureNwRfc(ISession* session, const ConnectionSettings& s) {
+void configureSdkSession(ISession* session, const ConnectionSettings& s, std::string (*find)(std::string*),
+                         const char* pathOption) {
   CComQIPtr<IRfcSession> rfc(session);
   if (!rfc) throw ComFailure("reading the connection data", E_NOINTERFACE, "the session is no RFC session");
   CComPtr<IRfcSystemData> system;
@@ -138,10 +139,14 @@ void configureNwRfc(ISession* session, const ConnectionSettings& s) {
   std::string directory = s.sdkDir;
   if (directory.empty()) {
     std::string note;
-    directory = findNwRfcSdk(&note);
+    directory = find(&note);
     std::cerr << "veltrane: " << note << "\n";
   }
-  if (!directory.empty()) check(session->put_Option(bstr("nwrfc.path"), bstr(directory)), "setting the SDK directory");
+  if (!directory.empty()) check(session->put_Option(bstr(pathOption), bstr(directory)), "setting the SDK directory");
+}
+
+void configureNwRfc(ISession* session, const ConnectionSettings& s) {
+  configureSdkSession(session, s, findNwRfcSdk, "nwrfc.path");
   if (!s.iniPath.empty())
     check(session->put_Option(bstr("nwrfc.ini_path"), bstr(s.iniPath)), "setting the SDK's ini file");
 }

@@ -44,6 +44,12 @@ struct SdkSearch {
 // The SDK's directory as findNwRfcSdk finds the NW one.
 std::string findSdk(const SdkSearch& sdk, std::string* note);
 
+// What the SDK back ends set alike: the session's connect string, and the SDK's
+// directory into the option pathOption (--sdk, else what find finds, said on
+// stderr).
+void configureSdkSession(ISession* session, const ConnectionSettings& settings, std::string (*find)(std::string*),
+                         const char* pathOption);
+
 // The connect string with the value of passwd= (any case) as "***".
 std::string maskedConnectString(const ConnectionSettings& settings);
 

@@ -114,48 +114,39 @@ RFC_EXTERNAL_LOGON_RC SDKLogonCallback(RFC_HANDLE handle, RFC_EXTERNAL_LOGON_CNT
   return allowed ? RFC_EXTERNAL_LOGON_OK : RFC_EXTERNAL_LOGON_FAILED;
 }
 
+// The handle's worker answers a transaction event; -1 when the handle has none.
+int DispatchToWorker(const std::u16string& callback, RFC_HANDLE handle, TransactionEvent event,
+                     const std::u16string& tid) {
+  CRfcServerWorker* worker = WorkerOf(handle);
+  if (!worker) {
+    Trace(u"%s failed due to previous error\n", callback);
+    return -1;
+  }
+  return static_cast<int>(worker->DispatchTransaction(event, tid));
+}
+
 int SDKOnCheckTIDEx(rfc_char_t* tid, RFC_HANDLE handle) {
   const std::u16string id = SdkText(tid, 24);
   Trace(u"SDKOnCheckTIDEx for tid '%s' handle 0x%x called...\n", id, handle);
-  CRfcServerWorker* worker = WorkerOf(handle);
-  if (!worker) {
-    Trace(u"SDKOnCheckTIDEx failed due to previous error\n");
-    return -1;
-  }
-  return static_cast<int>(worker->DispatchTransaction(TransactionEvent::Check, id));
+  return DispatchToWorker(u"SDKOnCheckTIDEx", handle, TransactionEvent::Check, id);
 }
 
 int SDKOnCommitEx(rfc_char_t* tid, RFC_HANDLE handle) {
   const std::u16string id = SdkText(tid, 24);
   Trace(u"SDKOnCommitEx for tid '%s' handle 0x%x called...\n", id, handle);
-  CRfcServerWorker* worker = WorkerOf(handle);
-  if (!worker) {
-    Trace(u"SDKOnCommitEx failed due to previous error\n");
-    return -1;
-  }
-  return static_cast<int>(worker->DispatchTransaction(TransactionEvent::Commit, id));
+  return DispatchToWorker(u"SDKOnCommitEx", handle, TransactionEvent::Commit, id);
 }
 
 void SDKOnRollbackEx(rfc_char_t* tid, RFC_HANDLE handle, int valid) {
   const std::u16string id = SdkText(tid, 24);
   Trace(u"SDKOnRollbackEx for tid '%s' handle 0x%x (valid=%i) called...\n", id, handle, valid);
-  CRfcServerWorker* worker = WorkerOf(handle);
-  if (!worker) {
-    Trace(u"SDKOnRollbackEx failed due to previous error\n");
-    return;
-  }
-  worker->DispatchTransaction(TransactionEvent::Rollback, id);
+  DispatchToWorker(u"SDKOnRollbackEx", handle, TransactionEvent::Rollback, id);
 }
 
 void SDKOnConfirmTIDEx(rfc_char_t* tid, RFC_HANDLE handle) {
   const std::u16string id = SdkText(tid, 24);
   Trace(u"SDKOnConfirmTIDEx for tid '%s' handle 0x%x called...\n", id, handle);
-  CRfcServerWorker* worker = WorkerOf(handle);
-  if (!worker) {
-    Trace(u"SDKOnConfirmTIDEx failed due to previous error\n");
-    return;
-  }
-  worker->DispatchTransaction(TransactionEvent::Confirm, id);
+  DispatchToWorker(u"SDKOnConfirmTIDEx", handle, TransactionEvent::Confirm, id);
 }
 
 void SDKDisconnectCallback(RFC_HANDLE handle, unsigned, void*) {
