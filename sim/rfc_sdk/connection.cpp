@@ -390,9 +390,14 @@ std::vector<proto::TypeInfo> Connection::describeType(const std::string& name) {
 
 namespace {
 
+// Handle numbers go round 1..kHandleNumbers: a closed handle's number comes back only after the
+// others, so a late second close of it finds no newer connection.
+constexpr RFC_HANDLE kHandleNumbers = 4096;
+
 struct Handles {
   std::mutex mutex;
   std::map<RFC_HANDLE, std::shared_ptr<Connection>> open;
+  RFC_HANDLE last = 0;
 };
 
 Handles& handles() {
@@ -405,11 +410,12 @@ Handles& handles() {
 RFC_HANDLE addConnection(std::shared_ptr<Connection> c) {
   Handles& h = handles();
   std::lock_guard lock(h.mutex);
-  RFC_HANDLE n = 1;
-  for (const auto& [handle, _] : h.open) {
-    if (handle != n) break;
-    ++n;
-  }
+  if (h.open.size() >= kHandleNumbers)
+    fail(RFC_FAILURE, RFC_ERROR_RESOURCE, "All " + std::to_string(kHandleNumbers) + " handles are open");
+  RFC_HANDLE n = h.last;
+  do n = n % kHandleNumbers + 1;
+  while (h.open.count(n));
+  h.last = n;
   c->setHandle(n);
   h.open[n] = std::move(c);
   return n;

@@ -313,10 +313,10 @@ TEST_F(ClassicServer, AnAnswerThatCannotBeSentIsReportedWithTheMarshallingsText)
   EXPECT_FALSE(message.empty());
 }
 
-TEST_F(ClassicServer, ShutdownLeavesAHandleNumberTheSdkGaveAgainAlone) {
-  // The worker closes its handle when the gateway drops it; the SDK gives
-  // the freed number to the next connection, here a session's. Shutdown's
-  // "Ensuring Rfc is really closed" must not end that connection.
+TEST_F(ClassicServer, ShutdownClosesTheWorkersHandleAgainAndEndsNoNewerConnection) {
+  // The worker closes its handle when the gateway drops it, and a session
+  // connects. Shutdown's "Ensuring Rfc is really closed" closes the worker's
+  // handle a second time; the session's connection has another number.
   const std::string file = TraceFile("reuse");
   Create("REUSE");
   m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
