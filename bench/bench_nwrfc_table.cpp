@@ -20,6 +20,7 @@
 #include "nwrfc/nwrfc_library.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
+#include "flat_table.h"
 #include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
@@ -75,44 +76,8 @@ bool Connect(ISession* session) {
 // Z_VSIM_TYPES with TT_FLAT filled with the benchmark's rows.
 CComPtr<IFunctionCall> FilledCall(ISession* session) {
   CComPtr<IFunctionCall> call;
-  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &call) != S_OK) return nullptr;
-  CComPtr<IRfcParameters> tables;
-  call->get_Tables(&tables);
-  CComPtr<IRfcParameter> table;
-  tables->get_Item(CComVariant(u"TT_FLAT"), &table);
-  CComPtr<IRfcRows> rows;
-  table->get_Rows(&rows);
-  rows->AddRows(kRows);
-  for (LONG i = 1; i <= kRows; ++i) {
-    CComPtr<IRfcFields> row;
-    rows->get_Item(i, &row);
-    auto set = [&](const char16_t* name, const CComVariant& value) {
-      CComPtr<IRfcField> field;
-      row->get_Item(CComVariant(name), &field);
-      field->put_value(value);
-    };
-    set(u"CHAR", CComVariant(Wide("row " + std::to_string(i)).c_str()));
-    set(u"NUMC", CComVariant(Wide(std::to_string(i)).c_str()));
-    CComVariant date;
-    date.vt = VT_DATE;
-    date.date = 45292.0 + i % 365;  // 2024-01-01 on
-    set(u"DATE", date);
-    CComVariant time;
-    time.vt = VT_DATE;
-    time.date = (i % 86400) / 86400.0;
-    set(u"TIME", time);
-    SAFEARRAY* bytes = SafeArrayCreateVector(VT_UI1, 0, 4);
-    std::memcpy(bytes->pvData, &i, 4);
-    CComVariant raw;
-    raw.vt = VT_ARRAY | VT_UI1;
-    raw.parray = bytes;
-    set(u"RAW", raw);
-    set(u"PACKED", CComVariant(Wide(std::to_string(i) + ".25").c_str()));
-    set(u"FLOAT", CComVariant(i * 0.5));
-    set(u"INT", CComVariant(static_cast<LONG>(i)));
-    set(u"INT1", CComVariant(static_cast<LONG>(i % 100)));
-    set(u"INT2", CComVariant(static_cast<LONG>(i % 1000)));
-  }
+  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &call) != S_OK || !call) return nullptr;
+  if (!bench::FillFlatTable(call, kRows)) return nullptr;
   return call;
 }
 

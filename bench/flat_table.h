@@ -1,0 +1,58 @@
+// The rows the SDK table benchmarks send: TT_FLAT of Z_VSIM_TYPES, every
+// field of ZVSIM_FLAT set through the object model.
+#pragma once
+
+#include <cstring>
+#include <string>
+
+#include "platform/atlbase.h"
+#include "platform/objbase.h"
+#include "veltrane_tlb.h"
+
+namespace bench {
+
+inline std::u16string WideAscii(const std::string& s) { return std::u16string(s.begin(), s.end()); }
+
+// Fills the call's TT_FLAT with rows 1..count; false when the call has no such table.
+inline bool FillFlatTable(IFunctionCall* call, LONG count) {
+  CComPtr<IRfcParameters> tables;
+  call->get_Tables(&tables);
+  CComPtr<IRfcParameter> table;
+  if (!tables || tables->get_Item(CComVariant(u"TT_FLAT"), &table) != S_OK || !table) return false;
+  CComPtr<IRfcRows> rows;
+  table->get_Rows(&rows);
+  rows->AddRows(count);
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcFields> row;
+    rows->get_Item(i, &row);
+    auto set = [&](const char16_t* name, const CComVariant& value) {
+      CComPtr<IRfcField> field;
+      row->get_Item(CComVariant(name), &field);
+      field->put_value(value);
+    };
+    set(u"CHAR", CComVariant(WideAscii("row " + std::to_string(i)).c_str()));
+    set(u"NUMC", CComVariant(WideAscii(std::to_string(i)).c_str()));
+    CComVariant date;
+    date.vt = VT_DATE;
+    date.date = 45292.0 + i % 365;  // 2024-01-01 on
+    set(u"DATE", date);
+    CComVariant time;
+    time.vt = VT_DATE;
+    time.date = (i % 86400) / 86400.0;
+    set(u"TIME", time);
+    SAFEARRAY* bytes = SafeArrayCreateVector(VT_UI1, 0, 4);
+    std::memcpy(bytes->pvData, &i, 4);
+    CComVariant raw;
+    raw.vt = VT_ARRAY | VT_UI1;
+    raw.parray = bytes;
+    set(u"RAW", raw);
+    set(u"PACKED", CComVariant(WideAscii(std::to_string(i) + ".25").c_str()));
+    set(u"FLOAT", CComVariant(i * 0.5));
+    set(u"INT", CComVariant(static_cast<LONG>(i)));
+    set(u"INT1", CComVariant(static_cast<LONG>(i % 100)));
+    set(u"INT2", CComVariant(static_cast<LONG>(i % 1000)));
+  }
+  return true;
+}
+
+}  // namespace bench
