@@ -160,33 +160,10 @@ unsigned RowCount(RFC_TABLE_HANDLE table) {
   return count;
 }
 
-CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name) {
-  CComPtr<IRfcParameters> parameters;
-  const std::u16string_view g(group);
-  if (g == u"Importing") call->get_Importing(&parameters);
-  if (g == u"Exporting") call->get_Exporting(&parameters);
-  if (g == u"Changing") call->get_Changing(&parameters);
-  if (g == u"Tables") call->get_Tables(&parameters);
-  CComPtr<IRfcParameter> parameter;
-  EXPECT_TRUE(parameters) << Narrow(group);
-  if (parameters) EXPECT_EQ(parameters->get_Item(CComVariant(name), &parameter), S_OK) << Narrow(name);
-  return parameter;
-}
-
-CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name) {
-  CComVariant value;
-  if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) p->get_value(&value);
-  return value;
-}
-
 long ExportedNumber(IFunctionCall* call, const char16_t* name) {
   CComVariant value = Value(call, u"Exporting", name);
   EXPECT_EQ(value.ChangeType(VT_I4), S_OK) << Narrow(name);
   return value.vt == VT_I4 ? value.lVal : -1;
-}
-
-void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value) {
-  if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) EXPECT_EQ(p->put_value(value), S_OK) << Narrow(name);
 }
 
 CComPtr<IRfcField> Member(IFunctionCall* call, const char16_t* group, const char16_t* structure,

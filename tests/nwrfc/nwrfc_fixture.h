@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "call_sets.h"
 #include "event_sink.h"
 #include "nwrfc/nwrfc_library.h"
 #include "session_state.h"
@@ -73,11 +74,11 @@ RFC_TABLE_HANDLE Table(DATA_CONTAINER_HANDLE container, const char16_t* name);
 unsigned RowCount(RFC_TABLE_HANDLE table);
 
 // The parameter of a group ("Importing" ...) of a call, by name.
-CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
-CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);
+using test_support::Parameter;
+using test_support::Value;
 // An exporting parameter's value as a number.
 long ExportedNumber(IFunctionCall* call, const char16_t* name);
-void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value);
+using test_support::SetValue;
 // The field below a structure parameter.
 CComPtr<IRfcField> Member(IFunctionCall* call, const char16_t* group, const char16_t* structure,
                           const char16_t* member);

@@ -281,29 +281,6 @@ void ServerTest::TearDown() {
 
 // ---------------------------------------------------------------- values
 
-CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name) {
-  CComPtr<IRfcParameters> parameters;
-  const std::u16string_view g(group);
-  if (g == u"Importing") call->get_Importing(&parameters);
-  if (g == u"Exporting") call->get_Exporting(&parameters);
-  if (g == u"Changing") call->get_Changing(&parameters);
-  if (g == u"Tables") call->get_Tables(&parameters);
-  CComPtr<IRfcParameter> parameter;
-  EXPECT_TRUE(parameters) << Narrow(group);
-  if (parameters) EXPECT_EQ(parameters->get_Item(CComVariant(name), &parameter), S_OK) << Narrow(name);
-  return parameter;
-}
-
-CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name) {
-  CComVariant value;
-  if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) p->get_value(&value);
-  return value;
-}
-
-void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value) {
-  if (CComPtr<IRfcParameter> p = Parameter(call, group, name)) EXPECT_EQ(p->put_value(value), S_OK) << Narrow(name);
-}
-
 std::string TextOf(const VARIANT& value) {
   CComVariant copy(value);
   if (FAILED(copy.ChangeType(VT_BSTR))) return "<vt " + std::to_string(value.vt) + ">";

@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "call_sets.h"
 #include "nwrfc/nwrfc_library.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
@@ -130,9 +131,9 @@ class ServerTest : public ::testing::Test {
 };
 
 // The values of a parameter of a call, by group ("Importing" ...) and name.
-CComPtr<IRfcParameter> Parameter(IFunctionCall* call, const char16_t* group, const char16_t* name);
-CComVariant Value(IFunctionCall* call, const char16_t* group, const char16_t* name);
-void SetValue(IFunctionCall* call, const char16_t* group, const char16_t* name, const CComVariant& value);
+using test_support::Parameter;
+using test_support::SetValue;
+using test_support::Value;
 std::string TextOf(const VARIANT& value);
 long NumberOf(const VARIANT& value);
 
