@@ -260,7 +260,8 @@ TEST_P(SessionContract, AnImportThatRaisesReportsThroughItsResult) {
     EXPECT_FALSE(call);
     test_support::LateBoundResult r;
     test_support::InvokeLateBound(m_session, u"ImportCall", CComVariant(u"Z_CONTRACT_NUMBERED"), r);
-    EXPECT_EQ(r.hr, E_INVALIDARG);
+    EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
+    EXPECT_EQ(r.info.scode, E_INVALIDARG);
     return;
   }
   EXPECT_EQ(m_session->ImportCall(CComBSTR(u"Z_CONTRACT_NUMBERED"), VARIANT_FALSE, &call), kUnexpected);
