@@ -254,6 +254,24 @@ TEST(VarCmp, FloatOperandComparesAtFloatPrecision) {
   EXPECT_EQ(Cmp(R4(0.5f), STR(u"")), VARCMP_LT);
 }
 
+// Two texts compare over their whole lengths through VarCmp as through
+// VarBstrCmp, null characters included.
+TEST(VarCmp, TextsKeepTheirEmbeddedNulls) {
+  auto text = [](const char16_t* s, UINT n) {
+    Var v;
+    v->vt = VT_BSTR;
+    v->bstrVal = SysAllocStringLen(s, n);
+    return v;
+  };
+  EXPECT_EQ(Cmp(text(u"a\0b", 3), text(u"a\0c", 3)), VARCMP_LT);
+  EXPECT_EQ(Cmp(text(u"a\0c", 3), text(u"a\0b", 3), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0b", 3), text(u"a", 1), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0", 2), text(u"a", 1), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0B", 3), text(u"a\0b", 3), 0x0409, NORM_IGNORECASE), VARCMP_EQ);
+  EXPECT_EQ(Cmp(text(u"a\0B", 3), text(u"a\0b", 3), 0, NORM_IGNORECASE), VARCMP_LT);
+  EXPECT_EQ(Cmp(text(u"\0", 1), EMPTYV()), VARCMP_GT);
+}
+
 // An integer or an amount meets a float as the float nearest to its exact
 // value, rounded once: 2^60 + 2^36 + 1 is nearer to 2^60 + 2^37 than to 2^60,
 // though through a double it would fall on the tie and round to 2^60.
