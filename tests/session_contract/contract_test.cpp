@@ -353,6 +353,28 @@ TEST_P(SessionContract, MembersThatFailInsideReportAlikeEarlyAndLateBound) {
               [&] { return m_session->CallFunction(text, VARIANT_TRUE); });
   if (!Connected()) ASSERT_EQ(m_session->Connect(), S_OK);
 
+  // Values that the module's types cannot take. A packed number out of its
+  // range goes over SOAP as the text it is, and the system judges it.
+  struct Unfit {
+    const char16_t* parameter;
+    CComVariant value;
+    bool failsEverywhere;
+  };
+  const std::vector<Unfit> unfit = {{u"IV_DATE", CComVariant(u"not a date"), true},
+                                    {u"IV_TIME", CComVariant(u"25:61"), true},
+                                    {u"IV_INT", CComVariant(u"many"), true},
+                                    {u"IV_PACKED", CComVariant(u"1E+40"), false}};
+  for (const Unfit& u : unfit) {
+    CComPtr<IFunctionCall> call;
+    ASSERT_EQ(m_session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_TRUE, &call), S_OK);
+    Set(call, u.parameter, u.value);
+    const std::string what = "CallFunction with " + TextOf(CComBSTR(u.parameter)) + " = " + TextOf(u.value.bstrVal);
+    const HRESULT hr = expectAlike(what.c_str(), u"CallFunction", {CComVariant(static_cast<IDispatch*>(call.p))},
+                                   [&] { return m_session->CallFunction(call, VARIANT_TRUE); });
+    if (u.failsEverywhere) EXPECT_TRUE(FAILED(hr)) << what;
+    if (!Connected()) ASSERT_EQ(m_session->Connect(), S_OK);
+  }
+
   CComBSTR tid;
   if (SUCCEEDED(m_session->CreateTransID(&tid))) {
     expectAlike("CallTRFCFunction with an array for text", u"CallTRFCFunction",
