@@ -359,9 +359,6 @@ def test_the_interface_given_in_its_xml_form_needs_no_connection(sim, backend, t
 
 @pytest.mark.parametrize("server_backend", BACKENDS)
 def test_an_interface_with_structures_in_its_xml_form(sim, server_backend):
-    if server_backend == "nwrfc":
-        pytest.xfail("the XML form reads a structure back without its ABAP type (-1), which the NW server's "
-                     "description of the function does not take")
     srv = veltrane.Server(server_backend, program_id=program_id(server_backend), gwhost=sim.rfc_host,
                           gwserv=str(sim.rfc_port))
     srv.function("Z_PY_ORDER", interface=describe(sim, server_backend, "Z_PY_ORDER").xml)(order)

@@ -134,6 +134,28 @@ TEST_P(ServerContract, ServesASynchronousCallWithEveryKindOfParameter) {
   EXPECT_NE(std::find(events.begin(), events.end(), "IncomingCall Z_SRV_ECHO"), events.end());
 }
 
+// The XML form reads a structure back without its type code and layout;
+// the server serves the interface all the same.
+TEST_P(ServerContract, ServesAnInterfaceReadFromItsXmlForm) {
+  CComBSTR xml;
+  ASSERT_EQ(m_echo->ToXML(&xml), S_OK);
+  CComPtr<ISession> session;
+  ASSERT_EQ(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISession,
+                             reinterpret_cast<void**>(&session)),
+            S_OK);
+  CComPtr<IFunctionCall> fromXml;
+  ASSERT_EQ(session->CreateCall(&fromXml), S_OK);
+  ASSERT_EQ(fromXml->FromXML(xml), S_OK);
+  m_echo = fromXml;
+  m_sink->On(kIncomingCall, Echo);
+  Serve();
+  const ProgramAnswer a = Call("Z_SRV_ECHO", kEchoParameters);
+  ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message;
+  EXPECT_TRUE(Contains(a.result, R"("ES_PAIR":{"KEY":"k1","NUMBER":7})")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("T_PAIRS":[{"KEY":"given","NUMBER":1},{"KEY":"added","NUMBER":1}])")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("EV_TEXT":"echo:hello")")) << a.result;
+}
+
 TEST_P(ServerContract, HandlersRunInTheApartmentThatAdvised) {
   Serve();
   ASSERT_EQ(Call("Z_SRV_ECHO", "{}").rc, RFC_OK);
