@@ -152,8 +152,6 @@ def test_the_handler_gets_typed_values_and_fills_exporting_changing_and_tables(s
 
 
 def test_a_packed_exporting_value_keeps_its_decimals(sim, backend, server):
-    if backend == "rfc":
-        pytest.xfail("the simulated classic SDK sends a packed scalar of a registered program without its decimals")
     result, _, _ = call_program(sim, server.program_id, ORDER)
     assert result["EV_TOTAL"] == "30.75"
 
