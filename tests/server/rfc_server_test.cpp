@@ -402,6 +402,20 @@ TEST_F(ClassicServer, AClosedConnectionFiresServerErrorWithRc6) {
   ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
 }
 
+TEST_F(ClassicServer, AShutdownWithoutServeOnlyTracesAndReturnsSuccess) {
+  const std::string file = TraceFile("idle");
+  Create("IDLE");
+  m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
+  EXPECT_EQ(m_server->Shutdown(), S_OK);
+  const std::vector<std::string> block = Between(Messages(file), "Shutting down server instance", "Ensuring Rfc");
+  EXPECT_EQ(block, (std::vector<std::string>{"Shutting down server instance", std::string(80, '-'),
+                                             "Ensuring Rfc is really closed"}));
+  EXPECT_FALSE(Listening());
+  EXPECT_FALSE(ErrorFlag());
+  EXPECT_TRUE(m_sink->Events().empty());
+  boost::filesystem::remove(file);
+}
+
 TEST_F(ClassicServer, ACustomPollIntervalIsStoredAndThePauseStays50Ms) {
   Create("POLLVALUE");
   m_server->put_Option(CComBSTR(u"server.poll_interval"), CComBSTR(u"1000"));
