@@ -33,9 +33,9 @@ std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 
 void Log(int level, const boost::format& text) { TraceLog(level, text, "CNWRFCField", __FILE__, __LINE__); }
 
-// The model must hand out an object where it holds one.
 int32_t AlignUp(int32_t n, int32_t a) { return (n + a - 1) / a * a; }
 
+// The model must hand out an object where it holds one.
 template <class T>
 T* Required(T* p) {
   if (!p) throw _com_error(E_POINTER);

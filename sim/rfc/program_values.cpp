@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <functional>
+#include <vector>
 
 #include "engine/convert.h"
 
