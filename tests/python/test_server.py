@@ -156,6 +156,15 @@ def test_a_packed_exporting_value_keeps_its_decimals(sim, backend, server):
     assert result["EV_TOTAL"] == "30.75"
 
 
+def test_a_packed_value_with_fewer_decimals_than_its_type_keeps_its_scale(sim, backend, server):
+    # The system sends 1.5 for a P(2) as 1.50, whichever SDK receives it.
+    parameters = {**ORDER, "IV_DISCOUNT": "1.5", "T_ITEMS": [{"ITEM": "1", "PRICE": 2.5}]}
+    result, exception, _ = call_program(sim, server.program_id, parameters)
+    assert exception == ""
+    assert result["EV_TOTAL"] == "7.50"
+    assert result["T_ITEMS"][-1]["PRICE"] == "1.50"
+
+
 def test_an_abap_exception_of_the_handler_reaches_the_caller_with_the_tables(sim, server):
     result, exception, text = call_program(sim, server.program_id, {**ORDER, "IV_CUSTOMER": "nobody"})
     assert (exception, text) == ("NO_CUSTOMER", "no customer nobody")

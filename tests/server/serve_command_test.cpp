@@ -169,7 +169,7 @@ TEST_F(ServeCommand, TheClassicBackendServesToo) {
 }
 
 // Z_SRV_ECHO's interface in its XML form, with a structure and a table of
-// structures: the command echoes them.
+// structures: the command echoes them, on either back end.
 TEST_F(ServeCommand, AnInterfaceWithStructuresFromItsXmlForm) {
   CComPtr<IFunctionCall> echo = ImportInterface(u"Z_SRV_ECHO");
   ASSERT_TRUE(echo);
@@ -178,25 +178,33 @@ TEST_F(ServeCommand, AnInterfaceWithStructuresFromItsXmlForm) {
   const std::string file =
       (boost::filesystem::temp_directory_path() / ("z_srv_echo-" + std::to_string(::getpid()) + ".xml")).string();
   std::ofstream(file) << Text(xml);
+  struct Remove {
+    std::string file;
+    ~Remove() { boost::filesystem::remove(file); }
+  } removeFile{file};
   const std::string command = R"(Z_SRV_ECHO=python3 -c '
 import json, sys
 data = json.load(sys.stdin)
 rows = data["T_PAIRS"]
 print(json.dumps({"ES_PAIR": data["IS_PAIR"], "T_PAIRS": rows + [{"KEY": "added", "NUMBER": len(rows)}]}))
 ')";
-  const std::string program = Narrow(NewProgramId("SERVEXML"));
-  const bool started = Start(program, "nwrfc", {"--interface", file, command});
-  boost::filesystem::remove(file);
-  ASSERT_TRUE(started) << ReadFile(m_log);
-  ProgramCall call;
-  call.programId = program;
-  call.function = "Z_SRV_ECHO";
-  call.parameters = R"({"IS_PAIR":{"KEY":"k1","NUMBER":7},"T_PAIRS":[{"KEY":"given","NUMBER":1}]})";
-  const ProgramAnswer a = CallProgram(call);
-  ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message << "\n" << ReadFile(m_log);
-  EXPECT_NE(a.result.find(R"("ES_PAIR":{"KEY":"k1","NUMBER":7})"), std::string::npos) << a.result;
-  EXPECT_NE(a.result.find(R"("T_PAIRS":[{"KEY":"given","NUMBER":1},{"KEY":"added","NUMBER":1}])"), std::string::npos)
-      << a.result;
+  for (const char* backend : {"nwrfc", "rfc"}) {
+    SCOPED_TRACE(backend);
+    const std::string program = Narrow(NewProgramId("SERVEXML"));
+    ASSERT_TRUE(Start(program, backend, {"--interface", file, command})) << ReadFile(m_log);
+    ProgramCall call;
+    call.programId = program;
+    call.function = "Z_SRV_ECHO";
+    call.parameters = R"({"IS_PAIR":{"KEY":"k1","NUMBER":7},"T_PAIRS":[{"KEY":"given","NUMBER":1}]})";
+    const ProgramAnswer a = CallProgram(call);
+    ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message << "\n" << ReadFile(m_log);
+    EXPECT_NE(a.result.find(R"("ES_PAIR":{"KEY":"k1","NUMBER":7})"), std::string::npos) << a.result;
+    EXPECT_NE(a.result.find(R"("T_PAIRS":[{"KEY":"given","NUMBER":1},{"KEY":"added","NUMBER":1}])"), std::string::npos)
+        << a.result;
+    ::kill(m_pid, SIGTERM);
+    ::waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
+  }
 }
 
 TEST_F(ServeCommand, ADroppedGatewayIsRegisteredAgain) {
