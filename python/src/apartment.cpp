@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "com_error.h"
+#include "gil.h"
 
 namespace vpy {
 
@@ -80,7 +81,7 @@ unsigned long Pump(std::optional<double> timeout) {
     }
     DWORD ran = 0;
     {
-      py::gil_scoped_release released;
+      GilReleased released;
       if (queued)
         ran = CoPumpMessages(wait);
       else

@@ -9,6 +9,7 @@
 
 #include "apartment.h"
 #include "com_error.h"
+#include "gil.h"
 #include "invoke.h"
 #include "variant_convert.h"
 
@@ -41,7 +42,7 @@ class Enumerator {
       ULONG fetched = 0;
       HRESULT hr;
       {
-        py::gil_scoped_release released;
+        GilReleased released;
         hr = m_items->Next(kBatch, m_batch, &fetched);
       }
       if (FAILED(hr)) ThrowComError(hr, "iterating");
@@ -177,7 +178,7 @@ DispatchObject::~DispatchObject() {
   if (!dispatch) return;
   // The last reference may end a session, which can wait for the network.
   if (Py_IsInitialized() && PyGILState_Check()) {
-    py::gil_scoped_release released;
+    GilReleased released;
     dispatch->Release();
   } else {
     dispatch->Release();
@@ -238,7 +239,7 @@ CComPtr<IDispatch> CreateObject(const std::string& progIdOrClsid) {
   Check(hr, "no class '" + progIdOrClsid + "'");
   CComPtr<IDispatch> dispatch;
   {
-    py::gil_scoped_release released;
+    GilReleased released;
     hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, IID_IDispatch, reinterpret_cast<void**>(&dispatch));
   }
   Check(hr, "creating " + progIdOrClsid);

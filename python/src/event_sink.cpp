@@ -12,20 +12,13 @@
 #include "apartment.h"
 #include "com_error.h"
 #include "dispatch_object.h"
+#include "gil.h"
 #include "type_members.h"
 #include "variant_convert.h"
 
 namespace vpy {
 
 namespace {
-
-bool PythonRuns() {
-#if PY_VERSION_HEX >= 0x030D0000
-  return Py_IsInitialized() && !Py_IsFinalizing();
-#else
-  return Py_IsInitialized() && !_Py_IsFinalizing();
-#endif
-}
 
 // Hand-overs to other threads under way, so that exit can wait for them.
 struct Handovers {
@@ -76,12 +69,11 @@ class PythonHandler : public UntypedDispatch<PythonHandler> {
     m_reference = std::move(reference);
   }
   ~PythonHandler() override {
-    if (PythonRuns()) {
-      py::gil_scoped_acquire gil;
+    GilTaken gil;
+    if (gil.held())
       m_reference.release().dec_ref();
-    } else {
+    else
       m_reference.release();  // the interpreter is gone or going: nothing to give back
-    }
   }
 
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR* names, UINT count, LCID, DISPID* ids) override {
@@ -97,8 +89,8 @@ class PythonHandler : public UntypedDispatch<PythonHandler> {
                                    UINT*) override {
     auto event = m_events.find(id);
     if (event == m_events.end()) return DISP_E_MEMBERNOTFOUND;
-    if (!PythonRuns()) return S_OK;
-    py::gil_scoped_acquire gil;
+    GilTaken gil;
+    if (!gil.held()) return S_OK;
     std::string failure;
     try {
       py::object target = m_reference;
@@ -198,7 +190,7 @@ class EventSink : public UntypedDispatch<EventSink> {
     std::atomic<bool> done{false};
     HRESULT hr = S_OK;
     {
-      py::gil_scoped_release released;
+      GilReleased released;
       std::thread taker([&] {
         CoInitializeEx(nullptr, COINIT_MULTITHREADED);
         hr = table->GetInterfaceFromGlobal(cookie, IID_IDispatch, reinterpret_cast<void**>(&remote));
@@ -266,7 +258,7 @@ void EventConnection::close() {
   m_links.clear();
   if (links.empty()) return;
   // Unadvise releases the sink, whose handler needs the GIL to let go of Python.
-  py::gil_scoped_release released;
+  GilReleased released;
   for (auto& [point, cookie] : links) point->Unadvise(cookie);
   links.clear();
 }
@@ -308,7 +300,7 @@ std::unique_ptr<EventConnection> ConnectEvents(IDispatch* source, py::handle han
     DWORD cookie = 0;
     HRESULT hr;
     {
-      py::gil_scoped_release released;
+      GilReleased released;
       hr = point->Advise(sink, &cookie);
     }
     Check(hr, "connecting to the events of " + TypeNameOf(source));
@@ -324,7 +316,7 @@ void ShutDownEvents() {
     handovers().closed = true;
   }
   EndThreadApartment();
-  py::gil_scoped_release released;
+  GilReleased released;
   std::unique_lock<std::mutex> lock(handovers().mutex);
   handovers().idle.wait_for(lock, std::chrono::seconds(2), [] { return handovers().running == 0; });
 }
@@ -343,7 +335,6 @@ void RegisterEvents(py::module_& m) {
         return ConnectEvents(dispatch, handler);
       },
       py::arg("source"), py::arg("handler"));
-  m.def("_shutdown", &ShutDownEvents);
 }
 
 }  // namespace vpy

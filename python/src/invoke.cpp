@@ -7,6 +7,7 @@
 #include <text.h>
 
 #include "com_error.h"
+#include "gil.h"
 #include "variant_convert.h"
 
 namespace vpy {
@@ -106,7 +107,7 @@ void InvokeRaw(IDispatch* dispatch, DISPID id, WORD flags, VARIANT* argsReversed
   UINT argErr = 0;
   HRESULT hr;
   if (releaseGil) {
-    py::gil_scoped_release released;
+    GilReleased released;
     hr = dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &info, &argErr);
   } else {
     hr = dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, result, &info, &argErr);
@@ -182,7 +183,7 @@ py::object InvokeMember(IDispatch* dispatch, DISPID id, WORD flags, const std::s
   UINT argErr = UINT(-1);
   HRESULT hr;
   {
-    py::gil_scoped_release released;
+    GilReleased released;
     hr = dispatch->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, flags, &params, put ? nullptr : &result, &info, &argErr);
   }
   if (FAILED(hr)) {

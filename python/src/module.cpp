@@ -12,6 +12,7 @@
 #include "com_error.h"
 #include "dispatch_object.h"
 #include "event_sink.h"
+#include "gil.h"
 #include "variant_convert.h"
 
 namespace vpy {
@@ -64,6 +65,13 @@ PYBIND11_MODULE(_veltrane, m) {
   RegisterEvents(m);
   RegisterAbapValues(m);
 
+  m.def(
+      "_shutdown",
+      [] {
+        CloseGil();
+        ShutDownEvents();
+      },
+      "At exit: only this thread takes the GIL from now on; event hand-overs end.");
   m.def("pump", &Pump, py::arg("timeout") = 0.0,
         "Runs the calls queued for this thread's apartment (event handlers among them), waiting up to\n"
         "`timeout` seconds (None: without limit) for the first. Returns how many ran.");

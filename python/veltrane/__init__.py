@@ -40,7 +40,8 @@ _variant_types = {name: getattr(_veltrane, name) for name in dir(_veltrane) if n
 globals().update(_variant_types)
 __all__ += sorted(_variant_types)
 
-# Hand-overs of events to the main thread end before the interpreter does,
-# after the servers still running (atexit runs the last registered first).
+# At exit, after the servers still running are stopped (atexit runs the last
+# registered first): only the exiting thread takes the GIL from then on, and
+# hand-overs of events to the main thread end.
 atexit.register(_veltrane._shutdown)
 atexit.register(server._stop_all)
