@@ -294,10 +294,13 @@ CComPtr<IFunctionCall> interfaceFromFile(const std::string& path) {
   if (!in) throw UsageError("option --interface: cannot read " + path);
   std::stringstream text;
   text << in.rdbuf();
+  // FunctionCall is no creatable class: a session makes calls, connected or not.
+  CComPtr<ISession> session;
+  check(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISession,
+                         reinterpret_cast<void**>(&session)),
+        "creating a session");
   CComPtr<IFunctionCall> call;
-  check(CoCreateInstance(CLSID_FunctionCall, nullptr, CLSCTX_INPROC_SERVER, IID_IFunctionCall,
-                         reinterpret_cast<void**>(&call)),
-        "creating a function call");
+  check(session->CreateCall(&call), "creating a function call");
   if (FAILED(call->FromXML(bstr(text.str())))) throw UsageError("option --interface: " + path + " is no interface");
   return call;
 }

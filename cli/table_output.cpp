@@ -290,7 +290,7 @@ class SqliteOutput : public TableOutput {
         create += ", ";
         insert += ", ";
       }
-      create += quotedIdentifier(layout[i].name) + " " + sqliteColumnType(layout[i].type);
+      create += quotedIdentifier(layout[i].name) + " " + sqliteColumnType(layout[i]);
       insert += "?";
     }
     create += ")";
@@ -383,10 +383,11 @@ std::unique_ptr<TableOutput> sqliteOutput(const std::string& path, const std::st
   return std::make_unique<SqliteOutput>(path, table, layout);
 }
 
-const char* sqliteColumnType(const std::string& letter) {
+const char* sqliteColumnType(const FieldLayout& field) {
+  const std::string& letter = field.type;
   if (letter == "I" || letter == "b" || letter == "s" || letter == "8") return "INTEGER";
   if (letter == "F") return "REAL";
-  if (letter == "P") return "NUMERIC";
+  if (letter == "P") return field.length <= kSqliteExactDigits ? "NUMERIC" : "TEXT";
   return "TEXT";
 }
 

@@ -43,7 +43,12 @@ std::unique_ptr<TableOutput> textOutput(TableFormat format, std::ostream& out, c
 std::unique_ptr<TableOutput> sqliteOutput(const std::string& path, const std::string& table,
                                           const std::vector<FieldLayout>& layout);
 
-// The SQLite column type of an RFC_READ_TABLE type letter.
-const char* sqliteColumnType(const std::string& letter);
+// Significant digits SQLite keeps when it turns a decimal text into a number.
+inline constexpr int kSqliteExactDigits = 15;
+
+// The SQLite column type of a field, by its RFC_READ_TABLE type letter: a
+// packed number is NUMERIC while its width holds no more digits than SQLite
+// keeps, and TEXT (its exact decimal text) beyond.
+const char* sqliteColumnType(const FieldLayout& field);
 
 }  // namespace veltrane::cli

@@ -1,5 +1,6 @@
 #include "nwrfc/nwrfc_field.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include <boost/format.hpp>
@@ -31,6 +32,8 @@ constexpr TypePair kTypes[] = {
 std::string Narrow(std::u16string_view text) { return WideToUtf8Lossy(text); }
 
 void Log(int level, const boost::format& text) { TraceLog(level, text, "CNWRFCField", __FILE__, __LINE__); }
+
+int32_t AlignUp(int32_t n, int32_t a) { return (n + a - 1) / a * a; }
 
 // The model must hand out an object where it holds one.
 template <class T>
@@ -172,8 +175,10 @@ HRESULT CNWRFCField::Define(std::u16string_view fieldName, IRfcType* t) {
       FAILED(hr = t->get_structOffsetC1(&nucOfs)))
     return hr;
   typeName = text.View();
-  type = scalarType;
   kind = typeKind;
+  // A structure or table is one by its kind; its type code may be -1, as
+  // for a structure read from the XML form.
+  type = kind == RFCTYPEKIND_STRUCT ? TYPE_STRUCTURE : kind == RFCTYPEKIND_TABLE ? TYPE_ITAB : scalarType;
   decimals = scalarDecimals == -1 ? 0 : scalarDecimals;
   length = scalarLength;
   ucLength = uc;
@@ -186,10 +191,67 @@ HRESULT CNWRFCField::Define(std::u16string_view fieldName, IRfcType* t) {
     if (nucLength == -1) nucLength = units;
   } else if (kind == RFCTYPEKIND_STRUCT) {
     length = decimals = 0;
+    if (scalarType == -1) return LayOut(t);
   } else if (kind == RFCTYPEKIND_TABLE) {
     length = decimals = 0;
     ucLength = ucOffset = nucLength = nucOffset = 0;
   }
+  return S_OK;
+}
+
+CNWRFCField::Offsets CNWRFCField::Alignment() const {
+  if (kind == RFCTYPEKIND_STRUCT) return m_laidOut ? m_align : Offsets{8, 8};
+  if (kind == RFCTYPEKIND_TABLE) return {8, 8};
+  switch (type) {
+    case TYPE_CHAR:
+    case TYPE_NUM:
+    case TYPE_DATE:
+    case TYPE_TIME: return {2, 1};
+    case TYPE_INT: return {4, 4};
+    case TYPE_INT2: return {2, 2};
+    case TYPE_FLOAT:
+    case TYPE_STRING:
+    case TYPE_XSTRING: return {8, 8};
+    default: return {1, 1};
+  }
+}
+
+// A table, string or xstring is held by reference: 8 bytes in a structure.
+CNWRFCField::Offsets CNWRFCField::Extent() const {
+  const bool reference = kind == RFCTYPEKIND_TABLE || type == TYPE_STRING || type == TYPE_XSTRING;
+  const int32_t least = reference ? 8 : 0;
+  return {std::max(ucLength, least), std::max(nucLength, least)};
+}
+
+HRESULT CNWRFCField::LayOut(IRfcType* structure) {
+  CComPtr<IRfcTypes> members;
+  LONG count = 0;
+  HRESULT hr;
+  if (FAILED(hr = structure->get_StructFields(&members)) || FAILED(hr = Required(members.p)->get_Count(&count)))
+    return hr;
+  Offsets end{0, 0};
+  m_laidOut = true;
+  m_places.clear();
+  m_align = {1, 1};
+  for (LONG i = 1; i <= count; ++i) {
+    CComPtr<IRfcType> memberType;
+    CComBSTR memberName;
+    if (FAILED(hr = members->get_Item(CComVariant(i), &memberType)) ||
+        FAILED(hr = Required(memberType.p)->get_name(&memberName)))
+      return hr;
+    CNWRFCField member(m_sdk, errorInfo, m_clsid);
+    if (FAILED(hr = member.Define(memberName.View(), memberType))) return hr;
+    const Offsets size = member.Extent(), align = member.Alignment();
+    // A table member keeps no offsets: Define sets them to 0.
+    const bool placed = member.kind != RFCTYPEKIND_TABLE;
+    const Offsets at{placed && member.ucOffset != -1 ? member.ucOffset : AlignUp(end.uc, align.uc),
+                     placed && member.nucOffset != -1 ? member.nucOffset : AlignUp(end.nuc, align.nuc)};
+    m_places.push_back(at);
+    end = {std::max(end.uc, at.uc + size.uc), std::max(end.nuc, at.nuc + size.nuc)};
+    m_align = {std::max(m_align.uc, align.uc), std::max(m_align.nuc, align.nuc)};
+  }
+  if (ucLength == -1) ucLength = AlignUp(end.uc, m_align.uc);
+  if (nucLength == -1) nucLength = AlignUp(end.nuc, m_align.nuc);
   return S_OK;
 }
 
@@ -205,19 +267,33 @@ HRESULT CNWRFCField::createTypeDesc(RFC_TYPE_DESC_HANDLE* typeDesc) {
   unsigned nuc = static_cast<unsigned>(nucLength), uc = static_cast<unsigned>(ucLength);
   HRESULT hr;
   if (kind == RFCTYPEKIND_TABLE) {
-    CComPtr<IRfcType> row;
-    LONG rowUc = 0, rowNuc = 0;
-    if (FAILED(hr = rfcType->get_RowType(&row))) return hr;
-    if (FAILED(hr = Required(row.p)->get_StructLength(&rowUc)) || FAILED(hr = row->get_structLengthC1(&rowNuc)) ||
-        FAILED(hr = row->get_StructFields(&members)))
+    CComPtr<IRfcType> rowType;
+    CComBSTR rowName;
+    if (FAILED(hr = rfcType->get_RowType(&rowType)) || FAILED(hr = Required(rowType.p)->get_name(&rowName)) ||
+        FAILED(hr = rowType->get_StructFields(&members)))
       return hr;
-    uc = static_cast<unsigned>(rowUc);
-    nuc = static_cast<unsigned>(rowNuc);
-  } else if (FAILED(hr = rfcType->get_StructFields(&members))) {
-    return hr;
+    CNWRFCField row(m_sdk, errorInfo, m_clsid);
+    if (FAILED(hr = row.Define(rowName.View(), rowType))) return hr;
+    uc = static_cast<unsigned>(row.ucLength);
+    nuc = static_cast<unsigned>(row.nucLength);
+    hr = AddFields(desc, members, row.m_places);
+  } else if (SUCCEEDED(hr = rfcType->get_StructFields(&members))) {
+    hr = AddFields(desc, members, m_places);
   }
+  if (FAILED(hr)) return hr;
+  const RFC_RC rc = m_sdk.RfcSetTypeLength(desc, nuc, uc, errorInfo);
+  if (rc != RFC_OK) {
+    Log(TRACE_ERROR, boost::format("RfcSetTypeLength(%1%, %2%, %3%):") % Narrow(typeName) % nuc % uc);
+    return SdkFailure(rc);
+  }
+  *typeDesc = desc;
+  return S_OK;
+}
+
+HRESULT CNWRFCField::AddFields(RFC_TYPE_DESC_HANDLE desc, IRfcTypes* members, const std::vector<Offsets>& places) {
   LONG count = 0;
-  if (FAILED(hr = Required(members.p)->get_Count(&count))) return hr;
+  HRESULT hr;
+  if (FAILED(hr = Required(members)->get_Count(&count))) return hr;
   for (LONG i = 1; i <= count; ++i) {
     CComPtr<IRfcType> memberType;
     CComBSTR memberName;
@@ -225,6 +301,10 @@ HRESULT CNWRFCField::createTypeDesc(RFC_TYPE_DESC_HANDLE* typeDesc) {
     if (FAILED(hr = Required(memberType.p)->get_name(&memberName))) return hr;
     CNWRFCField member(m_sdk, errorInfo, m_clsid);
     if (FAILED(hr = member.Define(memberName.View(), memberType))) return hr;
+    if (static_cast<size_t>(i) <= places.size()) {
+      member.ucOffset = places[i - 1].uc;
+      member.nucOffset = places[i - 1].nuc;
+    }
     RFC_FIELD_DESC fieldDesc{};
     if (FAILED(hr = fillFieldDesc(member, fieldDesc))) return hr;
     if (TraceLevel() >= TRACE_INFORMATION)
@@ -235,12 +315,6 @@ HRESULT CNWRFCField::createTypeDesc(RFC_TYPE_DESC_HANDLE* typeDesc) {
     const RFC_RC rc = m_sdk.RfcAddTypeField(desc, &fieldDesc, errorInfo);
     if (rc != RFC_OK) return SdkFailure(rc);
   }
-  const RFC_RC rc = m_sdk.RfcSetTypeLength(desc, nuc, uc, errorInfo);
-  if (rc != RFC_OK) {
-    Log(TRACE_ERROR, boost::format("RfcSetTypeLength(%1%, %2%, %3%):") % Narrow(typeName) % nuc % uc);
-    return SdkFailure(rc);
-  }
-  *typeDesc = desc;
   return S_OK;
 }
 

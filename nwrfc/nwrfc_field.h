@@ -19,6 +19,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "nwrfc/nwrfc_library.h"
 #include "nwrfc/nwrfc_types.h"
@@ -57,7 +58,12 @@ class CNWRFCField {
   HRESULT Define(std::u16string_view fieldName, RFC_TYPE_DESC_HANDLE typeDesc);
   // From an object-model type, for the way towards the SDK: lengths left at
   // -1 by a hand-built scalar are computed (two bytes a character, BCD as
-  // (digits + 1) / 2 bytes).
+  // (digits + 1) / 2 bytes). A structure or table is one by its kind, whatever
+  // its type code. A structure that was never declared one (type code -1, as
+  // the XML form reads it back, which carries no layout of a structure) is
+  // laid out from its members: a member without offsets follows the one
+  // before at its alignment, and the structure's length, when it has none,
+  // ends after its last member.
   HRESULT Define(std::u16string_view fieldName, IRfcType* type);
 
   // A parameter description of this record (Define from an IRfcType first),
@@ -87,6 +93,16 @@ class CNWRFCField {
   RFC_ERROR_INFO* errorInfo;
 
  private:
+  struct Offsets {
+    int32_t uc, nuc;
+  };
+  HRESULT LayOut(IRfcType* structure);
+  // Bytes and alignment this field takes in a structure, in both layouts.
+  Offsets Extent() const;
+  Offsets Alignment() const;
+  // Adds the members to desc; a member without offsets takes its place from
+  // places, when the structure was laid out here.
+  HRESULT AddFields(RFC_TYPE_DESC_HANDLE desc, IRfcTypes* members, const std::vector<Offsets>& places);
   HRESULT SdkFailure(RFC_RC rc);
   void TraceField() const;
   HRESULT SetLayout();
@@ -94,4 +110,8 @@ class CNWRFCField {
 
   const veltrane::nwrfc::EntryPoints& m_sdk;
   const CLSID& m_clsid;
+  // Of a structure laid out here: its members' offsets, and its alignment.
+  bool m_laidOut = false;
+  std::vector<Offsets> m_places;
+  Offsets m_align{1, 1};
 };

@@ -163,25 +163,28 @@ void StoreOutput(VARIANT& arg, VARIANT* value) {
   V_VT(value) = VT_EMPTY;
 }
 
-// The thread's error record, if the object declares one for this interface.
+// A member that failed: DISP_E_EXCEPTION, its result in scode, and the
+// thread's error record, if the object declares one for this interface.
 HRESULT FillExcepInfo(const TypeData& type, IDispatch* self, HRESULT hr, EXCEPINFO* info) {
-  if (!info || !type.guid) return hr;
-  CComPtr<ISupportErrorInfo> support;
-  if (FAILED(self->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(&support))) || !support) return hr;
-  if (support->InterfaceSupportsErrorInfo(*type.guid) != S_OK) return hr;
-  CComPtr<IErrorInfo> record;
-  if (GetErrorInfo(0, &record) != S_OK || !record) return hr;
+  if (!info) return DISP_E_EXCEPTION;
   *info = EXCEPINFO{};
+  info->scode = hr;
+  if (!type.guid) return DISP_E_EXCEPTION;
+  CComPtr<ISupportErrorInfo> support;
+  if (FAILED(self->QueryInterface(IID_ISupportErrorInfo, reinterpret_cast<void**>(&support))) || !support)
+    return DISP_E_EXCEPTION;
+  if (support->InterfaceSupportsErrorInfo(*type.guid) != S_OK) return DISP_E_EXCEPTION;
+  CComPtr<IErrorInfo> record;
+  if (GetErrorInfo(0, &record) != S_OK || !record) return DISP_E_EXCEPTION;
   record->GetSource(&info->bstrSource);
   record->GetDescription(&info->bstrDescription);
   record->GetHelpFile(&info->bstrHelpFile);
   record->GetHelpContext(&info->dwHelpContext);
-  info->scode = hr;
   return DISP_E_EXCEPTION;
 }
 
 HRESULT ExceptionResult(const std::exception& e, EXCEPINFO* info) {
-  if (!info) return E_FAIL;
+  if (!info) return DISP_E_EXCEPTION;
   *info = EXCEPINFO{};
   const std::u16string text = Utf8ToWideLossy(e.what());
   info->bstrDescription = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));

@@ -343,6 +343,7 @@ VELTRANE_API HRESULT VarBoolFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFla
 VELTRANE_API HRESULT VarDateFromStr(const OLECHAR* strIn, LCID lcid, ULONG dwFlags, DATE* pdateOut);
 VELTRANE_API HRESULT VarBstrFromI4(LONG lIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
 VELTRANE_API HRESULT VarBstrFromI8(LONGLONG i64In, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
+VELTRANE_API HRESULT VarBstrFromR4(FLOAT fltIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
 VELTRANE_API HRESULT VarBstrFromR8(DOUBLE dblIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
 VELTRANE_API HRESULT VarBstrFromCy(CY cyIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
 VELTRANE_API HRESULT VarBstrFromDec(const DECIMAL* pdecIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut);
@@ -352,6 +353,16 @@ VELTRANE_API HRESULT VarR8FromDec(const DECIMAL* pdecIn, DOUBLE* pdblOut);
 VELTRANE_API HRESULT VarDecFromR8(DOUBLE dblIn, DECIMAL* pdecOut);
 VELTRANE_API HRESULT VarCyFromR8(DOUBLE dblIn, CY* pcyOut);
 VELTRANE_API HRESULT VarR8FromCy(CY cyIn, DOUBLE* pdblOut);
+// Signed and unsigned integers of one width, by value: what does not fit
+// is DISP_E_OVERFLOW (VariantChangeTypeEx keeps the bits instead).
+VELTRANE_API HRESULT VarI1FromUI1(BYTE bIn, CHAR* pcOut);
+VELTRANE_API HRESULT VarUI1FromI1(CHAR cIn, BYTE* pbOut);
+VELTRANE_API HRESULT VarI2FromUI2(USHORT uiIn, SHORT* psOut);
+VELTRANE_API HRESULT VarUI2FromI2(SHORT sIn, USHORT* puiOut);
+VELTRANE_API HRESULT VarI4FromUI4(ULONG ulIn, LONG* plOut);
+VELTRANE_API HRESULT VarUI4FromI4(LONG lIn, ULONG* pulOut);
+VELTRANE_API HRESULT VarI8FromUI8(ULONGLONG ui64In, LONGLONG* pi64Out);
+VELTRANE_API HRESULT VarUI8FromI8(LONGLONG i64In, ULONGLONG* pui64Out);
 VELTRANE_API HRESULT VarDecCmp(const DECIMAL* pdecLeft, const DECIMAL* pdecRight);
 // VT_ARRAY | VT_UI1 <-> VT_BSTR: the bytes of the text.
 VELTRANE_API HRESULT BstrFromVector(SAFEARRAY* psa, BSTR* pbstr);

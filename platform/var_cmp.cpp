@@ -8,6 +8,7 @@
 // precision when one side is a VT_R4.
 #include "platform/internal/variant_convert.h"
 
+#include <charconv>
 #include <cstring>
 
 namespace veltrane::platform::detail {
@@ -38,6 +39,25 @@ bool scaledInteger(const Scalar& s, Int128* out) {
   }
 }
 
+// A number rounded once to the nearest float: integers and currency from
+// their exact value, not through a double (which could round a second time).
+float nearestFloat(const Scalar& s, double widened) {
+  switch (s.kind) {
+    case SourceKind::Signed:
+    case SourceKind::Bool: return static_cast<float>(s.i);
+    case SourceKind::Unsigned: return static_cast<float>(s.u);
+    case SourceKind::Currency: {
+      char text[32];
+      auto end = std::to_chars(text, text + sizeof text - 3, s.i).ptr;
+      std::memcpy(end, "e-4", 3);
+      float f = 0.0f;
+      std::from_chars(text, end + 3, f);
+      return f;
+    }
+    default: return static_cast<float>(widened);
+  }
+}
+
 HRESULT compareNumbers(const Scalar& left, const Scalar& right) {
   ConversionContext ctx;
   const bool decimal = left.kind == SourceKind::Decimal || right.kind == SourceKind::Decimal;
@@ -62,7 +82,7 @@ HRESULT compareNumbers(const Scalar& left, const Scalar& right) {
     ScalarToDouble(right, ctx, &y);
     // A float makes it a comparison of floats: 0.1f equals the double 0.1.
     if (left.kind == SourceKind::Real4 || right.kind == SourceKind::Real4)
-      return result(order(static_cast<float>(x), static_cast<float>(y)));
+      return result(order(nearestFloat(left, x), nearestFloat(right, y)));
     return result(order(x, y));
   }
   Int128 x, y;

@@ -46,10 +46,24 @@ Scalar decimal(const DECIMAL& d) {
   return in;
 }
 
+Scalar real4(float f) {
+  Scalar in;
+  in.kind = SourceKind::Real4;
+  in.d = f;
+  return in;
+}
+
 Scalar signedValue(int64_t v) {
   Scalar in;
   in.kind = SourceKind::Signed;
   in.i = v;
+  return in;
+}
+
+Scalar unsignedValue(uint64_t v) {
+  Scalar in;
+  in.kind = SourceKind::Unsigned;
+  in.u = v;
   return in;
 }
 
@@ -118,6 +132,10 @@ HRESULT VarBstrFromI8(LONGLONG i64In, LCID lcid, ULONG dwFlags, BSTR* pbstrOut) 
   return convert(signedValue(i64In), contextOf(lcid, dwFlags), VT_BSTR, &VARIANT::bstrVal, pbstrOut);
 }
 
+HRESULT VarBstrFromR4(FLOAT fltIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut) {
+  return convert(real4(fltIn), contextOf(lcid, dwFlags), VT_BSTR, &VARIANT::bstrVal, pbstrOut);
+}
+
 HRESULT VarBstrFromR8(DOUBLE dblIn, LCID lcid, ULONG dwFlags, BSTR* pbstrOut) {
   return convert(real8(dblIn), contextOf(lcid, dwFlags), VT_BSTR, &VARIANT::bstrVal, pbstrOut);
 }
@@ -160,6 +178,38 @@ HRESULT VarCyFromR8(DOUBLE dblIn, CY* pcyOut) {
 
 HRESULT VarR8FromCy(CY cyIn, DOUBLE* pdblOut) {
   return convert(currency(cyIn), ConversionContext(), VT_R8, &VARIANT::dblVal, pdblOut);
+}
+
+HRESULT VarI1FromUI1(BYTE bIn, CHAR* pcOut) {
+  return convert(unsignedValue(bIn), ConversionContext(), VT_I1, &VARIANT::cVal, pcOut);
+}
+
+HRESULT VarUI1FromI1(CHAR cIn, BYTE* pbOut) {
+  return convert(signedValue(static_cast<signed char>(cIn)), ConversionContext(), VT_UI1, &VARIANT::bVal, pbOut);
+}
+
+HRESULT VarI2FromUI2(USHORT uiIn, SHORT* psOut) {
+  return convert(unsignedValue(uiIn), ConversionContext(), VT_I2, &VARIANT::iVal, psOut);
+}
+
+HRESULT VarUI2FromI2(SHORT sIn, USHORT* puiOut) {
+  return convert(signedValue(sIn), ConversionContext(), VT_UI2, &VARIANT::uiVal, puiOut);
+}
+
+HRESULT VarI4FromUI4(ULONG ulIn, LONG* plOut) {
+  return convert(unsignedValue(ulIn), ConversionContext(), VT_I4, &VARIANT::lVal, plOut);
+}
+
+HRESULT VarUI4FromI4(LONG lIn, ULONG* pulOut) {
+  return convert(signedValue(lIn), ConversionContext(), VT_UI4, &VARIANT::ulVal, pulOut);
+}
+
+HRESULT VarI8FromUI8(ULONGLONG ui64In, LONGLONG* pi64Out) {
+  return convert(unsignedValue(ui64In), ConversionContext(), VT_I8, &VARIANT::llVal, pi64Out);
+}
+
+HRESULT VarUI8FromI8(LONGLONG i64In, ULONGLONG* pui64Out) {
+  return convert(signedValue(i64In), ConversionContext(), VT_UI8, &VARIANT::ullVal, pui64Out);
 }
 
 }  // extern "C"

@@ -113,11 +113,19 @@ class DepthScan {
     return at ? static_cast<size_t>(static_cast<const char*>(at) - s_) + terminator.size() : end_;
   }
 
+  // The character after '<' tells the kind of markup; a start tag, the most
+  // frequent, is told by that one character.
   size_t Open(size_t i) {
-    if (At(i, "<!--")) return SkipPast(i + 4, "-->");
-    if (At(i, "<![CDATA[")) return SkipPast(i + 9, "]]>");
-    if (At(i, "<?")) return SkipPast(i + 2, "?>");
-    if (At(i, "<!")) {
+    const char next = i + 1 < end_ ? s_[i + 1] : '\0';
+    if (next == '/') {
+      if (depth_ > 0) --depth_;
+      state_ = State::CloseTag;
+      return 0;
+    }
+    if (next == '?') return SkipPast(i + 2, "?>");
+    if (next == '!') {
+      if (At(i, "<!--")) return SkipPast(i + 4, "-->");
+      if (At(i, "<![CDATA[")) return SkipPast(i + 9, "]]>");
       int brackets = 0;
       size_t j = i + 2;
       for (; j < end_ && !(s_[j] == '>' && brackets == 0); ++j) {
@@ -125,11 +133,6 @@ class DepthScan {
         if (s_[j] == ']' && brackets > 0) --brackets;
       }
       return std::min(end_, j + 1);
-    }
-    if (At(i, "</")) {
-      if (depth_ > 0) --depth_;
-      state_ = State::CloseTag;
-      return 0;
     }
     deepest_ = std::max(deepest_, ++depth_);
     tagStart_ = i;

@@ -31,7 +31,10 @@
 
 #include <exception>
 #include <memory>
+#include <string>
 
+#include "platform/comdef.h"
+#include "platform/unicode.h"
 #include "session/running_call.h"
 #include "session/session_impl.h"
 
@@ -83,16 +86,29 @@ class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
 
   // Stops the running call: no answer and no CallFinished follow; nothing is
   // sent to the server. Without a running call it succeeds and does nothing.
-  // A failure of the back end to stop it is traced "Exception: <what> in
-  // <class>::AbortCall()" and gives text 519.
+  // A failure of the back end to stop it, of whatever kind, is traced
+  // "Exception: <what> in <class>::AbortCall()" and gives text 519; the call
+  // is gone all the same.
   HRESULT STDMETHODCALLTYPE AbortCall() override {
     bool aborted = false;
-    HRESULT hr = S_OK;
+    const char* failure = nullptr;
+    std::string text;
     try {
       aborted = this->Frame().AbortRunningCall();
     } catch (const std::exception& e) {
+      text = e.what();
+      failure = text.c_str();
+    } catch (const _com_error& e) {
+      text = WideToUtf8Lossy(e.ErrorMessage());
+      failure = text.c_str();
+    } catch (...) {
+      failure = "unknown exception";
+    }
+    HRESULT hr = S_OK;
+    if (failure) {
       aborted = true;
-      TraceAbortFailure(e);
+      SessionFrame::TraceFailure("AbortCall", "Exception: %1% in %2%::AbortCall()", failure,
+                                 Derived::kBoundary.TraceName());
       hr = ReportError(Derived::kBoundary.ClassId(), Text::Unexpected);
     }
     if (aborted) this->Frame().Unpin(this->Unknown());
@@ -142,10 +158,5 @@ class ISessionCallsImpl : public ISessionImpl<Derived, Itf> {
       ReleaseAsynchronousCall();
       throw;
     }
-  }
-
-  static void TraceAbortFailure(const std::exception& e) {
-    SessionFrame::TraceFailure("AbortCall", "Exception: %1% in %2%::AbortCall()", e.what(),
-                               Derived::kBoundary.TraceName());
   }
 };

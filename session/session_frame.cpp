@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 #include <vector>
 
 #include <boost/format.hpp>
@@ -20,10 +21,12 @@
 
 namespace {
 
+// The header lines name paths of the file system, whose bytes need not be
+// UTF-8: what is not becomes U+FFFD, since the trace never fails its caller.
 std::u16string WorkingDirectory() {
   std::vector<char> buffer(4096);
   for (;;) {
-    if (getcwd(buffer.data(), buffer.size())) return Utf8ToWide(std::string(buffer.data()));
+    if (getcwd(buffer.data(), buffer.size())) return Utf8ToWideLossy(std::string(buffer.data()));
     if (errno != ERANGE) return {};
     buffer.resize(buffer.size() * 2);
   }
@@ -31,7 +34,18 @@ std::u16string WorkingDirectory() {
 
 std::u16string SearchPath() {
   const char* path = std::getenv("PATH");
-  return path ? Utf8ToWide(path) : std::u16string();
+  return path ? Utf8ToWideLossy(path) : std::u16string();
+}
+
+// A path of the environment (executable, library), or nothing where it is
+// not UTF-8.
+template <class Path>
+std::u16string PathOrNothing(Path path) {
+  try {
+    return path();
+  } catch (const std::range_error&) {
+    return {};
+  }
 }
 
 // Upper case of the ASCII letters; the level names and digits are ASCII, so
@@ -96,8 +110,8 @@ void SessionFrame::ApplyTraceFile(BSTR value) {
   SetTraceLevel(TRACE_INFORMATION);
   if (!TraceIsOpen()) return;
   Trace(u"Veltrane version=%s\n", kVeltraneVersion);
-  Trace(u"Executable Path: %s\n", ExecutablePath());
-  Trace(u"DLL Path: %s\n", LibraryPath());
+  Trace(u"Executable Path: %s\n", PathOrNothing(ExecutablePath));
+  Trace(u"DLL Path: %s\n", PathOrNothing(LibraryPath));
   Trace(u"Workdir: %s\n", WorkingDirectory());
   Trace(u"Search Path: %s\n", SearchPath());
 }

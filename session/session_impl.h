@@ -78,7 +78,9 @@ class ISessionImpl : public IDispatchImpl<Derived, Itf> {
   HRESULT STDMETHODCALLTYPE CreateType(IRfcType** pVal) override {
     return Guard("CreateType", [&] { return m_frame.CreateType(pVal); });
   }
-  HRESULT STDMETHODCALLTYPE About() override { return m_frame.About(); }
+  HRESULT STDMETHODCALLTYPE About() override {
+    return Guard("About", [&] { return m_frame.About(); });
+  }
   HRESULT STDMETHODCALLTYPE ImportCall(BSTR ModuleName, VARIANT_BOOL ignoreUnsupportedParams,
                                        IFunctionCall** pVal) override {
     return Guard("ImportCall", [&] {

@@ -850,8 +850,9 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
     if (ElementDepth(buffer.data()) > kMaxResponseDepth)
       throw rapidxml::parse_error("document nested too deeply", buffer.data());
     // The reader takes an element's text from its value, never from data
-    // nodes, so none are made.
-    doc.parse<rapidxml::parse_no_data_nodes>(buffer.data());
+    // nodes, so none are made; it reads names and values by their sizes,
+    // so they are not terminated.
+    doc.parse<rapidxml::parse_no_data_nodes | rapidxml::parse_no_string_terminators>(buffer.data());
   } catch (const rapidxml::parse_error& e) {
     std::string text = std::string("Error parsing response: ") + e.what();
     TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);

@@ -28,8 +28,7 @@ class CSoapSession::SoapCall final : public RunningCall {
       : m_session(session), m_envelope(std::move(envelope)), m_request(std::move(request)) {}
 
   void RunSynchronously() override {
-    m_request->Send(m_envelope, 0);
-    const WinHttpResponse response = m_request->AwaitResponse(kResponseLimit);
+    const WinHttpResponse response = m_request->SendAndAwait(m_envelope, kResponseLimit);
     m_session->HandleResponse(response);  // ends the call and destroys this object
   }
 
@@ -129,8 +128,7 @@ void CSoapSession::RfcPing(int sessionMode) {
   const std::string envelope = SoapRfcXML::BuildEnvelope(call);
   std::unique_ptr<WinHttpRequest> request = m_transport->CreateRequest(call, sessionMode);
   BeginOwnCall(call);
-  request->Send(envelope, 0);
-  const WinHttpResponse response = request->AwaitResponse(kResponseLimit);
+  const WinHttpResponse response = request->SendAndAwait(envelope, kResponseLimit);
   HandleResponse(response);
 }
 

@@ -50,17 +50,14 @@ bool IsFinal(int32_t status) { return status == REQUEST_STATUS_COMPLETE || statu
 
 }  // namespace
 
-// One request as the worker sees it. Lives as long as the client's
-// WinHttpRequest or the worker holds it, whichever is longer, so that the
-// worker never touches freed memory when the client closes and destroys the
-// request during a notification.
+// One request as the driver of the transfers sees it. Lives as long as the
+// client's WinHttpRequest or the engine holds it, whichever is longer, so
+// that the driver never touches freed memory when the client closes and
+// destroys the request during a notification.
 class RequestCore {
  public:
   RequestCore(std::shared_ptr<Engine> engine, uint64_t id) : m_engine(std::move(engine)), m_id(id) {}
-  ~RequestCore() {
-    if (m_easy) curl_easy_cleanup(m_easy);
-    if (m_headers) curl_slist_free_all(m_headers);
-  }
+  ~RequestCore();
 
   // ---- shared state, under m_mutex
   mutable std::mutex m_mutex;
@@ -77,10 +74,11 @@ class RequestCore {
   std::shared_ptr<Engine> m_engine;
   const uint64_t m_id;
   CURL* m_easy = nullptr;  // request handle
+  std::string m_settings;  // the transport-wide settings of m_easy
   curl_slist* m_headers = nullptr;
   std::string m_body;
 
-  // ---- worker only: what libcurl handed over, and the progress of the notifications
+  // ---- driver only: what libcurl handed over, and the progress of the notifications
   std::string m_headStatus;  // status code of the last head seen
   std::string m_headType;    // its Content-Type
   std::string m_lastHeadStatus;
@@ -125,6 +123,10 @@ class RequestCore {
 
 // The session handle: the multi handle with its connection cache, the
 // cookie store shared by the transport's requests, and the worker thread.
+// One thread at a time runs the transfers (the driver): the worker while
+// requests are handed over to it, or a client's thread that waits for its
+// own request while nothing else runs (Claim, Drive). Handing over passes
+// through m_mutex.
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
   Engine() {
@@ -139,11 +141,53 @@ class Engine : public std::enable_shared_from_this<Engine> {
     }
   }
   ~Engine() {
+    for (const IdleHandle& idle : m_idle) curl_easy_cleanup(idle.easy);
     if (m_multi) curl_multi_cleanup(m_multi);
     if (m_share) curl_share_cleanup(m_share);
   }
 
   bool Valid() const { return m_multi && m_share; }
+
+  // Request handles are kept for the next requests of the transport, as a
+  // client of libcurl keeps its one handle: a fresh handle costs libcurl
+  // several microseconds of setting up in every exchange. A kept handle is
+  // not reset (a reset loses the cookie engine's list without freeing it);
+  // the next request sets every option of its own anew, and a handle is
+  // taken again only for the same transport-wide settings (TLS, proxy),
+  // whose options have no value that restores their default.
+  CURL* TakeHandle(const std::string& settings, bool& fresh) {
+    {
+      std::lock_guard<std::mutex> lock(m_idleMutex);
+      for (auto it = m_idle.begin(); it != m_idle.end(); ++it) {
+        if (it->settings != settings) continue;
+        CURL* easy = it->easy;
+        m_idle.erase(it);
+        fresh = false;
+        return easy;
+      }
+    }
+    fresh = true;
+    return curl_easy_init();
+  }
+  // Takes back the handle of a request that is over; settings is empty
+  // for a handle whose setting up failed.
+  void GiveBack(CURL* easy, std::string settings) {
+    // Nothing of the request stays behind in the handle.
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, nullptr);
+    curl_easy_setopt(easy, CURLOPT_HEADERDATA, nullptr);
+    curl_easy_setopt(easy, CURLOPT_WRITEDATA, nullptr);
+    curl_easy_setopt(easy, CURLOPT_HTTPHEADER, nullptr);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDS, nullptr);
+    curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(-1));
+    if (!settings.empty()) {
+      std::lock_guard<std::mutex> lock(m_idleMutex);
+      if (m_idle.size() < kIdleHandles) {
+        m_idle.push_back({easy, std::move(settings)});
+        return;
+      }
+    }
+    curl_easy_cleanup(easy);
+  }
   CURLSH* Share() const { return m_share; }
   uint64_t NextId() { return ++m_lastId; }
 
@@ -153,42 +197,94 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   bool OnWorker() const { return std::this_thread::get_id() == m_workerId.load(); }
+  // True on the thread that runs the transfers at this moment: the worker,
+  // or a client's thread that drives its own exchange (Drive).
+  bool OnDriver() const { return std::this_thread::get_id() == m_driverId.load(); }
 
   void Post(std::shared_ptr<RequestCore> core, bool add) {
+    bool polling = false;
     {
-      std::lock_guard<std::mutex> lock(m_commandMutex);
+      std::lock_guard<std::mutex> lock(m_mutex);
       if (m_stopping) {
         if (add) throw CXWinHTTPError(ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
         return;
       }
       m_commands.push_back({std::move(core), add});
+      polling = Driven() && !OnDriver();
     }
-    curl_multi_wakeup(m_multi);
+    // A driver waits in curl_multi_poll, an idle worker on m_wake.
+    if (polling) curl_multi_wakeup(m_multi);
+    m_wake.notify_one();
   }
 
-  // Stops the worker. On the worker itself (a handler that closes the
-  // transport) the thread is let go and ends after the handler returns.
-  void Shutdown() {
+  // Wakes the driver so that it looks again whether the worker is wanted.
+  void Nudge() {
+    bool polling = false;
     {
-      std::lock_guard<std::mutex> lock(m_commandMutex);
+      std::lock_guard<std::mutex> lock(m_mutex);
+      polling = Driven() && !OnDriver();
+    }
+    if (polling) curl_multi_wakeup(m_multi);
+  }
+
+  // Stops the transfers; requests still running end as cancelled. On the
+  // thread that drives them (a handler that closes the transport) the worker
+  // is let go and ends after the handler returns.
+  void Shutdown() {
+    bool polling = false;
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
       if (m_stopping) return;
       m_stopping = true;
+      polling = Driven();
     }
-    curl_multi_wakeup(m_multi);
+    if (polling) curl_multi_wakeup(m_multi);
+    m_wake.notify_all();
     if (!m_thread.joinable()) return;
-    if (OnWorker())
+    if (OnWorker() || OnDriver())
       m_thread.detach();
     else
       m_thread.join();
   }
 
+  // Lets the calling thread run the transfers itself, for core's exchange,
+  // when nothing else runs: no request attached or handed over, no driver,
+  // and no callback on core (a request with a callback is the worker's).
+  bool Claim(RequestCore& core) {
+    {
+      std::lock_guard<std::mutex> lock(core.m_mutex);
+      if (core.m_callback) return false;
+    }
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_stopping || Driven() || m_busy || !m_commands.empty()) return false;
+    m_driverId = std::this_thread::get_id();
+    return true;
+  }
+
+  // Runs core's exchange on the thread that claimed the transfers, until it
+  // is final or the deadline has passed, or until the worker is wanted:
+  // another request was handed over, core got a callback, or the transport
+  // closes. Then lets the transfers go; a request not yet final goes on on
+  // the worker.
+  void Drive(const std::shared_ptr<RequestCore>& core, std::chrono::steady_clock::time_point deadline) {
+    Attach(core);
+    for (;;) {
+      for (const auto& ready : Transfer()) Pump(ready);
+      if (IsFinal(core->Status()) || WorkerWanted(*core)) break;
+      const auto left = deadline - std::chrono::steady_clock::now();
+      if (left <= std::chrono::steady_clock::duration::zero()) break;
+      const auto ms = std::chrono::ceil<std::chrono::milliseconds>(left).count();
+      curl_multi_poll(m_multi, nullptr, 0, static_cast<int>(std::min<long long>(ms, 500)), nullptr);
+    }
+    Release();
+  }
+
   // Drives the transfers from a notification handler until core is final
-  // or the deadline has passed: a handler on the worker may wait for a
-  // request of its own.
+  // or the deadline has passed: a handler may wait for a request of its own.
   void RunNested(const std::shared_ptr<RequestCore>& core, std::chrono::steady_clock::time_point deadline) {
     while (!IsFinal(core->Status()) && std::chrono::steady_clock::now() < deadline && !Stopping()) {
       auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      RunOnce(static_cast<int>(std::clamp<long long>(left.count(), 0, 100)));
+      RunOnce(static_cast<int>(std::clamp<long long>(left.count(), 0, 100)), core.get());
     }
   }
 
@@ -223,20 +319,57 @@ class Engine : public std::enable_shared_from_this<Engine> {
     static_cast<Engine*>(self)->m_shareLocks[static_cast<size_t>(data) % kLockCount].unlock();
   }
 
+  // Under m_mutex.
+  bool Driven() const { return m_driverId.load() != std::thread::id(); }
+
   bool Stopping() {
-    std::lock_guard<std::mutex> lock(m_commandMutex);
+    std::lock_guard<std::mutex> lock(m_mutex);
     return m_stopping;
   }
 
+  bool WorkerWanted(RequestCore& core) {
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      if (m_stopping || !m_commands.empty()) return true;
+    }
+    std::lock_guard<std::mutex> lock(core.m_mutex);
+    return core.m_callback != nullptr;
+  }
+
+  // Ends a driver's turn; the worker takes over what is left.
+  void Release() {
+    bool work = false;
+    {
+      std::lock_guard<std::mutex> lock(m_mutex);
+      m_driverId = std::thread::id();
+      m_busy = !m_attached.empty() || !m_failed.empty();
+      work = m_busy || m_stopping || !m_commands.empty();
+    }
+    if (work) m_wake.notify_one();
+  }
+
+  // The worker runs the transfers whenever there are any and no client's
+  // thread drives them; in between it sleeps on m_wake, not in libcurl.
   void Run() {
     m_workerId = std::this_thread::get_id();
-    while (!Stopping()) RunOnce(1000);
+    std::unique_lock<std::mutex> lock(m_mutex);
+    for (;;) {
+      m_wake.wait(lock, [&] { return !Driven() && (m_stopping || m_busy || !m_commands.empty()); });
+      m_driverId = m_workerId.load();
+      if (m_stopping) break;
+      lock.unlock();
+      RunOnce(1000);
+      lock.lock();
+      m_driverId = std::thread::id();
+      m_busy = !m_attached.empty() || !m_failed.empty();
+    }
+    lock.unlock();
     // Requests still running end as cancelled.
     TakeCommands();
     for (auto& [id, core] : m_attached) {
       curl_multi_remove_handle(m_multi, core->m_easy);
       core->m_attached = false;
-      std::lock_guard<std::mutex> lock(core->m_mutex);
+      std::lock_guard<std::mutex> coreLock(core->m_mutex);
       if (!IsFinal(core->m_status)) {
         core->m_error = ERROR_WINHTTP_OPERATION_CANCELLED;
         core->m_status = REQUEST_STATUS_FAILED;
@@ -246,25 +379,30 @@ class Engine : public std::enable_shared_from_this<Engine> {
     m_attached.clear();
   }
 
+  void Attach(const std::shared_ptr<RequestCore>& c) {
+    RequestCore& core = *c;
+    if (core.m_attached || core.Status() == REQUEST_STATUS_FAILED) return;
+    if (curl_multi_add_handle(m_multi, core.m_easy) != CURLM_OK) {
+      core.StoreError(ERROR_WINHTTP_INTERNAL_ERROR);
+      core.m_done = true;
+      core.m_result = CURLE_FAILED_INIT;
+      m_failed.push_back(c);
+      return;
+    }
+    core.m_attached = true;
+    m_attached[core.m_id] = c;
+  }
+
   void TakeCommands() {
     std::vector<Command> commands;
     {
-      std::lock_guard<std::mutex> lock(m_commandMutex);
+      std::lock_guard<std::mutex> lock(m_mutex);
       commands.swap(m_commands);
     }
     for (Command& c : commands) {
       RequestCore& core = *c.core;
       if (c.add) {
-        if (core.m_attached || core.Status() == REQUEST_STATUS_FAILED) continue;
-        if (curl_multi_add_handle(m_multi, core.m_easy) != CURLM_OK) {
-          core.StoreError(ERROR_WINHTTP_INTERNAL_ERROR);
-          core.m_done = true;
-          core.m_result = CURLE_FAILED_INIT;
-          m_failed.push_back(c.core);
-          continue;
-        }
-        core.m_attached = true;
-        m_attached[core.m_id] = c.core;
+        Attach(c.core);
       } else if (core.m_attached) {
         curl_multi_remove_handle(m_multi, core.m_easy);
         core.m_attached = false;
@@ -273,8 +411,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
     }
   }
 
-  void RunOnce(int pollMs) {
-    TakeCommands();
+  // Lets libcurl move the transfers on; returns the requests that have
+  // something to deliver or may have.
+  std::vector<std::shared_ptr<RequestCore>> Transfer() {
     int running = 0;
     curl_multi_perform(m_multi, &running);
     std::vector<std::shared_ptr<RequestCore>> ready;
@@ -297,22 +436,15 @@ class Engine : public std::enable_shared_from_this<Engine> {
       m_attached.erase(it);
     }
     for (auto& [id, core] : m_attached) ready.push_back(core);
-    bool finished = false;
-    for (auto& core : ready) {
-      Pump(core);
-      finished |= core->m_finalDelivered;
-    }
-    // A client that waited for an answer often sends the next request at
-    // once: look for it a little before going to sleep.
-    if (finished && m_attached.empty()) {
-      for (int i = 0; i < kWorkerSpinRounds; ++i) {
-        {
-          std::lock_guard<std::mutex> lock(m_commandMutex);
-          if (!m_commands.empty() || m_stopping) return;
-        }
-        std::this_thread::yield();
-      }
-    }
+    return ready;
+  }
+
+  // One pass over the transfers, then a wait for more, unless until (a
+  // request waited for) has become final.
+  void RunOnce(int pollMs, RequestCore* until = nullptr) {
+    TakeCommands();
+    for (const auto& core : Transfer()) Pump(core);
+    if (until && IsFinal(until->Status())) return;
     if (!Stopping()) curl_multi_poll(m_multi, nullptr, 0, pollMs, nullptr);
   }
 
@@ -381,7 +513,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   static constexpr size_t kLockCount = 8;
-  static constexpr int kWorkerSpinRounds = 200;
+  static constexpr size_t kIdleHandles = 4;
 
   CURLM* m_multi = nullptr;
   CURLSH* m_share = nullptr;
@@ -390,13 +522,29 @@ class Engine : public std::enable_shared_from_this<Engine> {
   std::atomic<std::thread::id> m_workerId{};
   std::atomic<uint64_t> m_lastId{0};
 
-  std::mutex m_commandMutex;
+  struct IdleHandle {
+    CURL* easy;
+    std::string settings;
+  };
+  std::mutex m_idleMutex;
+  std::vector<IdleHandle> m_idle;  // handles of requests that are over
+
+  std::atomic<std::thread::id> m_driverId{};  // the thread that runs the transfers; none between turns
+
+  std::mutex m_mutex;
+  std::condition_variable m_wake;  // the idle worker sleeps here
   std::vector<Command> m_commands;
   bool m_stopping = false;
+  bool m_busy = false;  // requests attached, as the last driver left them
 
-  std::map<uint64_t, std::shared_ptr<RequestCore>> m_attached;  // worker only
-  std::vector<std::shared_ptr<RequestCore>> m_failed;           // worker only
+  std::map<uint64_t, std::shared_ptr<RequestCore>> m_attached;  // driver only
+  std::vector<std::shared_ptr<RequestCore>> m_failed;           // driver only
 };
+
+RequestCore::~RequestCore() {
+  if (m_easy) m_engine->GiveBack(m_easy, std::move(m_settings));
+  if (m_headers) curl_slist_free_all(m_headers);
+}
 
 void RequestCore::UpdateStatus(int32_t status) {
   TRACE_LOG(TRACE_INFORMATION, (boost::format("WinHttpResponse::UpdateStatus: got status %1%") % status));
@@ -559,7 +707,7 @@ WinHttpRequest::~WinHttpRequest() {
   m_core->m_owner = nullptr;
 }
 
-void WinHttpRequest::Send(std::string_view body, uint32_t totalLength) {
+void WinHttpRequest::Prepare(std::string_view body, uint32_t totalLength) {
   RequestCore& r = *m_core;
   {
     std::lock_guard<std::mutex> lock(r.m_mutex);
@@ -570,40 +718,70 @@ void WinHttpRequest::Send(std::string_view body, uint32_t totalLength) {
   curl_easy_setopt(r.m_easy, CURLOPT_POSTFIELDSIZE_LARGE,
                    static_cast<curl_off_t>(body.empty() ? totalLength : body.size()));
   curl_easy_setopt(r.m_easy, CURLOPT_POSTFIELDS, r.m_body.c_str());
-  r.m_engine->Post(m_core, true);
+}
+
+void WinHttpRequest::Send(std::string_view body, uint32_t totalLength) {
+  Prepare(body, totalLength);
+  m_core->m_engine->Post(m_core, true);
+}
+
+WinHttpResponse WinHttpRequest::SendAndAwait(std::string_view body, long limitMs) {
+  Engine& engine = *m_core->m_engine;
+  Prepare(body, 0);
+  if (limitMs <= 0 || engine.OnDriver() || !engine.Claim(*m_core)) {
+    engine.Post(m_core, true);
+    return AwaitResponse(limitMs);
+  }
+  TRACE_LOG(TRACE_INFORMATION, "WinHttpRequest::AwaitResponse");
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+  engine.Drive(m_core, deadline);
+  // The worker has the rest when it was wanted before the end.
+  WaitFinal(deadline);
+  return Finish();
 }
 
 void WinHttpRequest::SetCallback(WinHttpStatusCallback callback, void* context) {
-  std::lock_guard<std::mutex> lock(m_core->m_mutex);
-  if (m_core->m_closed) return;
-  m_core->m_callback = callback;
-  m_core->m_context = context;
+  {
+    std::lock_guard<std::mutex> lock(m_core->m_mutex);
+    if (m_core->m_closed) return;
+    m_core->m_callback = callback;
+    m_core->m_context = context;
+  }
+  // A client's thread that drives this request hands it to the worker.
+  if (callback) m_core->m_engine->Nudge();
 }
 
 WinHttpResponse WinHttpRequest::AwaitResponse(long limitMs) {
   TRACE_LOG(TRACE_INFORMATION, "WinHttpRequest::AwaitResponse");
-  RequestCore& r = *m_core;
   if (limitMs > 0) {
-    using clock = std::chrono::steady_clock;
-    const auto deadline = clock::now() + std::chrono::milliseconds(limitMs);
-    if (r.m_engine->OnWorker()) {
-      r.m_engine->RunNested(m_core, deadline);
-    } else {
-      std::unique_lock<std::mutex> lock(r.m_mutex);
-      // A short answer over a fast line is often there within a few dozen
-      // microseconds: look again a little before going to sleep.
-      for (int i = 0; i < kSpinRounds && !IsFinalStatus(r.m_status); ++i) {
-        lock.unlock();
-        std::this_thread::yield();
-        lock.lock();
-      }
-      while (!IsFinalStatus(r.m_status)) {
-        const auto now = clock::now();
-        if (now >= deadline) break;
-        r.m_changed.wait_until(lock, std::min(deadline, now + std::chrono::milliseconds(500)));
-      }
-    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    if (m_core->m_engine->OnDriver())
+      m_core->m_engine->RunNested(m_core, deadline);
+    else
+      WaitFinal(deadline);
   }
+  return Finish();
+}
+
+void WinHttpRequest::WaitFinal(std::chrono::steady_clock::time_point deadline) {
+  RequestCore& r = *m_core;
+  std::unique_lock<std::mutex> lock(r.m_mutex);
+  // A short answer over a fast line is often there within a few dozen
+  // microseconds: look again a little before going to sleep.
+  for (int i = 0; i < kSpinRounds && !IsFinalStatus(r.m_status); ++i) {
+    lock.unlock();
+    std::this_thread::yield();
+    lock.lock();
+  }
+  while (!IsFinalStatus(r.m_status)) {
+    const auto now = std::chrono::steady_clock::now();
+    if (now >= deadline) break;
+    r.m_changed.wait_until(lock, std::min(deadline, now + std::chrono::milliseconds(500)));
+  }
+}
+
+WinHttpResponse WinHttpRequest::Finish() {
+  RequestCore& r = *m_core;
   Close();
   int32_t status;
   DWORD error;
@@ -625,8 +803,8 @@ void WinHttpRequest::Close() {
     r.m_callback = nullptr;
     r.m_context = nullptr;
     r.m_closed = true;
-    // A notification running on the worker ends before the request counts as closed.
-    if (!r.m_engine->OnWorker()) r.m_changed.wait(lock, [&] { return !r.m_inNotify; });
+    // A notification running on the driver ends before the request counts as closed.
+    if (!r.m_engine->OnDriver()) r.m_changed.wait(lock, [&] { return !r.m_inNotify; });
     // Never handed over, or complete and already taken off by the worker.
     if (r.m_status == REQUEST_STATUS_INITIAL || r.m_status == REQUEST_STATUS_COMPLETE) return;
   }
@@ -714,38 +892,48 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
 
   auto core = std::make_shared<RequestCore>(m_session, m_session->NextId());
   std::unique_ptr<WinHttpRequest> request(new WinHttpRequest(core, Utf8ToWide(path)));
-  CURL* easy = curl_easy_init();
+  // The options every request of the transport shares, set on a fresh handle.
+  std::string settings = m_tls ? "https " + m_caFile : std::string("http");
+  if (!m_proxy.empty()) settings += (m_proxyPortGiven ? " proxy " : " proxy:80 ") + m_proxy;
+  bool fresh = false;
+  CURL* easy = m_session->TakeHandle(settings, fresh);
   if (!easy) throw CXWinHTTPError(ERROR_WINHTTP_OUT_OF_HANDLES);
   core->m_easy = easy;
+  bool ok = true;
+  if (fresh) {
+    ok &= curl_easy_setopt(easy, CURLOPT_POST, 1L) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1)) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_USERAGENT, "Veltrane") == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &RequestCore::OnHeader) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &RequestCore::OnBody) == CURLE_OK;
+    // WinHTTP's default limits: 60 seconds to connect, 30 seconds without data.
+    ok &= curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 60000L) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L) == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 30L) == CURLE_OK;
+    // Session cookies live in the transport's store and go out with every request.
+    ok &= curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "") == CURLE_OK;
+    ok &= curl_easy_setopt(easy, CURLOPT_SHARE, m_session->Share()) == CURLE_OK;
+    if (m_tls) {
+      ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L) == CURLE_OK;
+      ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L) == CURLE_OK;
+      if (!m_caFile.empty()) ok &= curl_easy_setopt(easy, CURLOPT_CAINFO, m_caFile.c_str()) == CURLE_OK;
+    }
+    if (!m_proxy.empty()) {
+      ok &= curl_easy_setopt(easy, CURLOPT_PROXY, ("http://" + m_proxy).c_str()) == CURLE_OK;
+      if (!m_proxyPortGiven) ok &= curl_easy_setopt(easy, CURLOPT_PROXYPORT, 80L) == CURLE_OK;
+      ok &= curl_easy_setopt(easy, CURLOPT_NOPROXY, "") == CURLE_OK;
+    }
+    if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_INVALID_OPTION);
+  }
+  core->m_settings = std::move(settings);
 
+  // The options of this request.
   const std::string url = m_connection + path;
-  bool ok = curl_easy_setopt(easy, CURLOPT_URL, url.c_str()) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_POST, 1L) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1)) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_USERAGENT, "Veltrane") == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_URL, url.c_str()) == CURLE_OK;
   ok &= curl_easy_setopt(easy, CURLOPT_PRIVATE, core.get()) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &RequestCore::OnHeader) == CURLE_OK;
   ok &= curl_easy_setopt(easy, CURLOPT_HEADERDATA, core.get()) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &RequestCore::OnBody) == CURLE_OK;
   ok &= curl_easy_setopt(easy, CURLOPT_WRITEDATA, core.get()) == CURLE_OK;
-  // WinHTTP's default limits: 60 seconds to connect, 30 seconds without data.
-  ok &= curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, 60000L) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_LOW_SPEED_LIMIT, 1L) == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_LOW_SPEED_TIME, 30L) == CURLE_OK;
-  // Session cookies live in the transport's store and go out with every request.
-  ok &= curl_easy_setopt(easy, CURLOPT_COOKIEFILE, "") == CURLE_OK;
-  ok &= curl_easy_setopt(easy, CURLOPT_SHARE, m_session->Share()) == CURLE_OK;
-  if (m_tls) {
-    ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L) == CURLE_OK;
-    if (!m_caFile.empty()) ok &= curl_easy_setopt(easy, CURLOPT_CAINFO, m_caFile.c_str()) == CURLE_OK;
-  }
-  if (!m_proxy.empty()) {
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXY, ("http://" + m_proxy).c_str()) == CURLE_OK;
-    if (!m_proxyPortGiven) ok &= curl_easy_setopt(easy, CURLOPT_PROXYPORT, 80L) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_NOPROXY, "") == CURLE_OK;
-  }
   if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_INVALID_OPTION);
 
   CComBSTR user, password, proxyUser, proxyPassword, ticket;
@@ -754,17 +942,18 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   ThrowIfFailed(m_systemData->get_ProxyUser(&proxyUser));
   ThrowIfFailed(m_systemData->get_ProxyPassword(&proxyPassword));
   ThrowIfFailed(m_logonData->get_SSO2Ticket(&ticket));
-  if (user.Length() > 0) {
-    // Basic credentials go out with the first request, without waiting for a challenge.
-    ok &= curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_USERNAME, veltrane::winhttp::BstrUtf8(user).c_str()) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PASSWORD, veltrane::winhttp::BstrUtf8(password).c_str()) == CURLE_OK;
-  }
-  if (proxyUser.Length() > 0) {
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, veltrane::winhttp::BstrUtf8(proxyUser).c_str()) == CURLE_OK;
-    ok &= curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, veltrane::winhttp::BstrUtf8(proxyPassword).c_str()) == CURLE_OK;
-  }
+  // Basic credentials go out with the first request, without waiting for a
+  // challenge. Null restores what a kept handle had of an earlier request.
+  const bool withUser = user.Length() > 0, withProxyUser = proxyUser.Length() > 0;
+  const std::string userText = veltrane::winhttp::BstrUtf8(user), passwordText = veltrane::winhttp::BstrUtf8(password);
+  const std::string proxyUserText = veltrane::winhttp::BstrUtf8(proxyUser);
+  const std::string proxyPasswordText = veltrane::winhttp::BstrUtf8(proxyPassword);
+  ok &= curl_easy_setopt(easy, CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_USERNAME, withUser ? userText.c_str() : nullptr) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_PASSWORD, withUser ? passwordText.c_str() : nullptr) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_BASIC)) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_PROXYUSERNAME, withProxyUser ? proxyUserText.c_str() : nullptr) == CURLE_OK;
+  ok &= curl_easy_setopt(easy, CURLOPT_PROXYPASSWORD, withProxyUser ? proxyPasswordText.c_str() : nullptr) == CURLE_OK;
   if (!ok) throw CXWinHTTPError(ERROR_WINHTTP_LOGIN_FAILURE);
 
   const std::string action =
@@ -779,12 +968,10 @@ std::unique_ptr<WinHttpRequest> WinHttpTransport::CreateRequest(IFunctionCall* c
   }
   if (curl_easy_setopt(easy, CURLOPT_HTTPHEADER, core->m_headers) != CURLE_OK)
     throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
-  if (ticket.Length() > 0) {
-    // The ticket joins the transport's cookies in the one Cookie header.
-    const std::string cookie = "MYSAPSSO2=" + veltrane::winhttp::BstrUtf8(ticket);
-    if (curl_easy_setopt(easy, CURLOPT_COOKIE, cookie.c_str()) != CURLE_OK)
-      throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
-  }
+  // The ticket joins the transport's cookies in the one Cookie header.
+  const std::string cookie = ticket.Length() > 0 ? "MYSAPSSO2=" + veltrane::winhttp::BstrUtf8(ticket) : std::string();
+  if (curl_easy_setopt(easy, CURLOPT_COOKIE, cookie.empty() ? nullptr : cookie.c_str()) != CURLE_OK)
+    throw CXWinHTTPError(ERROR_WINHTTP_INVALID_HEADER);
   return request;
 }
 

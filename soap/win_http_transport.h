@@ -3,15 +3,20 @@
 // asynchronously on libcurl's multi interface, driven by one worker thread
 // per transport (the counterpart of WinHTTP's asynchronous mode): the
 // worker delivers the notifications of a request one at a time, and its
-// status moves through the numbers below.
+// status moves through the numbers below. A thread that sends and then
+// waits (SendAndAwait) runs the exchange itself while no other request of
+// the transport is under way, with the same notifications, and so costs no
+// hand-off between threads.
 //
 //   WinHttpTransport t(systemData, logonData);
 //   t.Connect();
 //   std::unique_ptr<WinHttpRequest> r = t.CreateRequest(call, 0);
 //   r->Send(envelope, 0);
 //   WinHttpResponse answer = r->AwaitResponse(30000);
+//   // or, waiting at once: r->SendAndAwait(envelope, 30000)
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -73,6 +78,14 @@ class WinHttpRequest {
   // used only for an empty body. Throws CXWinHTTPError when refused.
   void Send(std::string_view body, uint32_t totalLength);
 
+  // Send(body, 0) followed by AwaitResponse(limitMs), with the same status
+  // changes, notifications, traces and outcomes. While no other request of
+  // the transport is under way and no callback is set, the calling thread
+  // runs the exchange itself instead of handing it to the worker; as soon
+  // as another request is handed over, a callback is set or the transport
+  // closes, the worker takes the exchange on and this thread waits for it.
+  WinHttpResponse SendAndAwait(std::string_view body, long limitMs);
+
   // Takes effect on the next status change; a change already made is not
   // repeated. Null removes the callback.
   void SetCallback(WinHttpStatusCallback callback, void* context);
@@ -94,6 +107,11 @@ class WinHttpRequest {
  private:
   friend class WinHttpTransport;
   WinHttpRequest(std::shared_ptr<veltrane::winhttp::RequestCore> core, std::u16string path);
+  // Send's checks, status 1 and the body; the hand-over is the caller's.
+  void Prepare(std::string_view body, uint32_t totalLength);
+  void WaitFinal(std::chrono::steady_clock::time_point deadline);
+  // Closes the request and gives its outcome.
+  WinHttpResponse Finish();
 
   std::shared_ptr<veltrane::winhttp::RequestCore> m_core;
   std::u16string m_path;

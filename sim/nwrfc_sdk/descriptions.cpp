@@ -1,6 +1,7 @@
 #include "nwrfc_sdk/descriptions.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "nwrfc_sdk/text.h"
@@ -45,6 +46,17 @@ bool supported(RFCTYPE t) {
 
 namespace {
 
+// The longest record this library lays out: a length beyond it (an unset
+// length of -1 given as it stands) is refused rather than allocated.
+constexpr std::uint64_t kMaxRecordLength = 1u << 24;
+
+void checkRecordLength(std::uint64_t length, const std::string& owner) {
+  if (length > kMaxRecordLength)
+    fail(RFC_INVALID_PARAMETER, "The " + owner + " has a length of " + std::to_string(length) +
+                                    " bytes; records of at most " + std::to_string(kMaxRecordLength) +
+                                    " bytes can be laid out");
+}
+
 unsigned naturalLength(RFCTYPE t) {
   switch (t) {
     case RFCTYPE_FLOAT:
@@ -79,7 +91,7 @@ void completeSlot(Slot& s, unsigned recordSize, const std::string& owner) {
   s.chars = chars ? s.length / 2 : s.length;
   if (s.type == RFCTYPE_DATE && s.chars < 8) fail(RFC_INVALID_PARAMETER, "Date field " + s.utf8Name + " is too short");
   if (s.type == RFCTYPE_TIME && s.chars < 6) fail(RFC_INVALID_PARAMETER, "Time field " + s.utf8Name + " is too short");
-  if (s.offset + s.length > recordSize)
+  if (static_cast<std::uint64_t>(s.offset) + s.length > recordSize)
     fail(RFC_INVALID_PARAMETER, "Field " + s.utf8Name + " (offset " + std::to_string(s.offset) + ", length " +
                                     std::to_string(s.length) + ") exceeds the length " + std::to_string(recordSize) +
                                     " of " + owner);
@@ -159,6 +171,7 @@ const Layout& TypeDescription::layout() {
   const std::string owner = "type " + toUtf8(name_);
   if (!lengthSet_ && !fields_.empty())
     fail(RFC_ILLEGAL_STATE, "Type description " + toUtf8(name_) + " has no length: call RfcSetTypeLength first");
+  checkRecordLength(ucLength_, owner);
   Layout l;
   l.size = ucLength_;
   for (size_t i = 0; i < fields_.size(); ++i) {
@@ -220,7 +233,7 @@ const Layout& FunctionDescription::layout() {
   std::lock_guard lock(mutex_);
   if (locked_) return layout_;
   Layout l;
-  unsigned offset = 0;
+  std::uint64_t offset = 0;
   std::vector<Slot> slots;
   for (size_t i = 0; i < params_.size(); ++i) {
     const RFC_PARAMETER_DESC& p = params_[i];
@@ -238,11 +251,12 @@ const Layout& FunctionDescription::layout() {
     if (p.type == RFCTYPE_STRUCTURE && s.sub) s.length = s.sub->layout().size;
     if (naturalLength(p.type)) s.length = std::max(s.length, naturalLength(p.type));
     if ((p.type == RFCTYPE_BCD || p.type == RFCTYPE_BYTE) && s.length == 0) s.length = p.nucLength;
-    s.offset = offset;
+    s.offset = static_cast<unsigned>(offset);
     offset = (offset + s.length + 7) / 8 * 8;
+    checkRecordLength(offset, "function " + toUtf8(name_));
     slots.push_back(std::move(s));
   }
-  l.size = offset;
+  l.size = static_cast<unsigned>(offset);
   for (Slot& s : slots) completeSlot(s, l.size, "function " + toUtf8(name_));
   l.slots = std::move(slots);
   l.finish();

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "engine/convert.h"
+#include "rfc/program_values.h"
 #include "rfc/rfc_service.h"
 #include "rfc_protocol/frame.h"
 #include "rfc_protocol/messages.h"
@@ -206,6 +207,14 @@ ProgramResult RfcGateway::call(const ProgramCall& call) {
   } catch (const std::invalid_argument& e) {
     throw SystemFailure("CALL_FUNCTION_PARM_UNKNOWN", e.what());
   }
+  // The function's interface in the dictionary, when it has one, scales the packed numbers.
+  const FunctionPtr function = system_.functions().find(call.function);
+  if (function) packedForProgram(params, *function);
+  auto answerValues = [&function](proto::Reader& r) {
+    proto::NamedValues values = proto::readValues(r);
+    if (function) packedFromProgram(values, *function);
+    return valuesToJson(values);
+  };
   const auto timeout = std::chrono::milliseconds(call.timeoutMs);
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   std::shared_ptr<ProgramLink> link = acquire(call.programId, deadline);
@@ -246,13 +255,13 @@ ProgramResult RfcGateway::call(const ProgramCall& call) {
     const auto kind = static_cast<MessageKind>(r.u8());
     if (kind == MessageKind::CallResult) {
       result.executedBefore = proto::readCallResultHead(r);
-      result.resultJson = valuesToJson(proto::readValues(r));
+      result.resultJson = answerValues(r);
       r.expectEnd();
     } else if (kind == MessageKind::CallException) {
       const proto::ErrorInfo e = proto::readError(r);
       result.exception = e.key;
       result.exceptionText = e.message;
-      result.resultJson = valuesToJson(proto::readValues(r));
+      result.resultJson = answerValues(r);
       r.expectEnd();
     } else if (kind == MessageKind::CallFailure) {
       const proto::ErrorInfo e = proto::readError(r);

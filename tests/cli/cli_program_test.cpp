@@ -505,3 +505,72 @@ TEST_F(CliProgram, ReadTableIntoAnSqliteDatabase) {
   EXPECT_EQ(again.status, 1);
   EXPECT_NE(again.err.find("cannot create table SFLIGHT in the database " + db), std::string::npos) << again.err;
 }
+
+// Packed amounts read back from the database as the numbers they are.
+TEST_F(CliProgram, ReadTableKeepsPackedAmountsInSqlite) {
+  const std::string db = (dir_ / "prices.db").string();
+  EXPECT_OK(veltrane({"read-table", "SFLIGHT", "--fields", "PRICE", "--max", "40", "--sqlite", db}));
+  const Json rows = json(veltrane({"read-table", "SFLIGHT", "--fields", "PRICE", "--max", "40"}))["rows"];
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &handle), SQLITE_OK);
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(handle, "SELECT PRICE, typeof(PRICE) FROM SFLIGHT ORDER BY rowid", -1, &stmt, nullptr),
+            SQLITE_OK);
+  size_t n = 0;
+  while (sqlite3_step(stmt) == SQLITE_ROW) {
+    ASSERT_LT(n, rows.size());
+    const std::string type = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1));
+    EXPECT_TRUE(type == "real" || type == "integer") << type;
+    EXPECT_EQ(sqlite3_column_double(stmt, 0), std::stod(rows[n]["PRICE"].get<std::string>())) << n;
+    ++n;
+  }
+  sqlite3_finalize(stmt);
+  sqlite3_close(handle);
+  EXPECT_EQ(n, 40u);
+}
+
+// A selection without rows still writes a whole output in every format.
+TEST_F(CliProgram, ReadTableWithoutRowsWritesAWholeOutput) {
+  const std::vector<std::string> none{"read-table", "SCARR", "--fields", "CARRID,CARRNAME", "--where", "CARRID = 'XX'"};
+  auto with = [&](std::vector<std::string> extra) {
+    std::vector<std::string> args = none;
+    args.insert(args.end(), extra.begin(), extra.end());
+    return veltrane(args);
+  };
+  RunResult csv = with({"--format", "csv"});
+  EXPECT_OK(csv);
+  EXPECT_EQ(csv.out, "CARRID,CARRNAME\n");
+  RunResult lines = with({"--format", "jsonl"});
+  EXPECT_OK(lines);
+  EXPECT_EQ(lines.out, "");
+  RunResult document = with({});
+  EXPECT_OK(document);
+  EXPECT_EQ(json(document)["rows"], Json::array());
+  EXPECT_EQ(json(document)["fields"], Json::array({"CARRID", "CARRNAME"}));
+
+  const std::string db = (dir_ / "empty.db").string();
+  RunResult database = with({"--sqlite", db});
+  EXPECT_OK(database);
+  EXPECT_EQ(json(database)["rows"], 0);
+  sqlite3* handle = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &handle), SQLITE_OK);
+  sqlite3_stmt* stmt = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(handle, "SELECT count(*) FROM SCARR", -1, &stmt, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(stmt), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int64(stmt, 0), 0);
+  sqlite3_finalize(stmt);
+  sqlite3_close(handle);
+}
+
+TEST_F(CliProgram, ReadTableRefusesABadDatabase) {
+  RunResult unnamed = veltrane({"read-table", "SCARR", "--sqlite", ""});
+  EXPECT_EQ(unnamed.status, 2);
+  EXPECT_NE(unnamed.err.find("option --sqlite needs a file name"), std::string::npos) << unnamed.err;
+  RunResult directory = veltrane({"read-table", "SCARR", "--sqlite", dir_.string()});
+  EXPECT_EQ(directory.status, 1);
+  EXPECT_NE(directory.err.find("cannot open the database " + dir_.string()), std::string::npos) << directory.err;
+  RunResult missing = veltrane({"read-table", "SCARR", "--sqlite", (dir_ / "no" / "such.db").string()});
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_NE(missing.err.find("cannot open the database"), std::string::npos) << missing.err;
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "no"));
+}

@@ -139,14 +139,80 @@ TEST(TableOutput, AnUnknownFormatIsAUsageError) {
 }
 
 TEST(TableOutput, ColumnTypesComeFromTheDictionary) {
-  EXPECT_STREQ(sqliteColumnType("I"), "INTEGER");
-  EXPECT_STREQ(sqliteColumnType("b"), "INTEGER");
-  EXPECT_STREQ(sqliteColumnType("s"), "INTEGER");
-  EXPECT_STREQ(sqliteColumnType("F"), "REAL");
-  EXPECT_STREQ(sqliteColumnType("P"), "NUMERIC");
-  EXPECT_STREQ(sqliteColumnType("D"), "TEXT");
-  EXPECT_STREQ(sqliteColumnType("N"), "TEXT");
-  EXPECT_STREQ(sqliteColumnType("C"), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 10, "I"}), "INTEGER");
+  EXPECT_STREQ(sqliteColumnType({"F", 3, "b"}), "INTEGER");
+  EXPECT_STREQ(sqliteColumnType({"F", 5, "s"}), "INTEGER");
+  EXPECT_STREQ(sqliteColumnType({"F", 19, "8"}), "INTEGER");
+  EXPECT_STREQ(sqliteColumnType({"F", 16, "F"}), "REAL");
+  EXPECT_STREQ(sqliteColumnType({"F", 8, "D"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 6, "T"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 10, "N"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 20, "C"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 20, "g"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 4, "X"}), "TEXT");
+  // Packed numbers: NUMERIC while every value has at most 15 digits, which
+  // SQLite keeps; wider ones as their exact text.
+  EXPECT_STREQ(sqliteColumnType({"F", 15, "P"}), "NUMERIC");
+  EXPECT_STREQ(sqliteColumnType({"F", 1, "P"}), "NUMERIC");
+  EXPECT_STREQ(sqliteColumnType({"F", 16, "P"}), "TEXT");
+  EXPECT_STREQ(sqliteColumnType({"F", 31, "P"}), "TEXT");
+}
+
+// Texts that need escaping in JSON (control characters, quotes, a
+// backslash), characters beyond the BMP as one four-byte sequence, and a
+// lone surrogate as U+FFFD, which keeps the output valid UTF-8.
+std::vector<std::vector<CComVariant>> EscapedRows() {
+  const std::u16string lone{char16_t(0xD800), u'x', char16_t(0xDC00)};
+  CComVariant nul;
+  nul.vt = VT_BSTR;
+  nul.bstrVal = SysAllocStringLen(u"a\0b", 3);
+  CComVariant unpaired;
+  unpaired.vt = VT_BSTR;
+  unpaired.bstrVal = SysAllocStringLen(lone.data(), static_cast<UINT>(lone.size()));
+  return {{CComVariant(u"tab\there\r\x01\x1f\x7f\\"), CComVariant(u"\U0001F600\u20AC")},
+          {unpaired, nul},
+          {CComVariant(u"a\rb"), CComVariant(u" lead, and trail ")},
+          {CComVariant(u"\"\""), CComVariant(u"")}};
+}
+
+std::string WriteEscaped(TableFormat format) {
+  std::ostringstream out;
+  const std::vector<FieldLayout> layout{{"A", 20, "C"}, {"B", 20, "C"}};
+  auto output = textOutput(format, out, "ZT", layout);
+  for (const auto& row : EscapedRows()) output->row(Borrowed(row));
+  output->finish();
+  return out.str();
+}
+
+TEST(TableOutput, JsonLinesEscapeControlCharactersAndKeepUtf8Valid) {
+  EXPECT_EQ(WriteEscaped(TableFormat::Jsonl),
+            "{\"A\":\"tab\\there\\r\\u0001\\u001f\x7f\\\\\",\"B\":\"\xF0\x9F\x98\x80\xE2\x82\xAC\"}\n"
+            "{\"A\":\"\xEF\xBF\xBDx\xEF\xBF\xBD\",\"B\":\"a\\u0000b\"}\n"
+            "{\"A\":\"a\\rb\",\"B\":\" lead, and trail \"}\n"
+            "{\"A\":\"\\\"\\\"\",\"B\":\"\"}\n");
+}
+
+TEST(TableOutput, CsvQuotesCommasQuotesAndLineBreaksOnly) {
+  const std::string nul("a\0b", 3);
+  EXPECT_EQ(WriteEscaped(TableFormat::Csv),
+            "A,B\n"
+            "\"tab\there\r\x01\x1f\x7f\\\",\xF0\x9F\x98\x80\xE2\x82\xAC\n"
+            "\xEF\xBF\xBDx\xEF\xBF\xBD," +
+                nul +
+                "\n"
+                "\"a\rb\",\" lead, and trail \"\n"
+                "\"\"\"\"\"\",\n");
+}
+
+TEST(TableOutput, NoRowsIsStillAWholeOutput) {
+  const std::vector<FieldLayout> layout{{"A,B", 20, "C"}, {"Q\"", 20, "C"}};
+  std::ostringstream csv, jsonl, json;
+  textOutput(TableFormat::Csv, csv, "ZT", layout)->finish();
+  textOutput(TableFormat::Jsonl, jsonl, "ZT", layout)->finish();
+  textOutput(TableFormat::Json, json, "ZT", layout)->finish();
+  EXPECT_EQ(csv.str(), "\"A,B\",\"Q\"\"\"\n");
+  EXPECT_EQ(jsonl.str(), "");
+  EXPECT_EQ(json.str(), "{\n  \"table\": \"ZT\",\n  \"fields\": [\"A,B\",\"Q\\\"\"],\n  \"rows\": []\n}\n");
 }
 
 TEST_F(Database, RowsGoIntoANewTypedTable) {
@@ -160,6 +226,32 @@ TEST_F(Database, RowsGoIntoANewTypedTable) {
   EXPECT_EQ(Query("SELECT * FROM ZT ORDER BY rowid"),
             (std::vector<std::string>{"Smith, \"Jr\"\nsecond line:t|42:i|2024-02-29:t|12.5:f|2.5:f",
                                       "gr\u00fc\u00df:t|NULL|NULL|NULL|NULL"}));
+}
+
+// Packed numbers read back with all their decimals: up to 15 digits as
+// numbers, wider ones as their text.
+TEST_F(Database, PackedNumbersKeepTheirDecimals) {
+  const std::vector<FieldLayout> layout{{"AMOUNT", 15, "P"}, {"WIDE", 31, "P"}};
+  auto output = sqliteOutput(path_.string(), "ZP", layout);
+  const std::vector<std::vector<CComVariant>> rows{
+      {CComVariant(u"9999999999999.99"), CComVariant(u"123456789012345678901234567.8901")},
+      {CComVariant(u"-0.01"), CComVariant(u"-99999999999999999999.99")},
+      {CComVariant(u"12.50"), CComVariant(u"0.10")},
+      {CComVariant(), CComVariant()}};
+  for (const auto& row : rows) output->row(Borrowed(row));
+  output->finish();
+  EXPECT_EQ(Query("SELECT name, type FROM pragma_table_info('ZP') ORDER BY cid"),
+            (std::vector<std::string>{"AMOUNT:t|NUMERIC:t", "WIDE:t|TEXT:t"}));
+  EXPECT_EQ(Query("SELECT AMOUNT, WIDE FROM ZP ORDER BY rowid"),
+            (std::vector<std::string>{"9999999999999.99:f|123456789012345678901234567.8901:t",
+                                      "-0.01:f|-99999999999999999999.99:t", "12.5:f|0.10:t", "NULL|NULL"}));
+  EXPECT_EQ(Query("SELECT count(*) FROM ZP WHERE AMOUNT > 12"), std::vector<std::string>{"2:i"});
+}
+
+TEST_F(Database, NoRowsMakeAnEmptyTable) {
+  sqliteOutput(path_.string(), "ZT", Layout())->finish();
+  EXPECT_EQ(Query("SELECT count(*) FROM ZT"), std::vector<std::string>{"0:i"});
+  EXPECT_EQ(Query("SELECT count(*) FROM pragma_table_info('ZT')"), std::vector<std::string>{"5:i"});
 }
 
 TEST_F(Database, AnExistingTableIsAnErrorAndStaysAsItWas) {

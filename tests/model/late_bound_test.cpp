@@ -223,13 +223,17 @@ TEST(LateBound, FailuresCarryTheirRecordIntoExcepInfo) {
   SysFreeString(info.bstrHelpFile);
 }
 
+// A collection's miss has no record: the dispatch's exception carries the
+// bare result alone.
 TEST(LateBound, ACollectionMissIsABareResult) {
   CComPtr<IDispatch> set(Importing(NewCall()).p);
   CComVariant result;
   EXCEPINFO info{};
   ClearError();
-  EXPECT_EQ(Invoke(set, u"Item", 0, kGet, {CComVariant(u"NOPE")}, &result, &info), E_INVALIDARG);
+  EXPECT_EQ(Invoke(set, u"Item", 0, kGet, {CComVariant(u"NOPE")}, &result, &info), DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, E_INVALIDARG);
   EXPECT_EQ(info.bstrDescription, nullptr);
+  EXPECT_EQ(info.bstrSource, nullptr);
 }
 
 TEST(LateBound, ASwallowedDefinitionFailureLeavesNoRecordBehind) {
@@ -239,7 +243,10 @@ TEST(LateBound, ASwallowedDefinitionFailureLeavesNoRecordBehind) {
   EXPECT_FALSE(TakeError().present);
   CComVariant result;
   EXCEPINFO info{};
-  EXPECT_EQ(Invoke(CComPtr<IDispatch>(set.p), u"Item", 0, kGet, {CComVariant(u"NOPE")}, &result, &info), E_INVALIDARG);
+  EXPECT_EQ(Invoke(CComPtr<IDispatch>(set.p), u"Item", 0, kGet, {CComVariant(u"NOPE")}, &result, &info),
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, E_INVALIDARG);
+  EXPECT_EQ(info.bstrDescription, nullptr);
 }
 
 TEST(LateBound, GetExceptionFillsItsOutArguments) {

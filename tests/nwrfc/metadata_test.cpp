@@ -309,18 +309,44 @@ TEST_F(Metadata, AStructureWithoutALengthReachesTheSdkAsItStands) {
   EXPECT_EQ(uc, 4294967295u);
 }
 
-// A description made from an imported call describes what the system's own
-// description says, parameter by parameter and field by field.
-TEST_F(Metadata, AFunctionDescriptionFromAnImportedCallMatchesTheSystems) {
-  CComPtr<IFunctionCall> call = Import(u"STFC_STRUCTURE");
-  ASSERT_TRUE(call);
+// Fields of two type descriptions, one by one, down to the last member.
+void ExpectSameType(RFC_TYPE_DESC_HANDLE actual, RFC_TYPE_DESC_HANDLE expected, const std::string& where) {
+  unsigned fields = 0, systemFields = 0, nuc = 0, uc = 0, systemNuc = 0, systemUc = 0;
+  Sdk().RfcGetFieldCount(actual, &fields, nullptr);
+  Sdk().RfcGetFieldCount(expected, &systemFields, nullptr);
+  EXPECT_EQ(fields, systemFields) << where;
+  Sdk().RfcGetTypeLength(actual, &nuc, &uc, nullptr);
+  Sdk().RfcGetTypeLength(expected, &systemNuc, &systemUc, nullptr);
+  EXPECT_EQ(nuc, systemNuc) << where;
+  EXPECT_EQ(uc, systemUc) << where;
+  for (unsigned f = 0; f < systemFields && f < fields; ++f) {
+    RFC_FIELD_DESC a{}, e{};
+    Sdk().RfcGetFieldDescByIndex(actual, f, &a, nullptr);
+    Sdk().RfcGetFieldDescByIndex(expected, f, &e, nullptr);
+    const std::string field = where + "-" + Narrow(SapText(e.name));
+    EXPECT_EQ(SapText(a.name), SapText(e.name));
+    EXPECT_EQ(a.type, e.type) << field;
+    EXPECT_EQ(a.nucOffset, e.nucOffset) << field;
+    EXPECT_EQ(a.ucOffset, e.ucOffset) << field;
+    EXPECT_EQ(a.decimals, e.decimals) << field;
+    // A table or string has no length of its own to report.
+    if (e.type != RFCTYPE_TABLE && e.type != RFCTYPE_STRING && e.type != RFCTYPE_XSTRING)
+      EXPECT_EQ(a.ucLength, e.ucLength) << field;
+    if (e.typeDescHandle && a.typeDescHandle) ExpectSameType(a.typeDescHandle, e.typeDescHandle, field);
+    EXPECT_EQ(!a.typeDescHandle, !e.typeDescHandle) << field;
+  }
+}
+
+// A description made from a call describes what the system's own description
+// of the module says, parameter by parameter and field by field.
+void ExpectTheSystemsDescription(IFunctionCall* call, const char16_t* module) {
   RFC_ERROR_INFO info{};
   RFC_FUNCTION_DESC_HANDLE made = nullptr;
   ASSERT_EQ(NWRFCCreateFunctionDesc(Sdk(), call, &info, &made, CLSID_NWRfcSession), S_OK)
       << Narrow(SapText(info.message));
   ASSERT_TRUE(made);
   RawConnection connection;
-  RFC_FUNCTION_DESC_HANDLE system = Sdk().RfcGetFunctionDesc(connection.handle(), u"STFC_STRUCTURE", &info);
+  RFC_FUNCTION_DESC_HANDLE system = Sdk().RfcGetFunctionDesc(connection.handle(), module, &info);
   ASSERT_TRUE(system);
   unsigned count = 0, systemCount = 0;
   Sdk().RfcGetParameterCount(made, &count, nullptr);
@@ -342,31 +368,40 @@ TEST_F(Metadata, AFunctionDescriptionFromAnImportedCallMatchesTheSystems) {
     EXPECT_EQ(SapText(actual.parameterText), SapText(expected.parameterText)) << name;
     if (!expected.typeDescHandle) continue;
     ASSERT_TRUE(actual.typeDescHandle) << name;
-    unsigned fields = 0, systemFields = 0, nuc = 0, uc = 0, systemNuc = 0, systemUc = 0;
-    Sdk().RfcGetFieldCount(actual.typeDescHandle, &fields, nullptr);
-    Sdk().RfcGetFieldCount(expected.typeDescHandle, &systemFields, nullptr);
-    EXPECT_EQ(fields, systemFields) << name;
-    Sdk().RfcGetTypeLength(actual.typeDescHandle, &nuc, &uc, nullptr);
-    Sdk().RfcGetTypeLength(expected.typeDescHandle, &systemNuc, &systemUc, nullptr);
-    EXPECT_EQ(nuc, systemNuc) << name;
-    EXPECT_EQ(uc, systemUc) << name;
-    for (unsigned f = 0; f < systemFields && f < fields; ++f) {
-      RFC_FIELD_DESC a{}, e{};
-      Sdk().RfcGetFieldDescByIndex(actual.typeDescHandle, f, &a, nullptr);
-      Sdk().RfcGetFieldDescByIndex(expected.typeDescHandle, f, &e, nullptr);
-      EXPECT_EQ(SapText(a.name), SapText(e.name));
-      EXPECT_EQ(a.type, e.type) << Narrow(SapText(e.name));
-      EXPECT_EQ(a.nucOffset, e.nucOffset) << Narrow(SapText(e.name));
-      EXPECT_EQ(a.ucOffset, e.ucOffset) << Narrow(SapText(e.name));
-      EXPECT_EQ(a.ucLength, e.ucLength) << Narrow(SapText(e.name));
-    }
+    ExpectSameType(actual.typeDescHandle, expected.typeDescHandle, name);
   }
+}
+
+TEST_F(Metadata, AFunctionDescriptionFromAnImportedCallMatchesTheSystems) {
+  CComPtr<IFunctionCall> call = Import(u"STFC_STRUCTURE");
+  ASSERT_TRUE(call);
+  ExpectTheSystemsDescription(call, u"STFC_STRUCTURE");
+  RFC_ERROR_INFO info{};
+  RFC_FUNCTION_DESC_HANDLE made = nullptr;
+  ASSERT_EQ(NWRFCCreateFunctionDesc(Sdk(), call, &info, &made, CLSID_NWRfcSession), S_OK);
   // A container of it takes values by the names of the call.
   RFC_FUNCTION_HANDLE function = Sdk().RfcCreateFunction(made, &info);
   ASSERT_TRUE(function) << Narrow(SapText(info.message));
   SetString(Structure(function, u"IMPORTSTRUCT"), u"RFCCHAR4", u"ABCD");
   EXPECT_EQ(GetString(Structure(function, u"IMPORTSTRUCT"), u"RFCCHAR4"), u"ABCD");
   Sdk().RfcDestroyFunction(function, nullptr);
+}
+
+// The XML form keeps no type code and no layout of a structure: its
+// structures are described as structures, laid out from their members as
+// the dictionary lays them out, nested and deep ones too.
+TEST_F(Metadata, AFunctionDescriptionFromTheXmlFormOfACallMatchesTheSystems) {
+  for (const char16_t* module : {u"STFC_STRUCTURE", u"Z_VSIM_TYPES"}) {
+    CComPtr<IFunctionCall> imported = Import(module);
+    ASSERT_TRUE(imported);
+    CComBSTR xml;
+    ASSERT_EQ(imported->ToXML(&xml), S_OK);
+    CComPtr<IFunctionCall> call;
+    m_session->CreateCall(&call);
+    ASSERT_EQ(call->FromXML(xml), S_OK);
+    SCOPED_TRACE(Narrow(module));
+    ExpectTheSystemsDescription(call, module);
+  }
 }
 
 TEST_F(Metadata, AFunctionDescriptionFromAHandBuiltCall) {

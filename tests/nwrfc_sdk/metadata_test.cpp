@@ -161,6 +161,42 @@ TEST_F(Metadata, BuiltDescriptionsNeedTheirLengthAndFreezeWhenUsed) {
   EXPECT_EQ(info.code, RFC_INVALID_PARAMETER);
 }
 
+TEST_F(Metadata, ALengthBeyondWhatCanBeLaidOutIsRefused) {
+  RFC_TYPE_DESC_HANDLE t = RfcCreateTypeDesc(u"ZHUGE", &info);
+  RFC_FIELD_DESC id{};
+  id.name[0] = u'A';
+  id.type = RFCTYPE_CHAR;
+  id.nucLength = 4;
+  id.ucLength = 8;
+  ASSERT_EQ(RfcAddTypeField(t, &id, &info), RFC_OK);
+  ASSERT_EQ(RfcSetTypeLength(t, 0xFFFFFFFFu, 0xFFFFFFFFu, &info), RFC_OK) << "taken as it stands";
+  EXPECT_EQ(RfcCreateStructure(t, &info), nullptr);
+  EXPECT_EQ(info.code, RFC_INVALID_PARAMETER);
+  EXPECT_NE(std::u16string(info.message).find(u"4294967295 bytes"), std::u16string::npos);
+
+  // A parameter of it, and parameters that together pass the limit.
+  RFC_FUNCTION_DESC_HANDLE f = RfcCreateFunctionDesc(u"Z_HUGE", &info);
+  RFC_PARAMETER_DESC p{};
+  p.name[0] = u'P';
+  p.type = RFCTYPE_STRUCTURE;
+  p.direction = RFC_IMPORT;
+  p.typeDescHandle = t;
+  ASSERT_EQ(RfcAddParameter(f, &p, &info), RFC_OK);
+  EXPECT_EQ(RfcCreateFunction(f, &info), nullptr);
+  EXPECT_EQ(info.code, RFC_INVALID_PARAMETER);
+  RFC_FUNCTION_DESC_HANDLE g = RfcCreateFunctionDesc(u"Z_LONG", &info);
+  for (char16_t c : {u'A', u'B'}) {
+    RFC_PARAMETER_DESC b{};
+    b.name[0] = c;
+    b.type = RFCTYPE_BYTE;
+    b.direction = RFC_IMPORT;
+    b.nucLength = b.ucLength = 0xFFFFFFF0u;
+    ASSERT_EQ(RfcAddParameter(g, &b, &info), RFC_OK);
+  }
+  EXPECT_EQ(RfcCreateFunction(g, &info), nullptr);
+  EXPECT_EQ(info.code, RFC_INVALID_PARAMETER);
+}
+
 TEST_F(Metadata, FunctionDescriptionsBuiltByTheApplication) {
   RFC_FUNCTION_DESC_HANDLE f = RfcCreateFunctionDesc(u"Z_MY_FUNCTION", &info);
   ASSERT_NE(f, nullptr);

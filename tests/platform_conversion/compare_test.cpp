@@ -250,6 +250,47 @@ TEST(VarCmp, FloatOperandComparesAtFloatPrecision) {
   EXPECT_EQ(Cmp(R4(-1.0f), BOOLV(true)), VARCMP_EQ);
   EXPECT_EQ(Cmp(R4(0.1f), DEC(1, 0, 0, 1)), VARCMP_EQ);
   EXPECT_EQ(Cmp(R4(0.1f), STR(u"0.1")), VARCMP_LT);
+  EXPECT_EQ(Cmp(STR(u"0.1"), R4(0.1f)), VARCMP_GT);
+  EXPECT_EQ(Cmp(R4(0.5f), STR(u"")), VARCMP_LT);
+}
+
+// Two texts compare over their whole lengths through VarCmp as through
+// VarBstrCmp, null characters included.
+TEST(VarCmp, TextsKeepTheirEmbeddedNulls) {
+  auto text = [](const char16_t* s, UINT n) {
+    Var v;
+    v->vt = VT_BSTR;
+    v->bstrVal = SysAllocStringLen(s, n);
+    return v;
+  };
+  EXPECT_EQ(Cmp(text(u"a\0b", 3), text(u"a\0c", 3)), VARCMP_LT);
+  EXPECT_EQ(Cmp(text(u"a\0c", 3), text(u"a\0b", 3), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0b", 3), text(u"a", 1), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0", 2), text(u"a", 1), 0), VARCMP_GT);
+  EXPECT_EQ(Cmp(text(u"a\0B", 3), text(u"a\0b", 3), 0x0409, NORM_IGNORECASE), VARCMP_EQ);
+  EXPECT_EQ(Cmp(text(u"a\0B", 3), text(u"a\0b", 3), 0, NORM_IGNORECASE), VARCMP_LT);
+  EXPECT_EQ(Cmp(text(u"\0", 1), EMPTYV()), VARCMP_GT);
+}
+
+// An integer or an amount meets a float as the float nearest to its exact
+// value, rounded once: 2^60 + 2^36 + 1 is nearer to 2^60 + 2^37 than to 2^60,
+// though through a double it would fall on the tie and round to 2^60.
+TEST(VarCmp, FloatAgainstWideIntegersRoundsOnce) {
+  const float low = 1152921504606846976.0f;   // 2^60
+  const float high = 1152921642045800448.0f;  // 2^60 + 2^37, the next float
+  const int64_t above = (int64_t{1} << 60) + (int64_t{1} << 36) + 1;
+  EXPECT_EQ(Cmp(R4(low), I8(above)), VARCMP_LT);
+  EXPECT_EQ(Cmp(I8(above), R4(low)), VARCMP_GT);
+  EXPECT_EQ(Cmp(R4(high), I8(above)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(UI8(static_cast<uint64_t>(above)), R4(high)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(-high), I8(-above)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(low), I8(int64_t{1} << 60)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(0.1f), CYV(1000)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(CYV(-1000), R4(-0.1f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(CYV(std::numeric_limits<int64_t>::max()), R4(922337203685477.5807f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(I1(-1), R4(-1.0f)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(R4(16777216.0f), UINTV(16777217u)), VARCMP_EQ);
+  EXPECT_EQ(Cmp(UI2(65535), R4(65535.5f)), VARCMP_LT);
 }
 
 TEST(VarCmp, TextAgainstNumbers) {

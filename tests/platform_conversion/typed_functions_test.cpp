@@ -126,6 +126,139 @@ TEST(TypedFunctions, NumericPairs) {
   EXPECT_EQ(d, 0.0001);
 }
 
+// The typed functions between signed and unsigned integers of one width
+// convert by value and overflow, in both directions; VariantChangeTypeEx
+// keeps the bits of the same values (integers_test.cpp).
+// clang-format off
+TEST(TypedFunctions, SignedAndUnsignedOfOneWidthConvertByValue) {
+  CHAR c = 7; BYTE b = 7; SHORT s = 7; USHORT us = 7; LONG l = 7; ULONG ul = 7; LONGLONG ll = 7; ULONGLONG ull = 7;
+  EXPECT_EQ(VarI1FromUI1(0, &c), S_OK); EXPECT_EQ(c, 0);
+  EXPECT_EQ(VarI1FromUI1(127, &c), S_OK); EXPECT_EQ(c, 127);
+  EXPECT_EQ(VarI1FromUI1(128, &c), DISP_E_OVERFLOW); EXPECT_EQ(c, 127);
+  EXPECT_EQ(VarI1FromUI1(255, &c), DISP_E_OVERFLOW); EXPECT_EQ(c, 127);
+  EXPECT_EQ(VarUI1FromI1(0, &b), S_OK); EXPECT_EQ(b, 0);
+  EXPECT_EQ(VarUI1FromI1(127, &b), S_OK); EXPECT_EQ(b, 127);
+  EXPECT_EQ(VarUI1FromI1(-1, &b), DISP_E_OVERFLOW); EXPECT_EQ(b, 127);
+  EXPECT_EQ(VarUI1FromI1(-128, &b), DISP_E_OVERFLOW); EXPECT_EQ(b, 127);
+  EXPECT_EQ(VarI2FromUI2(32767, &s), S_OK); EXPECT_EQ(s, 32767);
+  EXPECT_EQ(VarI2FromUI2(32768, &s), DISP_E_OVERFLOW); EXPECT_EQ(s, 32767);
+  EXPECT_EQ(VarI2FromUI2(65535, &s), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarUI2FromI2(32767, &us), S_OK); EXPECT_EQ(us, 32767);
+  EXPECT_EQ(VarUI2FromI2(0, &us), S_OK); EXPECT_EQ(us, 0);
+  EXPECT_EQ(VarUI2FromI2(-1, &us), DISP_E_OVERFLOW); EXPECT_EQ(us, 0);
+  EXPECT_EQ(VarUI2FromI2(-32768, &us), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarI4FromUI4(2147483647u, &l), S_OK); EXPECT_EQ(l, 2147483647);
+  EXPECT_EQ(VarI4FromUI4(2147483648u, &l), DISP_E_OVERFLOW); EXPECT_EQ(l, 2147483647);
+  EXPECT_EQ(VarI4FromUI4(4294967295u, &l), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarUI4FromI4(2147483647, &ul), S_OK); EXPECT_EQ(ul, 2147483647u);
+  EXPECT_EQ(VarUI4FromI4(-1, &ul), DISP_E_OVERFLOW); EXPECT_EQ(ul, 2147483647u);
+  EXPECT_EQ(VarUI4FromI4(-2147483647 - 1, &ul), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarI8FromUI8(9223372036854775807ULL, &ll), S_OK); EXPECT_EQ(ll, 9223372036854775807LL);
+  EXPECT_EQ(VarI8FromUI8(9223372036854775808ULL, &ll), DISP_E_OVERFLOW); EXPECT_EQ(ll, 9223372036854775807LL);
+  EXPECT_EQ(VarI8FromUI8(18446744073709551615ULL, &ll), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarUI8FromI8(9223372036854775807LL, &ull), S_OK); EXPECT_EQ(ull, 9223372036854775807ULL);
+  EXPECT_EQ(VarUI8FromI8(-1, &ull), DISP_E_OVERFLOW); EXPECT_EQ(ull, 9223372036854775807ULL);
+  EXPECT_EQ(VarUI8FromI8(std::numeric_limits<int64_t>::min(), &ull), DISP_E_OVERFLOW);
+  EXPECT_EQ(VarUI1FromI1(1, nullptr), E_INVALIDARG);
+  EXPECT_EQ(VarI8FromUI8(1, nullptr), E_INVALIDARG);
+}
+// clang-format on
+
+// The same values through VariantChangeTypeEx keep their bits where the
+// typed function overflows; across widths and for VT_I8/VT_UI8 both agree.
+TEST(TypedFunctions, ChangeTypeKeepsTheBitsWhereTheTypedFunctionOverflows) {
+  auto change = [](Var&& in, VARTYPE vt, VARIANT* out) { return VariantChangeTypeEx(out, in.get(), 0x0409, 0, vt); };
+  Var out;
+  ASSERT_EQ(change(UI1(255), VT_I1, out.get()), S_OK);
+  EXPECT_EQ(out->cVal, static_cast<CHAR>(-1));
+  ASSERT_EQ(change(I1(-1), VT_UI1, out.get()), S_OK);
+  EXPECT_EQ(out->bVal, 255);
+  ASSERT_EQ(change(UI2(32768), VT_I2, out.get()), S_OK);
+  EXPECT_EQ(out->iVal, -32768);
+  ASSERT_EQ(change(I2(-1), VT_UI2, out.get()), S_OK);
+  EXPECT_EQ(out->uiVal, 65535);
+  ASSERT_EQ(change(UI4(2147483648u), VT_I4, out.get()), S_OK);
+  EXPECT_EQ(out->lVal, -2147483647 - 1);
+  ASSERT_EQ(change(I4(-1), VT_UI4, out.get()), S_OK);
+  EXPECT_EQ(out->ulVal, 4294967295u);
+  ASSERT_EQ(change(UINTV(4294967295u), VT_INT, out.get()), S_OK);
+  EXPECT_EQ(out->intVal, -1);
+  ASSERT_EQ(change(INTV(-2147483647 - 1), VT_UINT, out.get()), S_OK);
+  EXPECT_EQ(out->uintVal, 2147483648u);
+  Var untouched;
+  EXPECT_EQ(change(I8(-1), VT_UI8, untouched.get()), DISP_E_OVERFLOW);
+  EXPECT_EQ(change(UI8(9223372036854775808ULL), VT_I8, untouched.get()), DISP_E_OVERFLOW);
+  EXPECT_EQ(change(I2(-1), VT_UI1, untouched.get()), DISP_E_OVERFLOW);
+  EXPECT_EQ(change(UI2(256), VT_I1, untouched.get()), DISP_E_OVERFLOW);
+  EXPECT_EQ(untouched->vt, VT_EMPTY);
+}
+
+// VarBstrFromR4 writes what VariantChangeTypeEx writes for a VT_R4.
+TEST(TypedFunctions, FloatToText) {
+  BSTR out = nullptr;
+  ASSERT_EQ(VarBstrFromR4(0.1f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"0.1\"");
+  ASSERT_EQ(VarBstrFromR4(12345665.0f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1.234567E+07\"");
+  ASSERT_EQ(VarBstrFromR4(-12345675.0f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"-1.234568E+07\"");
+  ASSERT_EQ(VarBstrFromR4(9999999.0f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"9999999\"");
+  ASSERT_EQ(VarBstrFromR4(1e-7f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"0.0000001\"");
+  ASSERT_EQ(VarBstrFromR4(1e-8f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1E-08\"");
+  ASSERT_EQ(VarBstrFromR4(1.5e-7f, 0x0407, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1,5E-07\"");
+  ASSERT_EQ(VarBstrFromR4(1.0f / 3.0f, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"0.3333333\"");
+  EXPECT_EQ(VarBstrFromR4(1.0f, 0x040C, 0, &out), DISP_E_UNKNOWNLCID);
+  EXPECT_EQ(VarBstrFromR4(1.0f, 0x0409, 0, nullptr), E_INVALIDARG);
+}
+
+// VarBstrFromR8 for the limits between plain decimals and an exponent.
+TEST(TypedFunctions, DoubleToTextAtTheLimits) {
+  BSTR out = nullptr;
+  ASSERT_EQ(VarBstrFromR8(100000000000000.0, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"100000000000000\"");
+  ASSERT_EQ(VarBstrFromR8(1e15, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1E+15\"");
+  ASSERT_EQ(VarBstrFromR8(5.6789e-10, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"0.00000000056789\"");
+  ASSERT_EQ(VarBstrFromR8(1e-5, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"0.00001\"");
+  ASSERT_EQ(VarBstrFromR8(1.5e-20, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1.5E-20\"");
+  ASSERT_EQ(VarBstrFromR8(-1e16, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"-1E+16\"");
+}
+
+// Dates before the year 1000, times, midnight and day 0.
+TEST(TypedFunctions, EarlyDatesAndTimesToText) {
+  BSTR out = nullptr;
+  ASSERT_EQ(VarBstrFromDate(-657434.0, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1/1/100\"");
+  ASSERT_EQ(VarBstrFromDate(-657434.75, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1/1/100 6:00:00 PM\"");
+  ASSERT_EQ(VarBstrFromDate(-328717.0, 0x0407, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"31.12.999\"");
+  ASSERT_EQ(VarBstrFromDate(-657434.75, 0x0409, VAR_TIMEVALUEONLY, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"6:00:00 PM\"");
+  ASSERT_EQ(VarBstrFromDate(0.0, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"12:00:00 AM\"");
+  ASSERT_EQ(VarBstrFromDate(0.0, 0x0409, VAR_DATEVALUEONLY, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"12/30/1899\"");
+  ASSERT_EQ(VarBstrFromDate(-0.5, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"12:00:00 PM\"");
+  ASSERT_EQ(VarBstrFromDate(37623.0, 0x0409, 0, &out), S_OK);
+  EXPECT_EQ(TextOf(out), "\"1/2/2003\"");
+  DATE date = 0;
+  EXPECT_EQ(VarDateFromStr(u"1/1/100\u300012:00:00\u3000PM", 0x0409, 0, &date), S_OK);
+  EXPECT_EQ(date, -657434.5);
+  EXPECT_EQ(VarDateFromStr(u"1/2/2003\u300012:00", 0x0409, 0, &date), S_OK);
+  EXPECT_EQ(date, 37623.5);
+}
+
 TEST(TypedFunctions, Vectors) {
   BSTR text = SysAllocString(u"hi");
   SAFEARRAY* psa = nullptr;

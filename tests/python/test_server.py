@@ -152,10 +152,17 @@ def test_the_handler_gets_typed_values_and_fills_exporting_changing_and_tables(s
 
 
 def test_a_packed_exporting_value_keeps_its_decimals(sim, backend, server):
-    if backend == "rfc":
-        pytest.xfail("the simulated classic SDK sends a packed scalar of a registered program without its decimals")
     result, _, _ = call_program(sim, server.program_id, ORDER)
     assert result["EV_TOTAL"] == "30.75"
+
+
+def test_a_packed_value_with_fewer_decimals_than_its_type_keeps_its_scale(sim, backend, server):
+    # The system sends 1.5 for a P(2) as 1.50, whichever SDK receives it.
+    parameters = {**ORDER, "IV_DISCOUNT": "1.5", "T_ITEMS": [{"ITEM": "1", "PRICE": 2.5}]}
+    result, exception, _ = call_program(sim, server.program_id, parameters)
+    assert exception == ""
+    assert result["EV_TOTAL"] == "7.50"
+    assert result["T_ITEMS"][-1]["PRICE"] == "1.50"
 
 
 def test_an_abap_exception_of_the_handler_reaches_the_caller_with_the_tables(sim, server):
@@ -359,9 +366,6 @@ def test_the_interface_given_in_its_xml_form_needs_no_connection(sim, backend, t
 
 @pytest.mark.parametrize("server_backend", BACKENDS)
 def test_an_interface_with_structures_in_its_xml_form(sim, server_backend):
-    if server_backend == "nwrfc":
-        pytest.xfail("the XML form reads a structure back without its ABAP type (-1), which the NW server's "
-                     "description of the function does not take")
     srv = veltrane.Server(server_backend, program_id=program_id(server_backend), gwhost=sim.rfc_host,
                           gwserv=str(sim.rfc_port))
     srv.function("Z_PY_ORDER", interface=describe(sim, server_backend, "Z_PY_ORDER").xml)(order)

@@ -280,6 +280,41 @@ TEST_F(ClassicServer, TraceLevelIsOnlyStoredAndNoLevelSilencesTheWorker) {
   boost::filesystem::remove(file);
 }
 
+TEST_F(ClassicServer, AFailedHandlerIsTracedAndTheAnswerGoesOutWithWhatItFilled) {
+  // A handler's failure is no failure of the dispatch: on_rfc_serve traces
+  // it, and the worker sends what the handler had filled, with rc 0. No
+  // report, no ServerError; the server listens on.
+  const std::string file = TraceFile("failed");
+  Create("FAILED");
+  m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
+  int errors = 0;
+  m_sink->On(kIncomingCall, [](IDispatch* argument) {
+    SetValue(As<IFunctionCall>(argument), u"Exporting", u"EV_TEXT", CComVariant(u"before the failure"));
+    return E_FAIL;
+  });
+  m_sink->On(kServerError, [&errors](IDispatch*) {
+    ++errors;
+    return S_OK;
+  });
+  Serve();
+  const ProgramAnswer a = CallEcho();
+  ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message;
+  EXPECT_EQ(a.exception, "");
+  EXPECT_NE(a.result.find(R"("EV_TEXT":"before the failure")"), std::string::npos) << a.result;
+  EXPECT_TRUE(Listening());
+  EXPECT_FALSE(ErrorFlag());
+  EXPECT_EQ(errors, 0);
+  EXPECT_EQ(m_server->Shutdown(), S_OK);
+  const std::vector<std::string> block = Between(Messages(file), "CRfcServer::on_rfc_serve(): fire IncomingCall event",
+                                                 "CRfcServerWorker: leaving DispatchCall");
+  ASSERT_GE(block.size(), 4u);
+  EXPECT_EQ(block[1], "ERROR: COM exception in IncomingCall event handler: 0x80004005");
+  EXPECT_EQ(block[2], "CRfcServer::on_rfc_serve(): returned from IncomingCall evt.");
+  EXPECT_EQ(block[3], "entering: SendOutgoingData()");
+  EXPECT_EQ(block.back(), "CRfcServerWorker: leaving DispatchCall (rc=0)");
+  boost::filesystem::remove(file);
+}
+
 TEST_F(ClassicServer, AnAnswerThatCannotBeSentIsReportedWithTheMarshallingsText) {
   // A handler's failure is absorbed here; an answer the worker cannot
   // marshal makes it give the call up with result 3, which ends the loop:
@@ -365,6 +400,20 @@ TEST_F(ClassicServer, AClosedConnectionFiresServerErrorWithRc6) {
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Events().front(), "ServerError 6");
   ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
+}
+
+TEST_F(ClassicServer, AShutdownWithoutServeOnlyTracesAndReturnsSuccess) {
+  const std::string file = TraceFile("idle");
+  Create("IDLE");
+  m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
+  EXPECT_EQ(m_server->Shutdown(), S_OK);
+  const std::vector<std::string> block = Between(Messages(file), "Shutting down server instance", "Ensuring Rfc");
+  EXPECT_EQ(block, (std::vector<std::string>{"Shutting down server instance", std::string(80, '-'),
+                                             "Ensuring Rfc is really closed"}));
+  EXPECT_FALSE(Listening());
+  EXPECT_FALSE(ErrorFlag());
+  EXPECT_TRUE(m_sink->Events().empty());
+  boost::filesystem::remove(file);
 }
 
 TEST_F(ClassicServer, ACustomPollIntervalIsStoredAndThePauseStays50Ms) {

@@ -48,8 +48,10 @@ class ServeCommand : public ServerTest {
     ServerTest::TearDown();
   }
 
-  // Starts veltrane serve; true once it says it is registered.
-  bool Start(const std::string& programId, const std::string& backend = "nwrfc") {
+  // Starts veltrane serve; true once it says it is registered. more goes
+  // before the answer of STFC_CONNECTION.
+  bool Start(const std::string& programId, const std::string& backend = "nwrfc",
+             const std::vector<std::string>& more = {}) {
     m_log =
         (boost::filesystem::temp_directory_path() / ("veltrane-serve-" + std::to_string(::getpid()) + ".log")).string();
     const std::string port = std::to_string(Sim().rfcPort());
@@ -70,6 +72,7 @@ class ServeCommand : public ServerTest {
                                      std::string("STFC_CONNECTION=") + kAnswer};
     // The classic SDK upper-cases the password unless told otherwise.
     if (backend == "rfc") args.insert(args.end() - 1, {"--connect", "TOUPPER=0"});
+    args.insert(args.end() - 1, more.begin(), more.end());
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -163,6 +166,45 @@ TEST_F(ServeCommand, TheClassicBackendServesToo) {
   ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
   m_pid = -1;
   EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+}
+
+// Z_SRV_ECHO's interface in its XML form, with a structure and a table of
+// structures: the command echoes them, on either back end.
+TEST_F(ServeCommand, AnInterfaceWithStructuresFromItsXmlForm) {
+  CComPtr<IFunctionCall> echo = ImportInterface(u"Z_SRV_ECHO");
+  ASSERT_TRUE(echo);
+  CComBSTR xml;
+  ASSERT_EQ(echo->ToXML(&xml), S_OK);
+  const std::string file =
+      (boost::filesystem::temp_directory_path() / ("z_srv_echo-" + std::to_string(::getpid()) + ".xml")).string();
+  std::ofstream(file) << Text(xml);
+  struct Remove {
+    std::string file;
+    ~Remove() { boost::filesystem::remove(file); }
+  } removeFile{file};
+  const std::string command = R"(Z_SRV_ECHO=python3 -c '
+import json, sys
+data = json.load(sys.stdin)
+rows = data["T_PAIRS"]
+print(json.dumps({"ES_PAIR": data["IS_PAIR"], "T_PAIRS": rows + [{"KEY": "added", "NUMBER": len(rows)}]}))
+')";
+  for (const char* backend : {"nwrfc", "rfc"}) {
+    SCOPED_TRACE(backend);
+    const std::string program = Narrow(NewProgramId("SERVEXML"));
+    ASSERT_TRUE(Start(program, backend, {"--interface", file, command})) << ReadFile(m_log);
+    ProgramCall call;
+    call.programId = program;
+    call.function = "Z_SRV_ECHO";
+    call.parameters = R"({"IS_PAIR":{"KEY":"k1","NUMBER":7},"T_PAIRS":[{"KEY":"given","NUMBER":1}]})";
+    const ProgramAnswer a = CallProgram(call);
+    ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message << "\n" << ReadFile(m_log);
+    EXPECT_NE(a.result.find(R"("ES_PAIR":{"KEY":"k1","NUMBER":7})"), std::string::npos) << a.result;
+    EXPECT_NE(a.result.find(R"("T_PAIRS":[{"KEY":"given","NUMBER":1},{"KEY":"added","NUMBER":1}])"), std::string::npos)
+        << a.result;
+    ::kill(m_pid, SIGTERM);
+    ::waitpid(m_pid, nullptr, 0);
+    m_pid = -1;
+  }
 }
 
 TEST_F(ServeCommand, ADroppedGatewayIsRegisteredAgain) {

@@ -134,6 +134,85 @@ TEST_P(ServerContract, ServesASynchronousCallWithEveryKindOfParameter) {
   EXPECT_NE(std::find(events.begin(), events.end(), "IncomingCall Z_SRV_ECHO"), events.end());
 }
 
+// The XML form reads a structure back without its type code and layout;
+// the server serves the interface all the same.
+TEST_P(ServerContract, ServesAnInterfaceReadFromItsXmlForm) {
+  CComBSTR xml;
+  ASSERT_EQ(m_echo->ToXML(&xml), S_OK);
+  CComPtr<ISession> session;
+  ASSERT_EQ(CoCreateInstance(CLSID_SoapSession, nullptr, CLSCTX_INPROC_SERVER, IID_ISession,
+                             reinterpret_cast<void**>(&session)),
+            S_OK);
+  CComPtr<IFunctionCall> fromXml;
+  ASSERT_EQ(session->CreateCall(&fromXml), S_OK);
+  ASSERT_EQ(fromXml->FromXML(xml), S_OK);
+  m_echo = fromXml;
+  m_sink->On(kIncomingCall, Echo);
+  Serve();
+  const ProgramAnswer a = Call("Z_SRV_ECHO", kEchoParameters);
+  ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message;
+  EXPECT_TRUE(Contains(a.result, R"("ES_PAIR":{"KEY":"k1","NUMBER":7})")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("T_PAIRS":[{"KEY":"given","NUMBER":1},{"KEY":"added","NUMBER":1}])")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("EV_TEXT":"echo:hello")")) << a.result;
+}
+
+// The handler of Z_SRV_PACKED: seven times the price, the amount doubled,
+// the price in a structure and in a row added to the table.
+HRESULT Prices(IDispatch* argument) {
+  CComPtr<IFunctionCall> call = As<IFunctionCall>(argument);
+  CComVariant price = Value(call, u"Importing", u"IV_PRICE"), amount = Value(call, u"Changing", u"CV_AMOUNT");
+  if (FAILED(price.ChangeType(VT_R8)) || FAILED(amount.ChangeType(VT_R8))) return E_FAIL;
+  SetValue(call, u"Exporting", u"EV_TOTAL", CComVariant(7 * price.dblVal));
+  SetValue(call, u"Changing", u"CV_AMOUNT", CComVariant(2 * amount.dblVal));
+  CComPtr<IRfcFields> priced;
+  Parameter(call, u"Exporting", u"ES_PRICED")->get_Fields(&priced);
+  CComPtr<IRfcRows> rows;
+  Parameter(call, u"Tables", u"T_PRICED")->get_Rows(&rows);
+  CComPtr<IRfcFields> row;
+  rows->AddRow(&row);
+  for (IRfcFields* fields : {priced.p, row.p}) {
+    CComPtr<IRfcField> key, value;
+    fields->get_Item(CComVariant(u"KEY"), &key);
+    fields->get_Item(CComVariant(u"PRICE"), &value);
+    key->put_value(CComVariant(u"added"));
+    value->put_value(price);
+  }
+  return S_OK;
+}
+
+// A packed number keeps its decimals both ways, whatever the SDK passes of
+// them: scalars of each direction, fields of a structure and of table rows.
+TEST_P(ServerContract, PackedNumbersKeepTheirDecimalsInEveryDirection) {
+  m_echo = ImportInterface(u"Z_SRV_PACKED");
+  ASSERT_TRUE(m_echo);
+  std::vector<double> seen;
+  m_sink->On(kIncomingCall, [&seen](IDispatch* argument) {
+    CComPtr<IFunctionCall> call = As<IFunctionCall>(argument);
+    CComPtr<IRfcRows> rows;
+    Parameter(call, u"Tables", u"T_PRICED")->get_Rows(&rows);
+    CComPtr<IRfcFields> first;
+    rows->get_Item(1, &first);
+    CComPtr<IRfcField> given;
+    first->get_Item(CComVariant(u"PRICE"), &given);
+    for (CComVariant v :
+         {Value(call, u"Importing", u"IV_PRICE"), Value(call, u"Changing", u"CV_AMOUNT"), CComVariant()}) {
+      if (v.vt == VT_EMPTY) given->get_value(&v);
+      seen.push_back(SUCCEEDED(v.ChangeType(VT_R8)) ? v.dblVal : -1);
+    }
+    return Prices(argument);
+  });
+  Serve();
+  const ProgramAnswer a =
+      Call("Z_SRV_PACKED", R"({"IV_PRICE":"1.5","CV_AMOUNT":2.25,"T_PRICED":[{"KEY":"given","PRICE":"0.5"}]})");
+  ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message;
+  EXPECT_EQ(seen, (std::vector<double>{1.5, 2.25, 0.5})) << "what the system sent";
+  EXPECT_TRUE(Contains(a.result, R"("EV_TOTAL":"10.50")")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("CV_AMOUNT":"4.500")")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("ES_PRICED":{"KEY":"added","PRICE":"1.50"})")) << a.result;
+  EXPECT_TRUE(Contains(a.result, R"("T_PRICED":[{"KEY":"given","PRICE":"0.50"},{"KEY":"added","PRICE":"1.50"}])"))
+      << a.result;
+}
+
 TEST_P(ServerContract, HandlersRunInTheApartmentThatAdvised) {
   Serve();
   ASSERT_EQ(Call("Z_SRV_ECHO", "{}").rc, RFC_OK);

@@ -10,8 +10,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
+#include <vector>
 
 #include <unistd.h>
 
@@ -448,6 +451,87 @@ TEST_F(SessionFrameTest, AnImportCallThatRaisesIsAnExceptionOfTheDispatchLateBou
   EXPECT_EQ(r.info.scode, kUnexpected);
   EXPECT_EQ(Str(r.info.bstrDescription), kUnexpectedText);
   EXPECT_EQ(Str(r.info.bstrSource), u"Veltrane.SoapSession.1");
+}
+
+// Every member of the frame that can raise inside: early-bound a failed
+// result with the session's record, late-bound an exception of the dispatch
+// with the same result and the same record.
+TEST_F(SessionFrameTest, MembersThatRaiseFailAlikeEarlyAndLateBound) {
+  auto s = NewSoapSession();
+  s->importsRaise = true;
+  s->handler = [](IFunctionCall*) -> HRESULT { throw std::runtime_error("broken back end"); };
+  CComPtr<ILogonData> logon;
+  ASSERT_EQ(s->get_LogonData(&logon), S_OK);
+  logon->put_Password(CComBSTR(u"Welcome1"));
+  ISoapSession* session = s;
+  struct Member {
+    const char16_t* name;
+    std::vector<CComVariant> arguments;
+    std::function<HRESULT()> early;
+  };
+  const std::vector<Member> members = {
+      {u"ImportCall",
+       {CComVariant(u"Z_TEST")},
+       [&] {
+         CComPtr<IFunctionCall> call;
+         return session->ImportCall(CComBSTR(u"Z_TEST"), VARIANT_FALSE, &call);
+       }},
+      {u"ImportType",
+       {CComVariant(u"ZSTRUCT")},
+       [&] {
+         CComPtr<IRfcType> type;
+         return session->ImportType(CComBSTR(u"ZSTRUCT"), &type);
+       }},
+      {u"CheckPasswordExpired",
+       {},
+       [&] {
+         VARIANT_BOOL expired = VARIANT_FALSE;
+         return session->CheckPasswordExpired(&expired);
+       }},
+      {u"ChangePassword", {CComVariant(u"new")}, [&] { return session->ChangePassword(CComBSTR(u"new")); }},
+      {u"CheckUnicodeSupport",
+       {},
+       [&] {
+         VARIANT_BOOL unicode = VARIANT_FALSE;
+         return session->CheckUnicodeSupport(&unicode);
+       }},
+  };
+  for (const Member& m : members) {
+    const std::string name = WideToUtf8(m.name);
+    SetErrorInfo(0, nullptr);
+    const HRESULT early = m.early();
+    EXPECT_EQ(early, kUnexpected) << name;
+    const ErrorRecord record = TakeError();
+    EXPECT_EQ(record.description, kUnexpectedText) << name;
+    EXPECT_EQ(record.source, u"Veltrane.SoapSession.1") << name;
+    test_support::LateBoundResult late;
+    test_support::InvokeLateBound(session, m.name, m.arguments, late);
+    EXPECT_EQ(late.hr, DISP_E_EXCEPTION) << name;
+    EXPECT_EQ(late.info.scode, early) << name;
+    EXPECT_EQ(Str(late.info.bstrDescription), kUnexpectedText) << name;
+    EXPECT_EQ(Str(late.info.bstrSource), u"Veltrane.SoapSession.1") << name;
+  }
+}
+
+// The header lines name the working directory and PATH, whose bytes need not
+// be UTF-8: the option still succeeds, with U+FFFD in their place.
+TEST_F(SessionFrameTest, TraceFileSucceedsWithPathsThatAreNotUtf8) {
+  const char* path = getenv("PATH");
+  const std::string oldPath = path ? path : "";
+  const std::filesystem::path oldDir = std::filesystem::current_path();
+  const std::filesystem::path odd = dir / std::string("w\xff");
+  std::filesystem::create_directory(odd);
+  std::filesystem::current_path(odd);
+  setenv("PATH", "/bin:/x\xff", 1);
+  auto s = NewSoapSession();
+  const HRESULT hr = s->put_Option(CComBSTR(u"trace.file"), CComBSTR(Utf8ToWide((dir / "odd.trc").string())));
+  setenv("PATH", oldPath.c_str(), 1);
+  std::filesystem::current_path(oldDir);
+  EXPECT_EQ(hr, S_OK);
+  EXPECT_TRUE(TraceIsOpen());
+  const std::string text = ReadFile(dir / "odd.trc");
+  EXPECT_NE(text.find("\tSearch Path: /bin:/x\xEF\xBF\xBD\n"), std::string::npos) << text;
+  EXPECT_NE(text.find("\tWorkdir: " + dir.string() + "/w\xEF\xBF\xBD\n"), std::string::npos) << text;
 }
 
 TEST_F(SessionFrameTest, FailedImportCallHandsOutNullAndIsNotCached) {

@@ -1,6 +1,8 @@
 // What every session keeps, whatever its back end. Each test runs once per
 // back end of backends.cpp, against the simulated system.
+#include <functional>
 #include <map>
+#include <vector>
 
 #include "contract.h"
 #include "late_bound.h"
@@ -260,7 +262,8 @@ TEST_P(SessionContract, AnImportThatRaisesReportsThroughItsResult) {
     EXPECT_FALSE(call);
     test_support::LateBoundResult r;
     test_support::InvokeLateBound(m_session, u"ImportCall", CComVariant(u"Z_CONTRACT_NUMBERED"), r);
-    EXPECT_EQ(r.hr, E_INVALIDARG);
+    EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
+    EXPECT_EQ(r.info.scode, E_INVALIDARG);
     return;
   }
   EXPECT_EQ(m_session->ImportCall(CComBSTR(u"Z_CONTRACT_NUMBERED"), VARIANT_FALSE, &call), kUnexpected);
@@ -272,6 +275,117 @@ TEST_P(SessionContract, AnImportThatRaisesReportsThroughItsResult) {
   EXPECT_EQ(r.hr, DISP_E_EXCEPTION);
   EXPECT_EQ(r.info.scode, kUnexpected);
   EXPECT_EQ(TextOf(r.info.bstrDescription), "An unexpected error has occured - check trace for details");
+}
+
+// A member whose work fails inside (text that has no UTF-8 form, a value
+// that cannot be marshalled, a transaction ID the system never gave) reports
+// through its result only, and the same way early- and late-bound: the
+// late-bound call raises DISP_E_EXCEPTION with the early result and its
+// record's text, or succeeds where the early call succeeded.
+TEST_P(SessionContract, MembersThatFailInsideReportAlikeEarlyAndLateBound) {
+  const std::u16string loneText{u'Z', char16_t(0xD800)};
+  const CComBSTR lone(static_cast<int>(loneText.size()), loneText.data());
+  // `between` brings the session back to where the early call found it.
+  auto expectAlike = [&](
+                         const char* what, const char16_t* member, std::vector<CComVariant> arguments,
+                         const std::function<HRESULT()>& early, const std::function<void()>& between = [] {}) {
+    SetErrorInfo(0, nullptr);
+    const HRESULT hr = early();
+    const std::string description = ErrorDescription();
+    between();
+    test_support::LateBoundResult late;
+    test_support::InvokeLateBound(m_session, member, std::move(arguments), late);
+    between();
+    if (FAILED(hr)) {
+      EXPECT_EQ(late.hr, DISP_E_EXCEPTION) << what;
+      EXPECT_EQ(late.info.scode, hr) << what;
+      EXPECT_EQ(TextOf(late.info.bstrDescription), description) << what;
+    } else {
+      EXPECT_EQ(late.hr, S_OK) << what;
+    }
+    return hr;
+  };
+
+  CComPtr<ILogonData> logon;
+  ASSERT_EQ(m_session->get_LogonData(&logon), S_OK);
+  CComBSTR user;
+  logon->get_User(&user);
+  logon->put_User(lone);
+  expectAlike(
+      "Connect with a user that has no UTF-8 form", u"Connect", {}, [&] { return m_session->Connect(); },
+      [&] { m_session->Disconnect(); });
+  m_session->Disconnect();
+  logon->put_User(user);
+  ASSERT_EQ(m_session->Connect(), S_OK);
+
+  expectAlike("ImportType", u"ImportType", {CComVariant(lone)}, [&] {
+    CComPtr<IRfcType> type;
+    const HRESULT hr = m_session->ImportType(lone, &type);
+    EXPECT_EQ(FAILED(hr), !type);
+    return hr;
+  });
+  const HRESULT imported = expectAlike("ImportCall", u"ImportCall", {CComVariant(lone)}, [&] {
+    CComPtr<IFunctionCall> call;
+    const HRESULT hr = m_session->ImportCall(lone, VARIANT_FALSE, &call);
+    EXPECT_FALSE(call);
+    return hr;
+  });
+  EXPECT_TRUE(FAILED(imported));
+
+  // An array where the module wants text.
+  CComPtr<IFunctionCall> array = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(array);
+  CComVariant numbers;
+  numbers.vt = VT_ARRAY | VT_I4;
+  numbers.parray = SafeArrayCreateVector(VT_I4, 0, 2);
+  Set(array, u"REQUTEXT", numbers);
+  const HRESULT marshalled = expectAlike("CallFunction with an array for text", u"CallFunction",
+                                         {CComVariant(static_cast<IDispatch*>(array.p))},
+                                         [&] { return m_session->CallFunction(array, VARIANT_TRUE); });
+  EXPECT_TRUE(FAILED(marshalled));
+  EXPECT_TRUE(Connected());
+
+  CComPtr<IFunctionCall> text = Import(u"STFC_CONNECTION");
+  ASSERT_TRUE(text);
+  Set(text, u"REQUTEXT", CComVariant(lone));
+  expectAlike("CallFunction with text that has no UTF-8 form", u"CallFunction",
+              {CComVariant(static_cast<IDispatch*>(text.p))},
+              [&] { return m_session->CallFunction(text, VARIANT_TRUE); });
+  if (!Connected()) ASSERT_EQ(m_session->Connect(), S_OK);
+
+  // Values that the module's types cannot take. A packed number out of its
+  // range goes over SOAP as the text it is, and the system judges it.
+  struct Unfit {
+    const char16_t* parameter;
+    CComVariant value;
+    bool failsEverywhere;
+  };
+  const std::vector<Unfit> unfit = {{u"IV_DATE", CComVariant(u"not a date"), true},
+                                    {u"IV_TIME", CComVariant(u"25:61"), true},
+                                    {u"IV_INT", CComVariant(u"many"), true},
+                                    {u"IV_PACKED", CComVariant(u"1E+40"), false}};
+  for (const Unfit& u : unfit) {
+    CComPtr<IFunctionCall> call;
+    ASSERT_EQ(m_session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_TRUE, &call), S_OK);
+    Set(call, u.parameter, u.value);
+    const std::string what = "CallFunction with " + TextOf(CComBSTR(u.parameter)) + " = " + TextOf(u.value.bstrVal);
+    const HRESULT hr = expectAlike(what.c_str(), u"CallFunction", {CComVariant(static_cast<IDispatch*>(call.p))},
+                                   [&] { return m_session->CallFunction(call, VARIANT_TRUE); });
+    if (u.failsEverywhere) EXPECT_TRUE(FAILED(hr)) << what;
+    if (!Connected()) ASSERT_EQ(m_session->Connect(), S_OK);
+  }
+
+  CComBSTR tid;
+  if (SUCCEEDED(m_session->CreateTransID(&tid))) {
+    expectAlike("CallTRFCFunction with an array for text", u"CallTRFCFunction",
+                {CComVariant(tid), CComVariant(static_cast<IDispatch*>(array.p))},
+                [&] { return m_session->CallTRFCFunction(tid, array); });
+  }
+  expectAlike("ConfirmTransID of an empty ID", u"ConfirmTransID", {CComVariant(u"")},
+              [&] { return m_session->ConfirmTransID(CComBSTR(u"")); });
+  logon->put_Password(CComBSTR(u"Welcome1"));
+  expectAlike("ChangePassword to text that has no UTF-8 form", u"ChangePassword", {CComVariant(lone)},
+              [&] { return m_session->ChangePassword(lone); });
 }
 
 // ------------------------------------------------------------ calls

@@ -227,9 +227,16 @@ TEST(Dispatch, ParameterisedPropertyAndDefaultMember) {
   result.Clear();
   ASSERT_EQ(Call(list, IdOf(list, u"item"), DISPATCH_PROPERTYGET, {CComVariant(SHORT(1))}, &result), S_OK);
   EXPECT_EQ(BstrOf(result), u"first");
-  // Without an error record the member's own result comes back.
-  EXPECT_EQ(Call(list, DISPID_VALUE, DISPATCH_PROPERTYGET, {CComVariant(LONG(0))}, &result), E_INVALIDARG);
-  EXPECT_EQ(Call(list, DISPID_VALUE, DISPATCH_PROPERTYGET, {CComVariant(LONG(3))}, &result), E_FAIL);
+  // A failed member is an exception of the dispatch with its result in
+  // scode, with or without an error record.
+  EXCEPINFO info{};
+  EXPECT_EQ(Call(list, DISPID_VALUE, DISPATCH_PROPERTYGET, {CComVariant(LONG(0))}, &result, {}, nullptr, &info),
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, E_INVALIDARG);
+  EXPECT_EQ(info.bstrDescription, nullptr);
+  EXPECT_EQ(Call(list, DISPID_VALUE, DISPATCH_PROPERTYGET, {CComVariant(LONG(3))}, &result, {}, nullptr, &info),
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, E_FAIL);
   result.Clear();
   ASSERT_EQ(Call(list, 5, DISPATCH_METHOD, {CComVariant(u"second")}, &result), S_OK);
   EXPECT_EQ(V_VT(&result), VT_I4);
@@ -332,15 +339,17 @@ TEST(Dispatch, FailureFillsExcepInfoFromTheErrorRecord) {
   record->GetDescription(&description);
   EXPECT_EQ(description, u"The object has already been initialized");
 
-  // Without EXCEPINFO the member's result itself comes back.
-  EXPECT_EQ(Put(e, 4, CComVariant(u"bad")), static_cast<HRESULT>(0x80040201));
+  // Without EXCEPINFO the dispatch still says an exception occurred.
+  EXPECT_EQ(Put(e, 4, CComVariant(u"bad")), DISP_E_EXCEPTION);
   // A stale record does not stick to a failure of an object that sets none.
   auto list = Make<CFakeStringList, IStringList>();
   CComVariant result;
   info = EXCEPINFO{};
   EXPECT_EQ(Call(list, DISPID_VALUE, DISPATCH_PROPERTYGET, {CComVariant(LONG(0))}, &result, {}, nullptr, &info),
-            E_INVALIDARG);
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(info.scode, E_INVALIDARG);
   EXPECT_EQ(info.bstrDescription, nullptr);
+  EXPECT_EQ(info.bstrSource, nullptr);
 }
 
 TEST(Dispatch, TypeInfoCount) {
