@@ -9,11 +9,8 @@
 // moves the same rows (the module changes each row and appends one).
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <ctime>
 #include <string>
 #include <vector>
 
@@ -21,21 +18,20 @@
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "flat_table.h"
+#include "side_by_side.h"
 #include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
 
+using bench::FlatRow;
+using bench::kFlatRows;
 using veltrane::nwrfc::EntryPoints;
-
-constexpr int kRows = 100000;
 
 vsim::testing::SimProcess& Sim() {
   static vsim::testing::SimProcess sim;
   return sim;
 }
-
-std::u16string Wide(const std::string& s) { return std::u16string(s.begin(), s.end()); }
 
 // ------------------------------------------------------------- sessions
 
@@ -47,7 +43,8 @@ CComPtr<ISession> NWSession() {
   session->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(VELTRANE_NWRFC_SDK_DIR));
   CComPtr<IRfcSystemData> system;
   session->get_RfcSystemData(&system);
-  system->put_ConnectString(CComBSTR(Wide("ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort()))));
+  system->put_ConnectString(
+      CComBSTR(bench::WideAscii("ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort()))));
   return CComPtr<ISession>(session.p);
 }
 
@@ -77,42 +74,11 @@ bool Connect(ISession* session) {
 CComPtr<IFunctionCall> FilledCall(ISession* session) {
   CComPtr<IFunctionCall> call;
   if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &call) != S_OK || !call) return nullptr;
-  if (!bench::FillFlatTable(call, kRows)) return nullptr;
+  if (!bench::FillFlatTable(call, kFlatRows)) return nullptr;
   return call;
 }
 
 // --------------------------------------------------------- the SDK alone
-
-// A row of TT_FLAT as a client of the SDK would keep it.
-struct FlatRow {
-  std::u16string text, numc, packed;
-  RFC_DATE date;
-  RFC_TIME time;
-  SAP_RAW raw[4];
-  double number;
-  int integer;
-  RFC_INT1 tiny;
-  short small;
-};
-
-std::vector<FlatRow> SdkRows() {
-  std::vector<FlatRow> rows(kRows);
-  for (int i = 0; i < kRows; ++i) {
-    FlatRow& r = rows[static_cast<size_t>(i)];
-    const int n = i + 1;
-    r.text = Wide("row " + std::to_string(n));
-    r.numc = Wide(std::to_string(n));
-    r.packed = Wide(std::to_string(n) + ".25");
-    std::memcpy(r.date, u"20240101", sizeof r.date);
-    std::memcpy(r.time, u"000000", sizeof r.time);
-    std::memcpy(r.raw, &n, 4);
-    r.number = n * 0.5;
-    r.integer = n;
-    r.tiny = static_cast<RFC_INT1>(n % 100);
-    r.small = static_cast<short>(n % 1000);
-  }
-  return rows;
-}
 
 size_t Trimmed(const SAP_UC* text, size_t n) {
   while (n > 0 && text[n - 1] == u' ') --n;
@@ -175,85 +141,37 @@ bool SdkRoundTrip(const EntryPoints& sdk, RFC_CONNECTION_HANDLE connection, RFC_
 // ------------------------------------------------------------- the run
 
 struct Figures {
-  double nwMs = 0, sdkMs = 0, soapMs = 0;
-  double nwCpuMs = 0, sdkCpuMs = 0;
+  bench::SideBySideFigures nw;
+  double soapMs = 0;
 } g_figures;
 
-using clock = std::chrono::steady_clock;
-
-double Ms(clock::time_point a, clock::time_point b) { return std::chrono::duration<double, std::milli>(b - a).count(); }
-
-// CPU time of this thread: the client's own work, which load from elsewhere
-// on the machine and the simulated system's time leave out.
-double ThreadCpuMs() {
-  timespec t{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0.0 : v[v.size() / 2];
-}
-
-// The session and the SDK alone in one loop, taking turns at going first, so
-// that load from elsewhere on the machine (and the simulated system's own
-// clean-up of the call before) falls on both alike. Counters: the median
-// time of each and their ratio.
+// The session beside the SDK alone (side_by_side.h); the CPU time is this
+// thread's, where both do their work.
 void BM_NWRfcSessionBesideTheSdkAlone(benchmark::State& state) {
   CComPtr<ISession> nw = NWSession();
   if (!nw || !Connect(nw)) return state.SkipWithError("the NW session does not connect");
   CComPtr<IFunctionCall> call = FilledCall(nw);
   if (!call) return state.SkipWithError("Z_VSIM_TYPES does not import");
   const EntryPoints& sdk = *veltrane::nwrfc::NWRfcLibrary::Loaded();
-  const std::u16string host = Wide(Sim().rfcHost()), port = Wide(std::to_string(Sim().rfcPort()));
+  const std::u16string host = bench::WideAscii(Sim().rfcHost()),
+                       port = bench::WideAscii(std::to_string(Sim().rfcPort()));
   const RFC_CONNECTION_PARAMETER params[] = {{u"ashost", host.c_str()}, {u"gwserv", port.c_str()}, {u"client", u"001"},
                                              {u"user", u"DEMO"},        {u"passwd", u"Welcome1"},  {u"lang", u"EN"}};
   RFC_ERROR_INFO info;
   RFC_CONNECTION_HANDLE connection = sdk.RfcOpenConnection(params, 6, &info);
   RFC_FUNCTION_DESC_HANDLE desc = connection ? sdk.RfcGetFunctionDesc(connection, u"Z_VSIM_TYPES", &info) : nullptr;
   if (!desc) return state.SkipWithError("the SDK does not connect");
-  std::vector<FlatRow> rows = SdkRows();
-
-  std::vector<double> sessionCpu, aloneCpu;
-  auto viaSession = [&](std::vector<double>& times) {
-    const auto t0 = clock::now();
-    const double c0 = ThreadCpuMs();
-    const HRESULT hr = nw->CallFunction(call, VARIANT_TRUE);
-    sessionCpu.push_back(ThreadCpuMs() - c0);
-    times.push_back(Ms(t0, clock::now()));
-    VARIANT_BOOL error = VARIANT_FALSE;
-    nw->get_Error(&error);
-    return hr == S_OK && !error;
-  };
-  auto viaSdk = [&](std::vector<double>& times) {
-    const auto t0 = clock::now();
-    const double c0 = ThreadCpuMs();
-    const bool ok = SdkRoundTrip(sdk, connection, desc, rows);
-    aloneCpu.push_back(ThreadCpuMs() - c0);
-    times.push_back(Ms(t0, clock::now()));
-    return ok;
-  };
-  std::vector<double> session, alone;
-  bool sessionFirst = true;
-  for (auto _ : state) {
-    const bool ok = sessionFirst ? viaSession(session) && viaSdk(alone) : viaSdk(alone) && viaSession(session);
-    if (!ok) {
-      state.SkipWithError("a call failed");
-      break;
-    }
-    sessionFirst = !sessionFirst;
-  }
+  std::vector<FlatRow> rows = bench::FlatRows(kFlatRows);
+  g_figures.nw = bench::RunSideBySide(
+      state, "nwrfc_ms", CLOCK_THREAD_CPUTIME_ID,
+      [&] {
+        const HRESULT hr = nw->CallFunction(call, VARIANT_TRUE);
+        VARIANT_BOOL error = VARIANT_FALSE;
+        nw->get_Error(&error);
+        return hr == S_OK && !error;
+      },
+      [&] { return SdkRoundTrip(sdk, connection, desc, rows); }, kFlatRows);
   sdk.RfcCloseConnection(connection, nullptr);
-  g_figures.nwMs = Median(session);
-  g_figures.sdkMs = Median(alone);
-  g_figures.nwCpuMs = Median(sessionCpu);
-  g_figures.sdkCpuMs = Median(aloneCpu);
-  state.counters["nwrfc_ms"] = g_figures.nwMs;
-  state.counters["sdk_ms"] = g_figures.sdkMs;
-  if (g_figures.sdkMs > 0) state.counters["ratio"] = g_figures.nwMs / g_figures.sdkMs;
-  if (g_figures.sdkCpuMs > 0) state.counters["cpu_ratio"] = g_figures.nwCpuMs / g_figures.sdkCpuMs;
-  state.SetItemsProcessed(state.iterations() * kRows);
 }
 BENCHMARK(BM_NWRfcSessionBesideTheSdkAlone)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(8);
 
@@ -265,9 +183,9 @@ void BM_SoapSession(benchmark::State& state) {
   if (!call) return state.SkipWithError("Z_VSIM_TYPES does not import");
   std::vector<double> times;
   for (auto _ : state) {
-    const auto t0 = clock::now();
+    const auto t0 = std::chrono::steady_clock::now();
     const HRESULT hr = soap->CallFunction(call, VARIANT_TRUE);
-    times.push_back(Ms(t0, clock::now()));
+    times.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
     VARIANT_BOOL error = VARIANT_FALSE;
     soap->get_Error(&error);
     if (hr != S_OK || error) {
@@ -275,9 +193,9 @@ void BM_SoapSession(benchmark::State& state) {
       break;
     }
   }
-  g_figures.soapMs = Median(times);
+  g_figures.soapMs = bench::Median(times);
   state.counters["soap_ms"] = g_figures.soapMs;
-  state.SetItemsProcessed(state.iterations() * kRows);
+  state.SetItemsProcessed(state.iterations() * kFlatRows);
 }
 BENCHMARK(BM_SoapSession)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(4);
 
@@ -287,12 +205,13 @@ int main(int argc, char** argv) {
   CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
-  if (g_figures.sdkMs > 0 && g_figures.sdkCpuMs > 0)
+  const bench::SideBySideFigures& f = g_figures.nw;
+  if (f.sdkMs > 0 && f.sdkCpuMs > 0)
     std::printf(
         "TT_FLAT, %d rows of ten fields out and back (median): NWRfcSession %.0f ms, the SDK alone %.0f ms, "
         "ratio %.2f (goal: within 1.5); the client's CPU %.0f ms against %.0f ms, ratio %.2f; SoapSession %.0f ms\n",
-        kRows, g_figures.nwMs, g_figures.sdkMs, g_figures.nwMs / g_figures.sdkMs, g_figures.nwCpuMs, g_figures.sdkCpuMs,
-        g_figures.nwCpuMs / g_figures.sdkCpuMs, g_figures.soapMs);
+        kFlatRows, f.sessionMs, f.sdkMs, f.sessionMs / f.sdkMs, f.sessionCpuMs, f.sdkCpuMs, f.sessionCpuMs / f.sdkCpuMs,
+        g_figures.soapMs);
   benchmark::Shutdown();
   CoUninitialize();
   return 0;

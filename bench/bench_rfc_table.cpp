@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,25 +22,24 @@
 #include "platform/objbase.h"
 #include "rfc/rfc_library.h"
 #include "flat_table.h"
+#include "side_by_side.h"
 #include "testing/sim_process.h"
 #include "veltrane_tlb.h"
 
 namespace {
 
 using namespace veltrane::sdk::rfc;
+using bench::FlatRow;
+using bench::kFlatRows;
 using veltrane::rfc::EntryPoints;
-
-constexpr int kRows = 100000;
 
 vsim::testing::SimProcess& Sim() {
   static vsim::testing::SimProcess sim;
   return sim;
 }
 
-std::u16string Wide(const std::string& s) { return std::u16string(s.begin(), s.end()); }
-
 std::u16string ConnectString() {
-  return Wide("ASHOST=" + Sim().rfcHost() + " GWSERV=" + std::to_string(Sim().rfcPort()) + " TOUPPER=0");
+  return bench::WideAscii("ASHOST=" + Sim().rfcHost() + " GWSERV=" + std::to_string(Sim().rfcPort()) + " TOUPPER=0");
 }
 
 // ------------------------------------------------------------ the session
@@ -71,7 +69,7 @@ CComPtr<ISession> ClassicSession() {
 CComPtr<IFunctionCall> FilledCall(ISession* session) {
   CComPtr<IFunctionCall> call;
   if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_TRUE, &call) != S_OK || !call) return nullptr;
-  if (!bench::FillFlatTable(call, kRows)) return nullptr;
+  if (!bench::FillFlatTable(call, kFlatRows)) return nullptr;
   return call;
 }
 
@@ -116,36 +114,6 @@ Layout LayoutOf(const EntryPoints& sdk, RFC_HANDLE h) {
   }
   sdk.RfcReleaseStructInfoU(head, fields);
   return l;
-}
-
-// A row of TT_FLAT as a client of the SDK would keep it.
-struct FlatRow {
-  std::u16string text, numc, packed;
-  char16_t date[8], time[6];
-  unsigned char raw[4];
-  double number;
-  int integer;
-  unsigned char tiny;
-  short small;
-};
-
-std::vector<FlatRow> SdkRows() {
-  std::vector<FlatRow> rows(kRows);
-  for (int i = 0; i < kRows; ++i) {
-    FlatRow& r = rows[static_cast<size_t>(i)];
-    const int n = i + 1;
-    r.text = Wide("row " + std::to_string(n));
-    r.numc = Wide(std::to_string(n));
-    r.packed = Wide(std::to_string(n) + ".25");
-    std::memcpy(r.date, u"20240101", sizeof r.date);
-    std::memcpy(r.time, u"000000", sizeof r.time);
-    std::memcpy(r.raw, &n, 4);
-    r.number = n * 0.5;
-    r.integer = n;
-    r.tiny = static_cast<unsigned char>(n % 100);
-    r.small = static_cast<short>(n % 1000);
-  }
-  return rows;
 }
 
 // A text into a blank-padded field, right-aligned in "0" for a NUMC.
@@ -219,30 +187,11 @@ bool SdkRoundTrip(const EntryPoints& sdk, RFC_HANDLE h, const Layout& l, std::ve
 
 // ------------------------------------------------------------- the run
 
-struct Figures {
-  double sessionMs = 0, sdkMs = 0, sessionCpuMs = 0, sdkCpuMs = 0;
-} g_figures;
+bench::SideBySideFigures g_figures;
 
-using clock = std::chrono::steady_clock;
-
-double Ms(clock::time_point a, clock::time_point b) { return std::chrono::duration<double, std::milli>(b - a).count(); }
-
-// CPU time of this process, all its threads: the session's work is on the
-// call's listening thread. The simulated system runs in a process of its own.
-double ProcessCpuMs() {
-  timespec t{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
-  return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
-}
-
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0.0 : v[v.size() / 2];
-}
-
-// The session and the SDK alone in one loop, taking turns at going first, so
-// that load from elsewhere on the machine falls on both alike. Counters: the
-// median time of each and their ratio.
+// The session beside the SDK alone (side_by_side.h); the CPU time is the
+// process's: the session's work is on the call's listening thread, the
+// simulated system runs in a process of its own.
 void BM_RfcSessionBesideTheSdkAlone(benchmark::State& state) {
   CComPtr<ISession> session = ClassicSession();
   if (!session) return state.SkipWithError("the classic session does not connect");
@@ -254,43 +203,17 @@ void BM_RfcSessionBesideTheSdkAlone(benchmark::State& state) {
   const RFC_HANDLE h = sdk.RfcOpenExU(connect.data(), &info);
   const Layout layout = h ? LayoutOf(sdk, h) : Layout{};
   if (!layout.type) return state.SkipWithError("the SDK does not connect");
-  std::vector<FlatRow> rows = SdkRows();
-
-  std::vector<double> session_, alone, sessionCpu, aloneCpu;
-  auto viaSession = [&] {
-    const auto t0 = clock::now();
-    const double c0 = ProcessCpuMs();
-    const HRESULT hr = session->CallFunction(call, VARIANT_TRUE);
-    sessionCpu.push_back(ProcessCpuMs() - c0);
-    session_.push_back(Ms(t0, clock::now()));
-    VARIANT_BOOL error = VARIANT_FALSE;
-    session->get_Error(&error);
-    return hr == S_OK && !error;
-  };
-  auto viaSdk = [&] {
-    const auto t0 = clock::now();
-    const double c0 = ProcessCpuMs();
-    const bool ok = SdkRoundTrip(sdk, h, layout, rows);
-    aloneCpu.push_back(ProcessCpuMs() - c0);
-    alone.push_back(Ms(t0, clock::now()));
-    return ok;
-  };
-  bool sessionFirst = true;
-  for (auto _ : state) {
-    const bool ok = sessionFirst ? viaSession() && viaSdk() : viaSdk() && viaSession();
-    if (!ok) {
-      state.SkipWithError("a call failed");
-      break;
-    }
-    sessionFirst = !sessionFirst;
-  }
+  std::vector<FlatRow> rows = bench::FlatRows(kFlatRows);
+  g_figures = bench::RunSideBySide(
+      state, "session_ms", CLOCK_PROCESS_CPUTIME_ID,
+      [&] {
+        const HRESULT hr = session->CallFunction(call, VARIANT_TRUE);
+        VARIANT_BOOL error = VARIANT_FALSE;
+        session->get_Error(&error);
+        return hr == S_OK && !error;
+      },
+      [&] { return SdkRoundTrip(sdk, h, layout, rows); }, kFlatRows);
   sdk.RfcCloseU(h);
-  g_figures = {Median(session_), Median(alone), Median(sessionCpu), Median(aloneCpu)};
-  state.counters["session_ms"] = g_figures.sessionMs;
-  state.counters["sdk_ms"] = g_figures.sdkMs;
-  if (g_figures.sdkMs > 0) state.counters["ratio"] = g_figures.sessionMs / g_figures.sdkMs;
-  if (g_figures.sdkCpuMs > 0) state.counters["cpu_ratio"] = g_figures.sessionCpuMs / g_figures.sdkCpuMs;
-  state.SetItemsProcessed(state.iterations() * kRows);
 }
 BENCHMARK(BM_RfcSessionBesideTheSdkAlone)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(8);
 
@@ -304,7 +227,7 @@ int main(int argc, char** argv) {
     std::printf(
         "TT_FLAT, %d rows of ten fields out and back (median): RfcSession %.0f ms, the SDK's It... calls alone %.0f "
         "ms, ratio %.2f (goal: within 1.5); the process's CPU %.0f ms against %.0f ms, ratio %.2f\n",
-        kRows, g_figures.sessionMs, g_figures.sdkMs, g_figures.sessionMs / g_figures.sdkMs, g_figures.sessionCpuMs,
+        kFlatRows, g_figures.sessionMs, g_figures.sdkMs, g_figures.sessionMs / g_figures.sdkMs, g_figures.sessionCpuMs,
         g_figures.sdkCpuMs, g_figures.sessionCpuMs / g_figures.sdkCpuMs);
   benchmark::Shutdown();
   CoUninitialize();

@@ -1,15 +1,19 @@
 // The rows the SDK table benchmarks send: TT_FLAT of Z_VSIM_TYPES, every
-// field of ZVSIM_FLAT set through the object model.
+// field of ZVSIM_FLAT set through the object model, or held in plain C++
+// rows as a client of the SDK alone would keep them.
 #pragma once
 
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "veltrane_tlb.h"
 
 namespace bench {
+
+inline constexpr int kFlatRows = 100000;
 
 inline std::u16string WideAscii(const std::string& s) { return std::u16string(s.begin(), s.end()); }
 
@@ -53,6 +57,37 @@ inline bool FillFlatTable(IFunctionCall* call, LONG count) {
     set(u"INT2", CComVariant(static_cast<LONG>(i % 1000)));
   }
   return true;
+}
+
+// A row of TT_FLAT as a client of the SDK would keep it.
+struct FlatRow {
+  std::u16string text, numc, packed;
+  char16_t date[8], time[6];
+  unsigned char raw[4];
+  double number;
+  int integer;
+  unsigned char tiny;
+  short small;
+};
+
+// Rows 1..count with the values FillFlatTable gives them.
+inline std::vector<FlatRow> FlatRows(int count) {
+  std::vector<FlatRow> rows(static_cast<size_t>(count));
+  for (int i = 0; i < count; ++i) {
+    FlatRow& r = rows[static_cast<size_t>(i)];
+    const int n = i + 1;
+    r.text = WideAscii("row " + std::to_string(n));
+    r.numc = WideAscii(std::to_string(n));
+    r.packed = WideAscii(std::to_string(n) + ".25");
+    std::memcpy(r.date, u"20240101", sizeof r.date);
+    std::memcpy(r.time, u"000000", sizeof r.time);
+    std::memcpy(r.raw, &n, 4);
+    r.number = n * 0.5;
+    r.integer = n;
+    r.tiny = static_cast<unsigned char>(n % 100);
+    r.small = static_cast<short>(n % 1000);
+  }
+  return rows;
 }
 
 }  // namespace bench

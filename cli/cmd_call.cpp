@@ -5,6 +5,7 @@
 #include "backends.h"
 #include "call_request.h"
 #include "interface_cache.h"
+#include "left_out.h"
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
@@ -62,6 +63,7 @@ int runCall(const ParsedArgs& args) {
   Connection connection(std::move(settings));
   InterfaceSource source{args.has("refresh"), args.valueOr("interface", "")};
   CComPtr<IFunctionCall> call = functionInterface(connection, function, source);
+  for (const std::string& name : given) requireCarried(connection, call, function, name);
   for (size_t i = 1; i < args.positionals().size(); ++i)
     assignArgument(call, function, args.positionals()[i], fileLimit);
   if (!selection.only.empty()) requestOnly(call, function, selection.only);

@@ -2,9 +2,11 @@
 // as JSON with type names.
 #include <iostream>
 
+#include "backends.h"
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
+#include "left_out.h"
 #include "output.h"
 #include "text.h"
 
@@ -133,9 +135,15 @@ int runDescribe(const ParsedArgs& args) {
     throw UsageError("option --format: '" + format + "' is not a format (xml or json)");
   Connection connection(connectionSettings(args));
   CComPtr<IFunctionCall> call = connection.importCall(function);
+  const auto leftOut = leftOutParameters(connection, call, function);
   if (format == "json") {
-    printJson(std::cout, interfaceJson(call, function));
+    Json j = interfaceJson(call, function);
+    if (leftOut) j["leftOut"] = leftOutJson(*leftOut);
+    printJson(std::cout, j);
   } else {
+    if (leftOut && !leftOut->empty())
+      std::cerr << "veltrane: the " << backendNamed(connection.settings().backend).label << " back end leaves out "
+                << function << "'s parameters it cannot carry: " << leftOutText(*leftOut) << "\n";
     CComBSTR xml;
     check(call->ToXML(&xml), "writing the interface of " + function + " as XML");
     std::string text = utf8(xml);

@@ -90,8 +90,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
     {
       std::lock_guard lock(mutex_);
       closed_ = true;
+      answered_.notify_all();
     }
-    answered_.notify_all();
     asio::post(socket_.get_executor(), [self = shared_from_this()] { self->close(); });
   }
 
@@ -141,8 +141,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
       } else {
         unasked = true;
       }
+      answered_.notify_all();
     }
-    answered_.notify_all();
     if (unasked) {
       log_.write(LogLevel::Warn, "rfc " + state_.peer + " program " + program_ + " sent a frame nobody asked for");
       return close();
@@ -225,8 +225,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
       std::lock_guard lock(mutex_);
       if (!announcing_) return;
       announcing_ = false;
+      answered_.notify_all();
     }
-    answered_.notify_all();
   }
 
   void close() {
@@ -239,8 +239,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
     {
       std::lock_guard lock(mutex_);
       closed_ = true;
+      answered_.notify_all();
     }
-    answered_.notify_all();
     if (!program_.empty()) gateway_.remove(this);
   }
 
@@ -257,6 +257,8 @@ class Connection : public std::enable_shared_from_this<Connection>, public Progr
   std::string program_;  // set once the registration is accepted
 
   std::mutex mutex_;
+  // Notified with mutex_ held: a waiter that wakes goes on (and may let go of
+  // the last reference) only once the notification is over.
   std::condition_variable answered_;
   std::optional<std::string> answer_;
   bool waiting_ = false;

@@ -1,6 +1,7 @@
 // What the command shows of the system on every back end: an ABAP message
 // with its four variables in a failure as JSON, and a BAPI whose change
 // BAPI_TRANSACTION_COMMIT saves within the one session of a batch.
+#include <algorithm>
 #include <sstream>
 
 #include "cli_fixture.h"
@@ -138,6 +139,86 @@ TEST_P(CliOnEveryBackend, ABapiAndItsCommitRunInOneSession) {
   r = on({"call", "Z_VSIM_NOTE_GETLIST", "KEY=" + key});
   EXPECT_OK(r);
   EXPECT_EQ(json(r)["tables"]["NOTES"].size(), 1u);
+}
+
+// Z_VSIM_TYPES has deep structures (IS_DEEP, ES_DEEP) and table types outside
+// TABLES (IT_FLAT, ET_FLAT, CT_FLAT). SOAP carries no deep structure, the
+// classic back end neither of them, the NW back end all.
+std::vector<std::string> leftOutOfTypes(const std::string& backend) {
+  if (backend == "soap") return {"IS_DEEP", "ES_DEEP"};
+  if (backend == "rfc") return {"IT_FLAT", "IS_DEEP", "ET_FLAT", "ES_DEEP", "CT_FLAT"};
+  return {};
+}
+
+TEST_P(CliOnEveryBackend, DescribeNamesTheParametersTheBackEndCannotCarry) {
+  const std::vector<std::string> expected = leftOutOfTypes(GetParam());
+  RunResult r = on({"describe", "Z_VSIM_TYPES", "--format", "json"});
+  EXPECT_OK(r);
+  const Json j = json(r);
+  std::vector<std::string> leftOut, described;
+  for (const Json& p : j.at("leftOut")) leftOut.push_back(p["name"]);
+  for (const Json& p : j.at("parameters")) described.push_back(p["name"]);
+  EXPECT_EQ(leftOut, expected) << j.at("leftOut");
+  for (const std::string& name : expected) EXPECT_EQ(std::count(described.begin(), described.end(), name), 0) << name;
+  for (const char* name : {"IV_CHAR", "IS_FLAT", "EV_XSTRING", "ES_FLAT", "CV_INT", "CS_FLAT", "TT_FLAT"})
+    EXPECT_EQ(std::count(described.begin(), described.end(), name), 1) << name;
+  if (!expected.empty()) {
+    const Json deep = *std::find_if(j.at("leftOut").begin(), j.at("leftOut").end(),
+                                    [](const Json& p) { return p["name"] == "ES_DEEP"; });
+    EXPECT_EQ(deep["direction"], "exporting");
+    EXPECT_EQ(deep["kind"], "deep structure");
+    EXPECT_EQ(deep["type"], "ZVSIM_DEEP");
+  }
+
+  // The XML form stays as it is; the note goes to standard error.
+  r = on({"describe", "Z_VSIM_TYPES"});
+  EXPECT_OK(r);
+  EXPECT_EQ(r.out.rfind("<", 0), 0u) << r.out;
+  const size_t note = r.err.find("back end leaves out Z_VSIM_TYPES's parameters it cannot carry: ");
+  if (expected.empty()) {
+    EXPECT_EQ(note, std::string::npos) << r.err;
+  } else {
+    ASSERT_NE(note, std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("IS_DEEP (importing, deep structure ZVSIM_DEEP)", note), std::string::npos) << r.err;
+  }
+  if (GetParam() == "rfc")
+    EXPECT_NE(r.err.find("IT_FLAT (importing, table type ZVSIM_FLAT_TT)"), std::string::npos) << r.err;
+}
+
+TEST_P(CliOnEveryBackend, ACallGoesWithTheParametersTheBackEndCarries) {
+  const std::vector<std::string> given = {
+      "call", "Z_VSIM_TYPES", "IV_CHAR=abc", "IS_FLAT={\"INT\":4}", "TT_FLAT=[{\"INT\":5}]", "--refresh"};
+  RunResult r = on(given);
+  EXPECT_OK(r);
+  const Json j = json(r);
+  EXPECT_EQ(j.at("exporting").at("EV_CHAR"), "abc") << j;
+  EXPECT_EQ(j.at("exporting").at("ES_FLAT").at("INT"), 4) << j;
+  // A tables parameter given shows with --only.
+  std::vector<std::string> only = given;
+  only.insert(only.end(), {"--only", "TT_FLAT"});
+  r = on(only);
+  EXPECT_OK(r);
+  const Json rows = json(r).at("tables").at("TT_FLAT");
+  ASSERT_EQ(rows.size(), 2u) << rows;
+  EXPECT_EQ(rows[0].at("INT"), 6);
+  EXPECT_EQ(rows[1].at("INT"), 4);
+
+  // A value for a parameter left out is refused before anything is sent.
+  r = on({"call", "Z_VSIM_TYPES", "IV_CHAR=abc", "IS_DEEP={}"});
+  if (leftOutOfTypes(GetParam()).empty()) {
+    EXPECT_OK(r);
+  } else {
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_NE(r.err.find("IS_DEEP is a parameter of Z_VSIM_TYPES (importing, deep structure ZVSIM_DEEP) that the "),
+              std::string::npos)
+        << r.err;
+    EXPECT_NE(r.err.find("back end cannot carry: call without it, or over another back end"), std::string::npos)
+        << r.err;
+  }
+  // A name the function does not have at all is no such parameter.
+  r = on({"call", "Z_VSIM_TYPES", "NO_SUCH=1"});
+  EXPECT_EQ(r.status, 2);
+  EXPECT_NE(r.err.find("Z_VSIM_TYPES has no parameter NO_SUCH"), std::string::npos) << r.err;
 }
 
 INSTANTIATE_TEST_SUITE_P(Backends, CliOnEveryBackend, ::testing::Values("soap", "nwrfc", "rfc"),

@@ -3,58 +3,17 @@
 #include <string>
 
 #include "foreign_type.h"
-#include "model/row_store.h"
-#include "model_test_support.h"
+#include "stored_rows.h"
 #include "veltrane/row_cells.h"
 
 using namespace model_test;
 
 namespace {
 
-CComPtr<IRfcType> FlatRow() {
-  return Struct(u"ROW", {Scalar(u"NAME", TYPE_CHAR, 10), Scalar(u"COUNT", TYPE_INT), Scalar(u"DAY", TYPE_DATE),
-                         Scalar(u"PRICE", TYPE_FLOAT)});
-}
-
-CComPtr<IRfcRows> NewRows(IRfcType* rowType, CComPtr<IFunctionCall>& keep) {
-  keep = NewCall(u"Z_CELLS");
-  CComPtr<IRfcParameters> tables = Tables(keep);
-  EXPECT_EQ(tables->AddTable(CComBSTR(u"T"), rowType), S_OK);
-  CComPtr<IRfcRows> rows;
-  EXPECT_EQ(Param(tables, CComVariant(u"T"))->get_Rows(&rows), S_OK);
-  return rows;
-}
-
 CComPtr<IRfcRowCells> CellsOf(IRfcRows* rows) {
   CComPtr<IRfcRowCells> cells;
   EXPECT_EQ(rows->QueryInterface(IID_IRfcRowCells, reinterpret_cast<void**>(&cells)), S_OK);
   return cells;
-}
-
-ULONG CountOf(IUnknown* p) {
-  p->AddRef();
-  return p->Release();
-}
-
-// Stored rows: NAME "R<n>", COUNT n, DAY 2024-01-n, PRICE n.5, n from 1.
-void AppendStored(IRfcRows* rows, LONG count) {
-  RowStore* store = nullptr;
-  size_t first = 0;
-  ASSERT_EQ(RfcRowsAppendStored(rows, count, &store, &first), S_OK);
-  for (LONG i = 0; i < count; ++i) {
-    const size_t row = first + static_cast<size_t>(i);
-    store->PutUtf8(row, 0, "R" + std::to_string(i + 1));
-    VARIANT v;
-    v.vt = VT_I4;
-    v.lVal = i + 1;
-    ASSERT_EQ(store->Take(row, 1, &v), S_OK);
-    v.vt = VT_DATE;
-    v.date = 45292.0 + i;
-    ASSERT_EQ(store->Take(row, 2, &v), S_OK);
-    v.vt = VT_R8;
-    v.dblVal = i + 1.5;
-    ASSERT_EQ(store->Take(row, 3, &v), S_OK);
-  }
 }
 
 std::u16string Text(const RfcCell& cell) { return std::u16string(cell.text, cell.length); }
@@ -84,7 +43,7 @@ class ForeignRow : public CComObjectBase<ForeignRow, IDispatchImpl<ForeignRow, I
 TEST(RowCells, StoredRowsGiveTheirCellsInPlaceWithTheMembersTypes) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendStored(rows, 3);
+  AppendStored(rows, 3, 1, 4);
   CComPtr<IRfcRowCells> cells = CellsOf(rows);
   RfcCell row[4];
   LONG width = 0;
@@ -113,7 +72,7 @@ TEST(RowCells, StoredRowsGiveTheirCellsInPlaceWithTheMembersTypes) {
 TEST(RowCells, ReadingCellsMakesNoObjectsAndChangesNoCount) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendStored(rows, 2);
+  AppendStored(rows, 2, 1, 4);
   const ULONG before = CountOf(rows);
   {
     CComPtr<IRfcRowCells> cells = CellsOf(rows);
@@ -139,7 +98,7 @@ TEST(RowCells, ReadingCellsMakesNoObjectsAndChangesNoCount) {
 TEST(RowCells, ARowMadeIntoObjectsGivesWhatItsFieldsHold) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendStored(rows, 2);
+  AppendStored(rows, 2, 1, 4);
   CComPtr<IRfcFields> second;
   ASSERT_EQ(rows->get_Item(2, &second), S_OK);
   CComPtr<IRfcField> name;
@@ -185,7 +144,7 @@ TEST(RowCells, AMemberOfAForeignTypeGivesTheTypeItReports) {
 TEST(RowCells, CapacityBoundsWhatIsWrittenAndTheWidthIsAlwaysTold) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendStored(rows, 1);
+  AppendStored(rows, 1, 1, 4);
   CComPtr<IRfcRowCells> cells = CellsOf(rows);
   LONG width = 0;
   EXPECT_EQ(cells->GetRowCells(1, nullptr, 0, &width), S_OK);
@@ -201,7 +160,7 @@ TEST(RowCells, CapacityBoundsWhatIsWrittenAndTheWidthIsAlwaysTold) {
 TEST(RowCells, BadArgumentsFailWithoutWriting) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendStored(rows, 2);
+  AppendStored(rows, 2, 1, 4);
   CComPtr<IRfcRowCells> cells = CellsOf(rows);
   RfcCell row[4];
   LONG width = 7;

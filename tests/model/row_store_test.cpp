@@ -4,26 +4,11 @@
 #include <stdexcept>
 
 #include "foreign_type.h"
-#include "model/row_store.h"
-#include "model_test_support.h"
+#include "stored_rows.h"
 
 using namespace model_test;
 
 namespace {
-
-CComPtr<IRfcType> FlatRow() {
-  return Struct(u"ROW", {Scalar(u"NAME", TYPE_CHAR, 10), Scalar(u"COUNT", TYPE_INT), Scalar(u"DAY", TYPE_DATE),
-                         Scalar(u"PRICE", TYPE_FLOAT)});
-}
-
-CComPtr<IRfcRows> NewRows(IRfcType* rowType, CComPtr<IFunctionCall>& keep) {
-  keep = NewCall(u"Z_STORE");
-  CComPtr<IRfcParameters> tables = Tables(keep);
-  EXPECT_EQ(tables->AddTable(CComBSTR(u"T"), rowType), S_OK);
-  CComPtr<IRfcRows> rows;
-  EXPECT_EQ(Param(tables, CComVariant(u"T"))->get_Rows(&rows), S_OK);
-  return rows;
-}
 
 LONG Count(IRfcRows* r) {
   LONG n = -1;
@@ -49,34 +34,12 @@ CComVariant Value(IRfcField* field) {
   return v;
 }
 
-ULONG CountOf(IUnknown* p) {
-  p->AddRef();
-  return p->Release();
-}
-
-// Appends count stored rows and fills NAME with "R<n>" and COUNT with n,
-// n counting from start.
-void AppendNamed(IRfcRows* rows, LONG count, LONG start) {
-  RowStore* store = nullptr;
-  size_t first = 0;
-  ASSERT_EQ(RfcRowsAppendStored(rows, count, &store, &first), S_OK);
-  for (LONG i = 0; i < count; ++i) {
-    const std::string name = "R" + std::to_string(start + i);
-    store->PutUtf8(first + static_cast<size_t>(i), 0, name);
-    VARIANT n;
-    n.vt = VT_I4;
-    n.lVal = start + i;
-    ASSERT_EQ(store->Take(first + static_cast<size_t>(i), 1, &n), S_OK);
-    EXPECT_EQ(n.vt, VT_EMPTY);
-  }
-}
-
 }  // namespace
 
 TEST(RowStore, StoredRowsReadAsRowsMadeAtOnce) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendNamed(rows, 3, 1);
+  AppendStored(rows, 3, 1, 2);
   EXPECT_EQ(Count(rows), 3);
   CComPtr<IRfcFields> second = Row(rows, 2);
   EXPECT_EQ(Str(Value(Field(second, u"NAME")).bstrVal), u"R2");
@@ -128,7 +91,7 @@ TEST(RowStore, ARowIsTheSameObjectEachTimeAndCountedAsBefore) {
 TEST(RowStore, AFieldHeldKeepsItsIdentityAndValueAcrossOtherOperations) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcRows> rows = NewRows(FlatRow(), keep);
-  AppendNamed(rows, 5, 1);
+  AppendStored(rows, 5, 1, 2);
   CComPtr<IRfcFields> row = Row(rows, 3);
   CComPtr<IRfcField> held = Field(row, u"NAME");
   ASSERT_EQ(held->put_value(CComVariant(u"changed")), S_OK);
@@ -137,7 +100,7 @@ TEST(RowStore, AFieldHeldKeepsItsIdentityAndValueAcrossOtherOperations) {
   CComPtr<IRfcFields> added;
   ASSERT_EQ(rows->AddRow(&added), S_OK);
   ASSERT_EQ(rows->AddRows(2), S_OK);
-  AppendNamed(rows, 2, 100);
+  AppendStored(rows, 2, 100, 2);
   EXPECT_EQ(Count(rows), 10);
   EXPECT_EQ(Row(rows, 3).p, row.p);
   EXPECT_EQ(Field(Row(rows, 3), u"NAME").p, held.p);
@@ -155,7 +118,7 @@ TEST(RowStore, AFieldHeldKeepsItsIdentityAndValueAcrossOtherOperations) {
   // and keeps its value and its single parent.
   ASSERT_EQ(rows->RemoveAll(), S_OK);
   EXPECT_EQ(Count(rows), 0);
-  AppendNamed(rows, 3, 7);
+  AppendStored(rows, 3, 7, 2);
   EXPECT_EQ(Str(Value(Field(Row(rows, 3), u"NAME")).bstrVal), u"R9");
   EXPECT_EQ(Str(Value(held).bstrVal), u"changed");
   EXPECT_EQ(Field(row, u"NAME").p, held.p);
@@ -284,13 +247,13 @@ TEST(RowStore, RowsKeepTheShapeTheyWereAppendedWith) {
   CComPtr<IFunctionCall> keep;
   CComPtr<IRfcType> rowType = FlatRow();
   CComPtr<IRfcRows> rows = NewRows(rowType, keep);
-  AppendNamed(rows, 2, 1);
+  AppendStored(rows, 2, 1, 2);
   // The row type changes before anybody reached the rows.
   CComPtr<IRfcTypes> members;
   ASSERT_EQ(rowType->get_StructFields(&members), S_OK);
   ASSERT_EQ(members->Remove(CComVariant(u"NAME")), S_OK);
   ASSERT_EQ(rowType->AddScalarStructField(CComBSTR(u"NEW"), TYPE_INT, 0, 0, -1, -1, -1, -1), S_OK);
-  AppendNamed(rows, 1, 3);  // filled by column as before, whatever the columns are now
+  AppendStored(rows, 1, 3, 2);  // filled by column as before, whatever the columns are now
   CComPtr<IRfcFields> old = Row(rows, 2);
   VARIANT_BOOL has = VARIANT_FALSE;
   old->HasKey(CComBSTR(u"NAME"), &has);
@@ -345,7 +308,7 @@ TEST(RowStore, ATableOfStoredRowsIsNotEmpty) {
   VARIANT_BOOL empty = VARIANT_FALSE;
   ASSERT_EQ(table->get_IsEmpty(&empty), S_OK);
   EXPECT_EQ(empty, VARIANT_TRUE);
-  AppendNamed(rows, 2, 1);
+  AppendStored(rows, 2, 1, 2);
   ASSERT_EQ(table->get_IsEmpty(&empty), S_OK);
   EXPECT_EQ(empty, VARIANT_FALSE);
 }

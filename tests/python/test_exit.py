@@ -15,13 +15,26 @@ class Handler:
     def OnCallFinished(self, *args):
         self.finished = True
 
-def session(sta=True):
+def session():
     s = veltrane.DispatchWithEvents("Veltrane.SoapSession", Handler)
     s.HttpSystemData.Host = HOST
     s.HttpSystemData.Port = PORT
     s.LogonData.User = "DEMO"
     s.LogonData.Password = "Welcome1"
     return s
+
+def calls(ready, wait):
+    # Asynchronous calls one after the other, each awaited by wait() until its event came.
+    s = session()
+    s.Connect()
+    call = s.ImportCall("Z_VSIM_WAIT")
+    call.Importing["MILLISECONDS"].value = 1
+    ready.wait(30)
+    while True:
+        s.finished = False
+        s.CallFunction(call, False)
+        while not s.finished:
+            wait()
 
 def started(target, count=2):
     ready = threading.Barrier(count + 1)
@@ -54,32 +67,14 @@ started(run)
     # Single-threaded apartments pumping the events of their calls.
     "pumping": """
 def run(ready):
-    s = session()
-    s.Connect()
-    call = s.ImportCall("Z_VSIM_WAIT")
-    call.Importing["MILLISECONDS"].value = 1
-    ready.wait(30)
-    while True:
-        s.finished = False
-        s.CallFunction(call, False)
-        while not s.finished:
-            veltrane.pump(1)
+    calls(ready, lambda: veltrane.pump(1))
 started(run)
 """,
     # The multithreaded apartment: handlers run on the session's own worker thread.
     "multithreaded": """
 def run(ready):
     veltrane.initialize(multithreaded=True)
-    s = session()
-    s.Connect()
-    call = s.ImportCall("Z_VSIM_WAIT")
-    call.Importing["MILLISECONDS"].value = 1
-    ready.wait(30)
-    while True:
-        s.finished = False
-        s.CallFunction(call, False)
-        while not s.finished:
-            time.sleep(0.001)
+    calls(ready, lambda: time.sleep(0.001))
 started(run)
 """,
 }
