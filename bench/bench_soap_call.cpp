@@ -4,6 +4,8 @@
 // parsing). Prints both and their ratio.
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
+#include <sys/resource.h>
+#include <time.h>
 
 #include <algorithm>
 #include <chrono>
@@ -27,10 +29,27 @@ vsim::testing::SimProcess& Sim() {
   return sim;
 }
 
-// The latencies of every call side by side, over all repetitions.
+// The latencies of every call side by side, over all repetitions, and the
+// process's CPU time and context switches (all its threads) for each side.
 struct SideBySideSamples {
   std::vector<double> sessionUs, curlUs;
+  double sessionCpuUs = 0, curlCpuUs = 0;
+  long sessionSwitches = 0, curlSwitches = 0;
 } g_sideBySide;
+
+struct Usage {
+  double cpuUs;
+  long switches;
+};
+
+Usage ProcessUsage() {
+  timespec cpu{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &cpu);
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return {static_cast<double>(cpu.tv_sec) * 1e6 + static_cast<double>(cpu.tv_nsec) / 1e3,
+          usage.ru_nvcsw + usage.ru_nivcsw};
+}
 
 double Median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
@@ -242,27 +261,44 @@ void BM_SideBySide(benchmark::State& state) {
   CurlPoster curl(SoapRfcXML::BuildEnvelope(call));
   using clock = std::chrono::steady_clock;
   std::vector<double> viaSession, viaCurl;
+  double sessionCpu = 0, curlCpu = 0;
+  long sessionSwitches = 0, curlSwitches = 0;
   for (auto _ : state) {
+    const Usage u0 = ProcessUsage();
     const auto t0 = clock::now();
     const HRESULT hr = session->CallFunction(call, VARIANT_TRUE);
     const auto t1 = clock::now();
-    const bool posted = curl.Post();
+    const Usage u1 = ProcessUsage();
     const auto t2 = clock::now();
+    const bool posted = curl.Post();
+    const auto t3 = clock::now();
+    const Usage u2 = ProcessUsage();
     if (hr != S_OK || !posted) {
       state.SkipWithError("a call failed");
       break;
     }
     viaSession.push_back(std::chrono::duration<double, std::micro>(t1 - t0).count());
-    viaCurl.push_back(std::chrono::duration<double, std::micro>(t2 - t1).count());
+    viaCurl.push_back(std::chrono::duration<double, std::micro>(t3 - t2).count());
+    sessionCpu += u1.cpuUs - u0.cpuUs;
+    curlCpu += u2.cpuUs - u1.cpuUs;
+    sessionSwitches += u1.switches - u0.switches;
+    curlSwitches += u2.switches - u1.switches;
   }
   if (viaSession.empty()) return;
   const double a = Median(viaSession), b = Median(viaCurl);
+  const double calls = static_cast<double>(viaSession.size());
   state.counters["session_us"] = a;
   state.counters["curl_us"] = b;
   state.counters["ratio"] = a / b;
   state.counters["goal_ratio"] = 1.2;
+  state.counters["session_cpu_us"] = sessionCpu / calls;
+  state.counters["curl_cpu_us"] = curlCpu / calls;
   g_sideBySide.sessionUs.insert(g_sideBySide.sessionUs.end(), viaSession.begin(), viaSession.end());
   g_sideBySide.curlUs.insert(g_sideBySide.curlUs.end(), viaCurl.begin(), viaCurl.end());
+  g_sideBySide.sessionCpuUs += sessionCpu;
+  g_sideBySide.curlCpuUs += curlCpu;
+  g_sideBySide.sessionSwitches += sessionSwitches;
+  g_sideBySide.curlSwitches += curlSwitches;
 }
 BENCHMARK(BM_SideBySide)->UseRealTime()->MinTime(3.0);
 
@@ -308,11 +344,18 @@ int main(int argc, char** argv) {
   RatioReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   const double sessionUs = Median(g_sideBySide.sessionUs), curlUs = Median(g_sideBySide.curlUs);
-  if (curlUs > 0)
+  if (curlUs > 0) {
+    const double calls = static_cast<double>(g_sideBySide.curlUs.size());
     std::printf(
         "RFC_PING side by side (median of all %zu calls): SoapSession %.1f us, "
         "libcurl alone %.1f us, ratio %.2f (goal: within 1.2)\n",
         g_sideBySide.curlUs.size(), sessionUs, curlUs, sessionUs / curlUs);
+    std::printf(
+        "RFC_PING per call, this process's threads: SoapSession %.1f us CPU and %.2f context switches, "
+        "libcurl alone %.1f us CPU and %.2f context switches\n",
+        g_sideBySide.sessionCpuUs / calls, static_cast<double>(g_sideBySide.sessionSwitches) / calls,
+        g_sideBySide.curlCpuUs / calls, static_cast<double>(g_sideBySide.curlSwitches) / calls);
+  }
   const char* session = "BM_SoapSessionPing";
   const char* alone = "BM_CurlAlonePing";
   if (reporter.Median(session) > 0 && reporter.Median(alone) > 0)

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <iterator>
 #include <locale.h>
+#include <memory>
 #include <vector>
 
 #include <boost/format.hpp>
@@ -841,18 +842,16 @@ void ParseResponse(std::string_view body, IFunctionCall* call) {
     TraceLog(TRACE_INFORMATION, boost::format("Parsing response:\n%1%") % std::string(body), nullptr, __FILE__,
              __LINE__);
   Require(call);
-  std::vector<char> buffer;
-  buffer.reserve(body.size() + 1);
-  buffer.assign(body.begin(), body.end());
-  buffer.push_back('\0');
+  // The parse writes into its text: a copy, measured on the way.
+  const std::unique_ptr<char[]> buffer = std::make_unique_for_overwrite<char[]>(body.size() + 1);
   XmlDocument doc;
   try {
-    if (ElementDepth(buffer.data()) > kMaxResponseDepth)
-      throw rapidxml::parse_error("document nested too deeply", buffer.data());
+    if (CopyElementsDeeperThan(body, buffer.get(), kMaxResponseDepth))
+      throw rapidxml::parse_error("document nested too deeply", buffer.get());
     // The reader takes an element's text from its value, never from data
     // nodes, so none are made; it reads names and values by their sizes,
     // so they are not terminated.
-    doc.parse<rapidxml::parse_no_data_nodes | rapidxml::parse_no_string_terminators>(buffer.data());
+    doc.parse<rapidxml::parse_no_data_nodes | rapidxml::parse_no_string_terminators>(buffer.get());
   } catch (const rapidxml::parse_error& e) {
     std::string text = std::string("Error parsing response: ") + e.what();
     TraceLog(TRACE_ERROR, text, nullptr, __FILE__, __LINE__);

@@ -17,19 +17,14 @@
 
 namespace {
 
-using soaptest::B64;
-using soaptest::Contains;
-using soaptest::kPing;
-using soaptest::LoopbackServer;
-using soaptest::Recorder;
-using soaptest::SeenRequest;
+using namespace soaptest;
 
 using Clock = std::chrono::steady_clock;
 
-class SendAndAwait : public soaptest::SoapTransport {
+class SendAndAwait : public SoapTransport {
  protected:
   void Delay(int ms) {
-    ASSERT_EQ(soaptest::SimControl(s_sim->soapUrl(), "fault?fault=delay:" + std::to_string(ms)), 200);
+    ASSERT_EQ(SimControl(s_sim->soapUrl(), "fault?fault=delay:" + std::to_string(ms)), 200);
   }
 };
 
@@ -46,7 +41,7 @@ TEST_F(SendAndAwait, GivesTheAnswerAndLeavesTheRequestComplete) {
 }
 
 TEST_F(SendAndAwait, TracesTheSameNotificationsInTheirOrder) {
-  soaptest::TempFile trace("driven.trc");
+  TempFile trace("driven.trc");
   TraceOpen(u"Veltrane", Utf8ToWide(trace.path()), true);
   SetTraceLevel(3);
   {
@@ -68,7 +63,7 @@ TEST_F(SendAndAwait, TracesTheSameNotificationsInTheirOrder) {
 }
 
 TEST_F(SendAndAwait, FailuresAreThoseOfAwaitResponse) {
-  Point(soaptest::ClosedPort());
+  Point(ClosedPort());
   auto t = Open();
   auto r = t->CreateRequest(m_call, 0);
   try {
