@@ -151,10 +151,17 @@ void requestOnly(IFunctionCall* call, const std::string& function, const std::se
     for (const auto& n : parameterNames(parameterGroup(call, g.get))) known.insert(n);
   for (const auto& n : only)
     if (!known.count(n)) throw UsageError("--only: " + function + " returns no parameter " + n);
+  // A back end may stop reading exporting parameters at the first one not
+  // requested: request every one up to the last wanted; the output keeps
+  // only the wanted ones.
   CComPtr<IRfcParameters> exporting = parameterGroup(call, &IFunctionCall::get_Exporting);
-  for (const auto& n : parameterNames(exporting))
-    check(findParameter(exporting, n)->put_IsRequested(only.count(n) ? VARIANT_TRUE : VARIANT_FALSE),
-          "requesting " + n);
+  const std::vector<std::string> names = parameterNames(exporting);
+  size_t end = 0;
+  for (size_t i = 0; i < names.size(); ++i)
+    if (only.count(names[i])) end = i + 1;
+  for (size_t i = 0; i < names.size(); ++i)
+    check(findParameter(exporting, names[i])->put_IsRequested(i < end ? VARIANT_TRUE : VARIANT_FALSE),
+          "requesting " + names[i]);
 }
 
 Json resultJson(IFunctionCall* call, const ResultSelection& selection) {
