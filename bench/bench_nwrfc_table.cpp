@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "demo_logon.h"
 #include "nwrfc/nwrfc_library.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
@@ -61,21 +62,8 @@ CComPtr<ISession> SoapSession() {
 }
 
 bool Connect(ISession* session) {
-  CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
+  bench::DemoLogon(session);
   return session->Connect() == S_OK;
-}
-
-// Z_VSIM_TYPES with TT_FLAT filled with the benchmark's rows.
-CComPtr<IFunctionCall> FilledCall(ISession* session) {
-  CComPtr<IFunctionCall> call;
-  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_FALSE, &call) != S_OK || !call) return nullptr;
-  if (!bench::FillFlatTable(call, kFlatRows)) return nullptr;
-  return call;
 }
 
 // --------------------------------------------------------- the SDK alone
@@ -150,7 +138,7 @@ struct Figures {
 void BM_NWRfcSessionBesideTheSdkAlone(benchmark::State& state) {
   CComPtr<ISession> nw = NWSession();
   if (!nw || !Connect(nw)) return state.SkipWithError("the NW session does not connect");
-  CComPtr<IFunctionCall> call = FilledCall(nw);
+  CComPtr<IFunctionCall> call = bench::FilledTypesCall(nw, kFlatRows);
   if (!call) return state.SkipWithError("Z_VSIM_TYPES does not import");
   const EntryPoints& sdk = *veltrane::nwrfc::NWRfcLibrary::Loaded();
   const std::u16string host = bench::WideAscii(Sim().rfcHost()),
@@ -179,7 +167,7 @@ BENCHMARK(BM_NWRfcSessionBesideTheSdkAlone)->Unit(benchmark::kMillisecond)->UseR
 void BM_SoapSession(benchmark::State& state) {
   CComPtr<ISession> soap = SoapSession();
   if (!soap || !Connect(soap)) return state.SkipWithError("the SOAP session does not connect");
-  CComPtr<IFunctionCall> call = FilledCall(soap);
+  CComPtr<IFunctionCall> call = bench::FilledTypesCall(soap, kFlatRows);
   if (!call) return state.SkipWithError("Z_VSIM_TYPES does not import");
   std::vector<double> times;
   for (auto _ : state) {

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "demo_logon.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "rfc/rfc_library.h"
@@ -53,24 +54,11 @@ CComPtr<ISession> ClassicSession() {
   CComPtr<IRfcSystemData> system;
   session->get_RfcSystemData(&system);
   system->put_ConnectString(CComBSTR(ConnectString()));
-  CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
+  bench::DemoLogon(session);
   if (session->Connect() != S_OK) return nullptr;
   VARIANT_BOOL connected = VARIANT_FALSE;
   session->get_IsConnected(&connected);
   return connected ? CComPtr<ISession>(session.p) : nullptr;
-}
-
-// Z_VSIM_TYPES (its flat parameters) with TT_FLAT filled with the benchmark's rows.
-CComPtr<IFunctionCall> FilledCall(ISession* session) {
-  CComPtr<IFunctionCall> call;
-  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_TRUE, &call) != S_OK || !call) return nullptr;
-  if (!bench::FillFlatTable(call, kFlatRows)) return nullptr;
-  return call;
 }
 
 // --------------------------------------------------------- the SDK alone
@@ -195,7 +183,7 @@ bench::SideBySideFigures g_figures;
 void BM_RfcSessionBesideTheSdkAlone(benchmark::State& state) {
   CComPtr<ISession> session = ClassicSession();
   if (!session) return state.SkipWithError("the classic session does not connect");
-  CComPtr<IFunctionCall> call = FilledCall(session);
+  CComPtr<IFunctionCall> call = bench::FilledTypesCall(session, kFlatRows);
   if (!call) return state.SkipWithError("Z_VSIM_TYPES does not import");
   const EntryPoints& sdk = *veltrane::rfc::RfcLibrary::Loaded();
   std::u16string connect = ConnectString() + u" CLIENT=001 USER=DEMO PASSWD=Welcome1 LANG=EN";

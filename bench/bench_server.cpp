@@ -17,6 +17,7 @@
 #include <string>
 #include <thread>
 
+#include "demo_logon.h"
 #include "nwrfc/nwrfc_library.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
@@ -43,12 +44,7 @@ CComPtr<IRfcSession> Session() {
   CComPtr<IRfcSystemData> system;
   session->get_RfcSystemData(&system);
   system->put_ConnectString(CComBSTR(Wide("ashost=" + Sim().rfcHost() + " gwserv=" + std::to_string(Sim().rfcPort()))));
-  CComPtr<ILogonData> logon;
-  session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
-  logon->put_Language(CComBSTR(u"EN"));
+  bench::DemoLogon(session);
   session->Connect();
   return session;
 }

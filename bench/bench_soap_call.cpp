@@ -15,6 +15,7 @@
 #include <memory>
 #include <string>
 
+#include "demo_logon.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "soap/soap_rfc_xml.h"
@@ -66,11 +67,8 @@ void AddressSim(ISoapSession* session, CComPtr<IHttpSystemData>& data, CComPtr<I
   session->get_HttpSystemData(&data);
   data->put_Host(CComBSTR(u"127.0.0.1"));
   data->put_Port(Sim().soapPort());
+  bench::DemoLogon(session);
   session->get_LogonData(&logon);
-  logon->put_Client(CComBSTR(u"001"));
-  logon->put_Language(CComBSTR(u"EN"));
-  logon->put_User(CComBSTR(u"DEMO"));
-  logon->put_Password(CComBSTR(u"Welcome1"));
 }
 
 void BM_SoapSessionPing(benchmark::State& state) {

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "demo_logon.h"
 #include "platform/atlbase.h"
 #include "platform/objbase.h"
 #include "platform/typelib.h"
@@ -43,12 +44,7 @@ struct Fixture {
     Check(soap->get_HttpSystemData(&http), "HttpSystemData");
     Check(http->put_Host(CComBSTR(u"127.0.0.1")), "Host");
     Check(http->put_Port(sim->soapPort()), "Port");
-    CComPtr<ILogonData> logon;
-    Check(soap->get_LogonData(&logon), "LogonData");
-    logon->put_Client(CComBSTR(u"001"));
-    logon->put_User(CComBSTR(u"DEMO"));
-    logon->put_Password(CComBSTR(u"Welcome1"));
-    logon->put_Language(CComBSTR(u"EN"));
+    bench::DemoLogon(soap);
     Check(soap->Connect(), "Connect");
     session = soap;
   }

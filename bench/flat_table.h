@@ -59,6 +59,15 @@ inline bool FillFlatTable(IFunctionCall* call, LONG count) {
   return true;
 }
 
+// Z_VSIM_TYPES, without the parameters the session cannot carry, with TT_FLAT
+// filled with rows 1..count; null when it does not import.
+inline CComPtr<IFunctionCall> FilledTypesCall(ISession* session, LONG count) {
+  CComPtr<IFunctionCall> call;
+  if (session->ImportCall(CComBSTR(u"Z_VSIM_TYPES"), VARIANT_TRUE, &call) != S_OK || !call) return nullptr;
+  if (!FillFlatTable(call, count)) return nullptr;
+  return call;
+}
+
 // A row of TT_FLAT as a client of the SDK would keep it.
 struct FlatRow {
   std::u16string text, numc, packed;

@@ -4,6 +4,7 @@
 
 #include "failure.h"
 #include "output.h"
+#include "parameter_sets.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -12,7 +13,7 @@ namespace {
 
 struct Group {
   const char* key;  // in the JSON result
-  HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**);
+  ParameterGroupGetter get;
 };
 
 const Group kResultGroups[] = {
@@ -20,13 +21,6 @@ const Group kResultGroups[] = {
     {"changing", &IFunctionCall::get_Changing},
     {"tables", &IFunctionCall::get_Tables},
 };
-
-CComPtr<IRfcParameters> parameters(IFunctionCall* call,
-                                   HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
-  CComPtr<IRfcParameters> params;
-  check((call->*get)(&params), "reading the parameters");
-  return params;
-}
 
 CComPtr<IRfcParameter> findParameter(IRfcParameters* params, const std::string& name) {
   VARIANT_BOOL known = VARIANT_FALSE;
@@ -47,15 +41,7 @@ CComPtr<IRfcParameter> findParameter(IRfcParameters* params, const std::string& 
 
 std::vector<std::string> parameterNames(IRfcParameters* params) {
   std::vector<std::string> names;
-  LONG count = 0;
-  check(params->get_Count(&count), "counting parameters");
-  for (LONG i = 1; i <= count; ++i) {
-    CComPtr<IRfcParameter> p;
-    check(params->get_Item(CComVariant(i), &p), "reading a parameter");
-    CComBSTR n;
-    check(p->get_name(&n), "reading a parameter name");
-    names.push_back(utf8(n));
-  }
+  forEachParameter(params, [&](IRfcParameter*, const std::string& name) { names.push_back(name); });
   return names;
 }
 
@@ -94,13 +80,13 @@ bool numericField(IRfcParameter* param, const std::string& member) {
 CComPtr<IRfcParameter> inputParameter(IFunctionCall* call, const std::string& function, const std::string& name) {
   CComPtr<IRfcParameter> param;
   for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Changing, &IFunctionCall::get_Tables}) {
-    if ((param = findParameter(parameters(call, get), name))) return param;
+    if ((param = findParameter(parameterGroup(call, get), name))) return param;
   }
-  if (findParameter(parameters(call, &IFunctionCall::get_Exporting), name))
+  if (findParameter(parameterGroup(call, &IFunctionCall::get_Exporting), name))
     throw UsageError(name + " is an exporting parameter of " + function + " and cannot be given");
   std::string known;
   for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Changing, &IFunctionCall::get_Tables})
-    for (const auto& n : parameterNames(parameters(call, get))) known += (known.empty() ? "" : ", ") + n;
+    for (const auto& n : parameterNames(parameterGroup(call, get))) known += (known.empty() ? "" : ", ") + n;
   throw UsageError(function + " has no parameter " + name +
                    (known.empty() ? " (it takes none)" : " (it takes: " + known + ")"));
 }
@@ -162,35 +148,35 @@ std::set<std::string> nameList(const std::vector<std::string>& options) {
 void requestOnly(IFunctionCall* call, const std::string& function, const std::set<std::string>& only) {
   std::set<std::string> known;
   for (const Group& g : kResultGroups)
-    for (const auto& n : parameterNames(parameters(call, g.get))) known.insert(n);
+    for (const auto& n : parameterNames(parameterGroup(call, g.get))) known.insert(n);
   for (const auto& n : only)
     if (!known.count(n)) throw UsageError("--only: " + function + " returns no parameter " + n);
-  CComPtr<IRfcParameters> exporting = parameters(call, &IFunctionCall::get_Exporting);
-  for (const auto& n : parameterNames(exporting))
-    check(findParameter(exporting, n)->put_IsRequested(only.count(n) ? VARIANT_TRUE : VARIANT_FALSE),
-          "requesting " + n);
+  // A back end may stop reading exporting parameters at the first one not
+  // requested: request every one up to the last wanted; the output keeps
+  // only the wanted ones.
+  CComPtr<IRfcParameters> exporting = parameterGroup(call, &IFunctionCall::get_Exporting);
+  const std::vector<std::string> names = parameterNames(exporting);
+  size_t end = 0;
+  for (size_t i = 0; i < names.size(); ++i)
+    if (only.count(names[i])) end = i + 1;
+  for (size_t i = 0; i < names.size(); ++i)
+    check(findParameter(exporting, names[i])->put_IsRequested(i < end ? VARIANT_TRUE : VARIANT_FALSE),
+          "requesting " + names[i]);
 }
 
 Json resultJson(IFunctionCall* call, const ResultSelection& selection) {
   Json result = Json::object();
   for (const Group& g : kResultGroups) {
-    CComPtr<IRfcParameters> params = parameters(call, g.get);
+    CComPtr<IRfcParameters> params = parameterGroup(call, g.get);
     Json group = Json::object();
-    LONG count = 0;
-    check(params->get_Count(&count), "counting parameters");
-    for (LONG i = 1; i <= count; ++i) {
-      CComPtr<IRfcParameter> p;
-      check(params->get_Item(CComVariant(i), &p), "reading a parameter");
-      CComBSTR bname;
-      check(p->get_name(&bname), "reading a parameter name");
-      const std::string name = utf8(bname);
+    forEachParameter(params, [&](IRfcParameter* p, const std::string& name) {
       if (!selection.only.empty() ? !selection.only.count(name)
                                   : selection.given.count(name) > 0 && g.get == &IFunctionCall::get_Tables)
-        continue;
+        return;
       CComPtr<IRfcField> field;
       check(p->get_InternalField(&field), "reading a parameter");
       group[name] = fieldToJson(field);
-    }
+    });
     result[g.key] = std::move(group);
   }
   return result;
@@ -204,7 +190,7 @@ void printResultTable(std::ostream& out, IFunctionCall* call, const Json& result
     out << text << "\n";
   };
   for (const Group& g : kResultGroups) {
-    CComPtr<IRfcParameters> params = parameters(call, g.get);
+    CComPtr<IRfcParameters> params = parameterGroup(call, g.get);
     const Json& group = result[g.key];
     TextTable scalars{{"PARAMETER", "VALUE"}, {}, {}};
     for (const auto& [name, value] : group.items())

@@ -8,6 +8,7 @@
 #include "failure.h"
 #include "left_out.h"
 #include "output.h"
+#include "parameter_sets.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -94,22 +95,16 @@ Json interfaceJson(IFunctionCall* call, const std::string& function) {
   Json j = Json::object();
   j["function"] = function;
   Json params = Json::array();
-  const std::pair<const char*, HRESULT (STDMETHODCALLTYPE IFunctionCall::*)(IRfcParameters**)> sets[] = {
+  const std::pair<const char*, ParameterGroupGetter> sets[] = {
       {"importing", &IFunctionCall::get_Importing},
       {"exporting", &IFunctionCall::get_Exporting},
       {"changing", &IFunctionCall::get_Changing},
       {"tables", &IFunctionCall::get_Tables},
   };
   for (const auto& [direction, get] : sets) {
-    CComPtr<IRfcParameters> set;
-    check((call->*get)(&set), "reading the parameters");
-    LONG n = 0;
-    check(set->get_Count(&n), "counting parameters");
-    for (LONG i = 1; i <= n; ++i) {
-      CComPtr<IRfcParameter> p;
-      check(set->get_Item(CComVariant(i), &p), "reading a parameter");
+    forEachParameter(parameterGroup(call, get), [&](IRfcParameter* p, const std::string& name) {
       Json param = Json::object();
-      param["name"] = text(&IRfcParameter::get_name, p);
+      param["name"] = name;
       param["direction"] = direction;
       VARIANT_BOOL optional = VARIANT_FALSE;
       check(p->get_Optional(&optional), "reading a parameter");
@@ -121,7 +116,7 @@ Json interfaceJson(IFunctionCall* call, const std::string& function) {
       const Json described = typeJson(type, false);
       for (const auto& [k, v] : described.items()) param[k] = v;
       params.push_back(std::move(param));
-    }
+    });
   }
   j["parameters"] = std::move(params);
   return j;

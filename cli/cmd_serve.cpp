@@ -25,6 +25,7 @@
 #include "commands.h"
 #include "connection.h"
 #include "failure.h"
+#include "parameter_sets.h"
 #include "text.h"
 #include "values.h"
 
@@ -127,28 +128,15 @@ Outcome runCommand(const std::string& command, const std::string& input) {
   return out;
 }
 
-CComPtr<IRfcParameters> group(IFunctionCall* call, HRESULT (STDMETHODCALLTYPE IFunctionCall::*get)(IRfcParameters**)) {
-  CComPtr<IRfcParameters> set;
-  check((call->*get)(&set), "reading the parameters");
-  return set;
-}
-
 // The values of the importing and changing (and tables) parameters as one object.
 Json inputOf(IFunctionCall* call) {
   Json input = Json::object();
   for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Changing, &IFunctionCall::get_Tables}) {
-    CComPtr<IRfcParameters> set = group(call, get);
-    LONG n = 0;
-    check(set->get_Count(&n), "counting parameters");
-    for (LONG i = 1; i <= n; ++i) {
-      CComPtr<IRfcParameter> p;
-      check(set->get_Item(CComVariant(i), &p), "reading a parameter");
-      CComBSTR name;
-      check(p->get_name(&name), "reading a parameter");
+    forEachParameter(parameterGroup(call, get), [&](IRfcParameter* p, const std::string& name) {
       CComPtr<IRfcField> field;
       check(p->get_InternalField(&field), "reading a parameter");
-      input[utf8(name)] = fieldToJson(field);
-    }
+      input[name] = fieldToJson(field);
+    });
   }
   return input;
 }
@@ -159,7 +147,7 @@ void assignResult(IFunctionCall* call, const Json& result) {
   for (const auto& [name, value] : result.items()) {
     CComPtr<IRfcParameter> p;
     for (auto get : {&IFunctionCall::get_Exporting, &IFunctionCall::get_Changing, &IFunctionCall::get_Tables}) {
-      CComPtr<IRfcParameters> set = group(call, get);
+      CComPtr<IRfcParameters> set = parameterGroup(call, get);
       VARIANT_BOOL has = VARIANT_FALSE;
       if (SUCCEEDED(set->HasKey(bstr(name), &has)) && has == VARIANT_TRUE) {
         check(set->get_Item(CComVariant(bstr(name)), &p), "reading parameter " + name);

@@ -5,6 +5,7 @@
 #include "backends.h"
 #include "call_request.h"
 #include "failure.h"
+#include "parameter_sets.h"
 #include "text.h"
 
 namespace veltrane::cli {
@@ -29,8 +30,7 @@ std::string kindOf(const std::string& exid) {
 bool inCall(IFunctionCall* call, const std::string& name) {
   for (auto get : {&IFunctionCall::get_Importing, &IFunctionCall::get_Exporting, &IFunctionCall::get_Changing,
                    &IFunctionCall::get_Tables}) {
-    CComPtr<IRfcParameters> set;
-    check((call->*get)(&set), "reading the parameters");
+    CComPtr<IRfcParameters> set = parameterGroup(call, get);
     VARIANT_BOOL known = VARIANT_FALSE;
     check(set->HasKey(bstr(name), &known), "looking up " + name);
     if (known) return true;

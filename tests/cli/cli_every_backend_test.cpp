@@ -203,6 +203,16 @@ TEST_P(CliOnEveryBackend, ACallGoesWithTheParametersTheBackEndCarries) {
   EXPECT_EQ(rows[0].at("INT"), 6);
   EXPECT_EQ(rows[1].at("INT"), 4);
 
+  // Exporting parameters picked out of the middle of the interface keep their values.
+  only = given;
+  only.insert(only.end(), {"--only", "EV_CHAR,ES_FLAT"});
+  r = on(only);
+  EXPECT_OK(r);
+  const Json exporting = json(r).at("exporting");
+  EXPECT_EQ(exporting.size(), 2u) << exporting;
+  EXPECT_EQ(exporting.at("EV_CHAR"), "abc") << exporting;
+  EXPECT_EQ(exporting.at("ES_FLAT").at("INT"), 4) << exporting;
+
   // A value for a parameter left out is refused before anything is sent.
   r = on({"call", "Z_VSIM_TYPES", "IV_CHAR=abc", "IS_DEEP={}"});
   if (leftOutOfTypes(GetParam()).empty()) {

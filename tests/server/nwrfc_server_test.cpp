@@ -25,16 +25,6 @@ class NWServer : public ServerTest {
     m_server.Release();
     ServerTest::TearDown();
   }
-  bool Listening() {
-    VARIANT_BOOL listening = VARIANT_FALSE;
-    m_server->get_IsListening(&listening);
-    return listening == VARIANT_TRUE;
-  }
-  bool ErrorFlag() {
-    VARIANT_BOOL error = VARIANT_FALSE;
-    m_server->get_Error(&error);
-    return error == VARIANT_TRUE;
-  }
 
   std::u16string m_program;
   CComPtr<IRfcServer> m_server;
@@ -47,15 +37,15 @@ TEST_F(NWServer, ServeWithoutTheSdkFailsWith547) {
   boost::filesystem::create_directories(empty);
   m_server->put_Option(CComBSTR(u"nwrfc.path"), CComBSTR(Wide(empty)));
   EXPECT_EQ(m_server->Serve(), static_cast<HRESULT>(0x80040000 + 547));
-  EXPECT_FALSE(Listening());
+  EXPECT_FALSE(IsListening(m_server));
 }
 
 TEST_F(NWServer, ServeWithAWrongGatewayFailsWith543AndStartsNoThread) {
   m_server = NewServer(NW(), "WRONGGW", &m_program);
   m_server->put_GatewayService(CComBSTR(u"1"));
   EXPECT_EQ(m_server->Serve(), static_cast<HRESULT>(0x80040000 + 543));
-  EXPECT_FALSE(Listening());
-  EXPECT_TRUE(ErrorFlag());
+  EXPECT_FALSE(IsListening(m_server));
+  EXPECT_TRUE(ErrorSet(m_server));
   CComPtr<IRfcServerErrorInfo> info;
   m_server->get_ErrorInfo(&info);
   ERRORGROUP group = RFCERROR_NO_ERROR;
@@ -73,8 +63,8 @@ TEST_F(NWServer, ServeWithAWrongGatewayFailsWith543AndStartsNoThread) {
 TEST_F(NWServer, ShutdownWithoutServeOnlyClearsIsListening) {
   m_server = NewServer(NW(), "IDLE", &m_program);
   EXPECT_EQ(m_server->Shutdown(), S_OK);
-  EXPECT_FALSE(Listening());
-  EXPECT_FALSE(ErrorFlag());
+  EXPECT_FALSE(IsListening(m_server));
+  EXPECT_FALSE(ErrorSet(m_server));
 }
 
 TEST_F(NWServer, ShutdownFromAHandlerOnTheServerThreadRaisesTheJoinError) {
@@ -152,8 +142,8 @@ TEST_F(NWServer, ARestartWithTheGatewayDownFiresServerErrorAgainAtOnce) {
   ASSERT_EQ(m_server->Serve(), S_OK);
   sim->stop();
   ASSERT_TRUE(PumpUntil([&] { return errors >= 4; }, std::chrono::seconds(60)));
-  ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
-  EXPECT_TRUE(ErrorFlag());
+  ASSERT_TRUE(PumpUntil([&] { return !IsListening(m_server); }, std::chrono::seconds(30)));
+  EXPECT_TRUE(ErrorSet(m_server));
   EXPECT_EQ(m_server->Shutdown(), S_OK);
   EXPECT_EQ(errors, 4) << "no attempt after Restart was left false";
 }
@@ -211,7 +201,7 @@ TEST_F(NWServer, ASecondServeRunsASecondThreadAndShutdownEndsBoth) {
   call.function = "Z_SRV_ANY";
   EXPECT_EQ(CallProgram(call).rc, RFC_OK);
   EXPECT_EQ(ShutdownPumping(m_server), S_OK);
-  EXPECT_FALSE(Listening());
+  EXPECT_FALSE(IsListening(m_server));
   EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before; }, std::chrono::seconds(10)))
       << "Shutdown has ended the first thread too";
   EXPECT_NE(CallProgram(call).rc, RFC_OK);

@@ -45,16 +45,6 @@ class ClassicServer : public ServerTest {
     ASSERT_EQ(m_server->InstallFunction(echo), S_OK);
     ASSERT_EQ(m_server->Serve(), S_OK);
   }
-  bool Listening() {
-    VARIANT_BOOL listening = VARIANT_FALSE;
-    m_server->get_IsListening(&listening);
-    return listening == VARIANT_TRUE;
-  }
-  bool ErrorFlag() {
-    VARIANT_BOOL error = VARIANT_FALSE;
-    m_server->get_Error(&error);
-    return error == VARIANT_TRUE;
-  }
   ProgramAnswer CallEcho() {
     ProgramCall call;
     call.programId = Narrow(m_program);
@@ -107,8 +97,8 @@ TEST_F(ClassicServer, ServeWithAWrongGatewaySucceedsAndShowsTheFailure) {
   Create("WRONGGW");
   m_server->put_GatewayService(CComBSTR(u"1"));
   Serve();
-  EXPECT_FALSE(Listening()) << "Serve returns once the thread has ended";
-  EXPECT_TRUE(ErrorFlag());
+  EXPECT_FALSE(IsListening(m_server)) << "Serve returns once the thread has ended";
+  EXPECT_TRUE(ErrorSet(m_server));
   CComPtr<IRfcServerErrorInfo> info;
   m_server->get_ErrorInfo(&info);
   LONG rc = -1;
@@ -130,10 +120,10 @@ TEST_F(ClassicServer, RestartOnTheErrorInfoPropertyHasNoEffect) {
     return copy->put_Restart(VARIANT_TRUE);
   });
   Serve();
-  ASSERT_TRUE(Listening());
+  ASSERT_TRUE(IsListening(m_server));
   EXPECT_GE(DropPrograms(), 1);
   ASSERT_TRUE(m_sink->WaitFor(1));
-  ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
+  ASSERT_TRUE(PumpUntil([&] { return !IsListening(m_server); }, std::chrono::seconds(30)));
   EXPECT_NE(CallEcho().rc, RFC_OK) << "no restart: nobody is registered";
   CComPtr<IRfcServerErrorInfo> info;
   m_server->get_ErrorInfo(&info);
@@ -148,7 +138,7 @@ TEST_F(ClassicServer, ThePollIntervalOptionIsTracedAndTheSdkTraceAsked) {
   m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
   m_server->put_Option(CComBSTR(u"server.poll_interval"), CComBSTR(u"1000"));
   Serve();
-  ASSERT_TRUE(Listening());
+  ASSERT_TRUE(IsListening(m_server));
   EXPECT_EQ(CallEcho().rc, RFC_OK);
   EXPECT_EQ(CallEcho().rc, RFC_OK);
   EXPECT_EQ(m_server->Shutdown(), S_OK);
@@ -172,7 +162,7 @@ TEST_F(ClassicServer, WithoutTraceFileArgvThreeIsNull) {
   other->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
   Create("NOTRACE");
   Serve();
-  ASSERT_TRUE(Listening());
+  ASSERT_TRUE(IsListening(m_server));
   EXPECT_EQ(m_server->Shutdown(), S_OK);
   const std::string trace = Read(file);
   EXPECT_NE(trace.find("argv[3]='(null)'"), std::string::npos) << trace;
@@ -301,8 +291,8 @@ TEST_F(ClassicServer, AFailedHandlerIsTracedAndTheAnswerGoesOutWithWhatItFilled)
   ASSERT_EQ(a.rc, RFC_OK) << a.key << ": " << a.message;
   EXPECT_EQ(a.exception, "");
   EXPECT_NE(a.result.find(R"("EV_TEXT":"before the failure")"), std::string::npos) << a.result;
-  EXPECT_TRUE(Listening());
-  EXPECT_FALSE(ErrorFlag());
+  EXPECT_TRUE(IsListening(m_server));
+  EXPECT_FALSE(ErrorSet(m_server));
   EXPECT_EQ(errors, 0);
   EXPECT_EQ(m_server->Shutdown(), S_OK);
   const std::vector<std::string> block = Between(Messages(file), "CRfcServer::on_rfc_serve(): fire IncomingCall event",
@@ -342,7 +332,7 @@ TEST_F(ClassicServer, AnAnswerThatCannotBeSentIsReportedWithTheMarshallingsText)
   });
   Serve();
   EXPECT_EQ(CallEcho().key, "SYSTEM_FAILURE");
-  ASSERT_TRUE(PumpUntil([&] { return rc != 0 && !Listening(); }, std::chrono::seconds(30)));
+  ASSERT_TRUE(PumpUntil([&] { return rc != 0 && !IsListening(m_server); }, std::chrono::seconds(30)));
   EXPECT_EQ(rc, 3);
   EXPECT_EQ(group, 101);
   EXPECT_FALSE(message.empty());
@@ -356,7 +346,7 @@ TEST_F(ClassicServer, ShutdownClosesTheWorkersHandleAgainAndEndsNoNewerConnectio
   Create("REUSE");
   m_server->put_Option(CComBSTR(u"trace.file"), CComBSTR(Wide(file)));
   Serve();
-  ASSERT_TRUE(Listening());
+  ASSERT_TRUE(IsListening(m_server));
   EXPECT_GE(DropPrograms(), 1);
   ASSERT_TRUE(PumpUntil([&] { return Read(file).find("leaving main loop. restart = 0") != std::string::npos; }));
   CComPtr<IRfcSession> session;
@@ -387,7 +377,7 @@ TEST_F(ClassicServer, ASecondServeStopsTheFirstWorker) {
   const long before = RegisteredPrograms();
   Serve();
   ASSERT_EQ(m_server->Serve(), S_OK);
-  EXPECT_TRUE(Listening());
+  EXPECT_TRUE(IsListening(m_server));
   EXPECT_TRUE(PumpUntil([&] { return RegisteredPrograms() == before + 1; }, std::chrono::seconds(10)))
       << "the first worker is gone";
   EXPECT_EQ(CallEcho().rc, RFC_OK);
@@ -399,7 +389,7 @@ TEST_F(ClassicServer, AClosedConnectionFiresServerErrorWithRc6) {
   EXPECT_GE(DropPrograms(), 1);
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Events().front(), "ServerError 6");
-  ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
+  ASSERT_TRUE(PumpUntil([&] { return !IsListening(m_server); }, std::chrono::seconds(30)));
 }
 
 TEST_F(ClassicServer, AShutdownWithoutServeOnlyTracesAndReturnsSuccess) {
@@ -410,8 +400,8 @@ TEST_F(ClassicServer, AShutdownWithoutServeOnlyTracesAndReturnsSuccess) {
   const std::vector<std::string> block = Between(Messages(file), "Shutting down server instance", "Ensuring Rfc");
   EXPECT_EQ(block, (std::vector<std::string>{"Shutting down server instance", std::string(80, '-'),
                                              "Ensuring Rfc is really closed"}));
-  EXPECT_FALSE(Listening());
-  EXPECT_FALSE(ErrorFlag());
+  EXPECT_FALSE(IsListening(m_server));
+  EXPECT_FALSE(ErrorSet(m_server));
   EXPECT_TRUE(m_sink->Events().empty());
   boost::filesystem::remove(file);
 }

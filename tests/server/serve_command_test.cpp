@@ -115,6 +115,29 @@ class ServeCommand : public ServerTest {
         << ReadFile(m_log);
   }
 
+  // STFC_CONNECTION answered by the command: an echo, an exception, and two
+  // system failures after which it serves on.
+  void ExpectTheCommandsAnswers(const std::string& program) {
+    const ProgramAnswer echo = Call(program, "hello");
+    ASSERT_EQ(echo.rc, RFC_OK) << echo.message;
+    EXPECT_NE(echo.result.find(R"("ECHOTEXT":"hello")"), std::string::npos) << echo.result;
+    EXPECT_NE(echo.result.find("served by a command"), std::string::npos) << echo.result;
+    const ProgramAnswer raised = Call(program, "raise");
+    ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
+    EXPECT_EQ(raised.exception, "NOT_FOUND");
+    ExpectSystemFailureAndServingOn(program, "crash");
+    ExpectSystemFailureAndServingOn(program, "garbage");
+  }
+
+  // SIGTERM ends the command with status 0.
+  void ExpectAnOrderlyStop() {
+    ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
+    int status = -1;
+    ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
+    m_pid = -1;
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  }
+
   pid_t m_pid = -1;
   std::string m_log;
 };
@@ -123,23 +146,8 @@ TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
   const std::string program = Narrow(NewProgramId("SERVE"));
   ASSERT_TRUE(Start(program)) << ReadFile(m_log);
 
-  const ProgramAnswer echo = Call(program, "hello");
-  ASSERT_EQ(echo.rc, RFC_OK) << echo.message;
-  EXPECT_NE(echo.result.find(R"("ECHOTEXT":"hello")"), std::string::npos) << echo.result;
-  EXPECT_NE(echo.result.find("served by a command"), std::string::npos) << echo.result;
-
-  const ProgramAnswer raised = Call(program, "raise");
-  ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
-  EXPECT_EQ(raised.exception, "NOT_FOUND");
-
-  ExpectSystemFailureAndServingOn(program, "crash");
-  ExpectSystemFailureAndServingOn(program, "garbage");
-
-  ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
-  int status = -1;
-  ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
-  m_pid = -1;
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  ASSERT_NO_FATAL_FAILURE(ExpectTheCommandsAnswers(program));
+  ASSERT_NO_FATAL_FAILURE(ExpectAnOrderlyStop());
   const std::string log = ReadFile(m_log);
   EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: ok"), std::string::npos) << log;
   EXPECT_NE(log.find("serve: STFC_CONNECTION for DEMO: exception NOT_FOUND"), std::string::npos) << log;
@@ -153,19 +161,8 @@ TEST_F(ServeCommand, CommandsAnswerTheSystemsCalls) {
 TEST_F(ServeCommand, TheClassicBackendServesToo) {
   const std::string program = Narrow(NewProgramId("SERVERFC"));
   ASSERT_TRUE(Start(program, "rfc")) << ReadFile(m_log);
-  const ProgramAnswer echo = Call(program, "hello");
-  ASSERT_EQ(echo.rc, RFC_OK) << echo.message;
-  EXPECT_NE(echo.result.find(R"("ECHOTEXT":"hello")"), std::string::npos) << echo.result;
-  const ProgramAnswer raised = Call(program, "raise");
-  ASSERT_EQ(raised.rc, RFC_OK) << raised.message;
-  EXPECT_EQ(raised.exception, "NOT_FOUND");
-  ExpectSystemFailureAndServingOn(program, "crash");
-  ExpectSystemFailureAndServingOn(program, "garbage");
-  ASSERT_EQ(::kill(m_pid, SIGTERM), 0);
-  int status = -1;
-  ASSERT_TRUE(PumpUntil([&] { return ::waitpid(m_pid, &status, WNOHANG) == m_pid; }, std::chrono::seconds(30)));
-  m_pid = -1;
-  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  ASSERT_NO_FATAL_FAILURE(ExpectTheCommandsAnswers(program));
+  ExpectAnOrderlyStop();
 }
 
 // Z_SRV_ECHO's interface in its XML form, with a structure and a table of

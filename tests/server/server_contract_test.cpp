@@ -30,17 +30,7 @@ class ServerContract : public ServerTest, public ::testing::WithParamInterface<S
   void Serve() {
     ASSERT_EQ(m_server->InstallFunction(m_echo), S_OK);
     ASSERT_EQ(m_server->Serve(), S_OK);
-    EXPECT_TRUE(Listening());
-  }
-  bool Listening() {
-    VARIANT_BOOL listening = VARIANT_FALSE;
-    m_server->get_IsListening(&listening);
-    return listening == VARIANT_TRUE;
-  }
-  bool ErrorFlag() {
-    VARIANT_BOOL error = VARIANT_FALSE;
-    m_server->get_Error(&error);
-    return error == VARIANT_TRUE;
+    EXPECT_TRUE(IsListening(m_server));
   }
   ProgramAnswer Call(const std::string& function, const std::string& parameters, const std::string& mode = "S",
                      const std::string& tid = "", const std::string& confirm = "X") {
@@ -250,7 +240,7 @@ TEST_P(ServerContract, AnAbapExceptionSendsTablesButNoExportingValues) {
   EXPECT_TRUE(Contains(a.result, "added")) << "tables come back: " << a.result;
   EXPECT_FALSE(Contains(a.result, "echo:hello")) << "exporting values do not: " << a.result;
   EXPECT_FALSE(Contains(a.result, "CV_COUNTER\":42")) << "nor changing ones: " << a.result;
-  EXPECT_TRUE(Listening()) << "an exception leaves the connection serving";
+  EXPECT_TRUE(IsListening(m_server)) << "an exception leaves the connection serving";
   EXPECT_EQ(Call("Z_SRV_ECHO", "{}").rc, RFC_OK);
 }
 
@@ -284,13 +274,13 @@ TEST_P(ServerContract, AHandlerThatFails) {
     EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION);
     EXPECT_EQ(a.key, "SYSTEM_FAILURE");
     EXPECT_TRUE(Contains(a.message, "Unspecified error")) << a.message;
-    ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && Listening(); }, std::chrono::seconds(30)));
+    ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && IsListening(m_server); }, std::chrono::seconds(30)));
     m_sink->On(kIncomingCall, Echo);
     EXPECT_TRUE(Contains(Call("Z_SRV_ECHO", R"({"IV_TEXT":"again"})").result, "echo:again"));
   } else {
     ASSERT_EQ(a.rc, RFC_OK) << a.message;
     EXPECT_TRUE(Contains(a.result, "before the failure")) << a.result;
-    EXPECT_TRUE(Listening());
+    EXPECT_TRUE(IsListening(m_server));
     EXPECT_EQ(errors, 0);
   }
 }
@@ -313,8 +303,8 @@ TEST_P(ServerContract, AnAnswerThatCannotBeSentIsASystemFailure) {
   const ProgramAnswer a = Call("Z_SRV_ECHO", "{}");
   EXPECT_EQ(a.rc, RFC_ABAP_EXCEPTION) << a.result;
   EXPECT_EQ(a.key, "SYSTEM_FAILURE") << a.message;
-  ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && Listening(); }, std::chrono::seconds(30)));
-  EXPECT_TRUE(ErrorFlag());
+  ASSERT_TRUE(PumpUntil([&] { return errors >= 1 && IsListening(m_server); }, std::chrono::seconds(30)));
+  EXPECT_TRUE(ErrorSet(m_server));
   m_sink->On(kIncomingCall, Echo);
   EXPECT_TRUE(Contains(Call("Z_SRV_ECHO", R"({"IV_TEXT":"again"})").result, "echo:again"));
 }
@@ -470,7 +460,7 @@ TEST_P(ServerContract, ACheckWithoutAnAnswerKeepsTheTransactionFromRunning) {
   EXPECT_NE(a.rc, RFC_OK);
   EXPECT_EQ(status, 65534);
   // The refusal ends the program's connection.
-  EXPECT_TRUE(PumpUntil([&] { return !Listening(); }));
+  EXPECT_TRUE(PumpUntil([&] { return !IsListening(m_server); }));
   for (const auto& e : m_sink->Events()) EXPECT_NE(e.rfind("IncomingCall", 0), 0u) << e;
 }
 
@@ -485,10 +475,10 @@ TEST_P(ServerContract, ADroppedGatewayFiresServerErrorAndARestartRegistersAgain)
   EXPECT_GE(DropPrograms(), 1);
   ASSERT_TRUE(PumpUntil([&] { return errors >= 1; }, std::chrono::seconds(30)));
   // Registered again: the system reaches the program once more.
-  ASSERT_TRUE(PumpUntil([&] { return Listening(); }, std::chrono::seconds(30)));
+  ASSERT_TRUE(PumpUntil([&] { return IsListening(m_server); }, std::chrono::seconds(30)));
   const ProgramAnswer a = Call("Z_SRV_ECHO", "{}");
   EXPECT_EQ(a.rc, RFC_OK) << a.message;
-  EXPECT_TRUE(ErrorFlag()) << "Error stays set after a restart that worked";
+  EXPECT_TRUE(ErrorSet(m_server)) << "Error stays set after a restart that worked";
   CComPtr<IRfcServerErrorInfo> info;
   m_server->get_ErrorInfo(&info);
   LONG rc = 0;
@@ -501,19 +491,19 @@ TEST_P(ServerContract, WithoutARestartADroppedGatewayEndsListening) {
   EXPECT_GE(DropPrograms(), 1);
   ASSERT_TRUE(m_sink->WaitFor(1));
   EXPECT_EQ(m_sink->Events().back().rfind("ServerError", 0), 0u);
-  ASSERT_TRUE(PumpUntil([&] { return !Listening(); }, std::chrono::seconds(30)));
-  EXPECT_TRUE(ErrorFlag());
+  ASSERT_TRUE(PumpUntil([&] { return !IsListening(m_server); }, std::chrono::seconds(30)));
+  EXPECT_TRUE(ErrorSet(m_server));
   EXPECT_NE(Call("Z_SRV_ECHO", "{}").rc, RFC_OK) << "nobody is registered";
 }
 
 TEST_P(ServerContract, ShutdownWhileIdleAndWithoutServe) {
   EXPECT_EQ(m_server->Shutdown(), S_OK) << "without Serve it only returns";
-  EXPECT_FALSE(Listening());
-  EXPECT_FALSE(ErrorFlag());
+  EXPECT_FALSE(IsListening(m_server));
+  EXPECT_FALSE(ErrorSet(m_server));
   Serve();
   EXPECT_EQ(m_server->Shutdown(), S_OK);
-  EXPECT_FALSE(Listening());
-  EXPECT_FALSE(ErrorFlag()) << "a stop while idle is no failure";
+  EXPECT_FALSE(IsListening(m_server));
+  EXPECT_FALSE(ErrorSet(m_server)) << "a stop while idle is no failure";
   EXPECT_TRUE(m_sink->Events().empty()) << "and fires no ServerError";
   EXPECT_NE(Call("Z_SRV_ECHO", "{}").rc, RFC_OK) << "the program is gone from the gateway";
   EXPECT_EQ(m_server->Shutdown(), S_OK) << "a second Shutdown";
@@ -565,7 +555,7 @@ TEST_P(ServerContract, ShutdownWhileACallRunsLetsTheCallFinish) {
     release = true;
   });
   EXPECT_EQ(m_server->Shutdown(), S_OK);
-  EXPECT_FALSE(Listening());
+  EXPECT_FALSE(IsListening(m_server));
   releaser.join();
   caller.join();
   EXPECT_EQ(answer.rc, RFC_OK) << answer.message;

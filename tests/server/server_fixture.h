@@ -123,6 +123,18 @@ CComPtr<Itf> As(IDispatch* argument) {
   return itf;
 }
 
+// The server's IsListening and Error.
+inline bool IsListening(IRfcServer* server) {
+  VARIANT_BOOL listening = VARIANT_FALSE;
+  server->get_IsListening(&listening);
+  return listening == VARIANT_TRUE;
+}
+inline bool ErrorSet(IRfcServer* server) {
+  VARIANT_BOOL error = VARIANT_FALSE;
+  server->get_Error(&error);
+  return error == VARIANT_TRUE;
+}
+
 // A test with an apartment on its thread and a fresh trace.
 class ServerTest : public ::testing::Test {
  protected:
