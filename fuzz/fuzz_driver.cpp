@@ -1,7 +1,13 @@
 // Standalone driver for LLVMFuzzerTestOneInput targets: replays every corpus
 // file, then a bounded number of mutations of them, reproducibly (fixed seed).
+// An input that ends the run (abort, a crash, or a sanitizer report with
+// abort_on_error=1) is written to crash-input in the working directory.
 //   fuzz_X [--iterations N] [--seed S] CORPUS_DIR_OR_FILE...
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -13,9 +19,45 @@
 #include <string>
 #include <vector>
 
+#if __has_include(<sanitizer/common_interface_defs.h>)
+#include <sanitizer/common_interface_defs.h>
+#define VELTRANE_FUZZ_SANITIZER_CALLBACK 1
+#endif
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
+
+const std::string* g_current = nullptr;
+
+// Writes the input in progress to crash-input; async-signal-safe.
+void SaveCurrent() {
+  const std::string* input = g_current;
+  if (!input) return;
+  g_current = nullptr;
+  const int fd = ::open("crash-input", O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (fd < 0) return;
+  for (size_t done = 0; done < input->size();) {
+    const ssize_t n = ::write(fd, input->data() + done, input->size() - done);
+    if (n <= 0) break;
+    done += static_cast<size_t>(n);
+  }
+  ::close(fd);
+  static const char note[] = "fuzz: the input is in crash-input\n";
+  [[maybe_unused]] ssize_t ignored = ::write(2, note, sizeof note - 1);
+}
+
+void OnFatalSignal(int sig) {
+  SaveCurrent();
+  std::signal(sig, SIG_DFL);
+  std::raise(sig);
+}
+
+void Run(const std::string& input) {
+  g_current = &input;
+  LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
+  g_current = nullptr;
+}
 
 std::vector<std::string> loadCorpus(const std::vector<std::string>& paths) {
   std::vector<std::string> corpus;
@@ -96,13 +138,16 @@ int main(int argc, char** argv) {
     else
       paths.emplace_back(argv[i]);
   }
+  for (int sig : {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGILL}) std::signal(sig, OnFatalSignal);
+#ifdef VELTRANE_FUZZ_SANITIZER_CALLBACK
+  __sanitizer_set_death_callback(SaveCurrent);
+#endif
   std::vector<std::string> corpus = loadCorpus(paths);
   if (corpus.empty()) corpus.emplace_back();
-  for (const auto& c : corpus) LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(c.data()), c.size());
+  for (const auto& c : corpus) Run(c);
   std::mt19937_64 rng(seed);
   for (long i = 0; i < iterations; ++i) {
-    std::string m = mutate(corpus[rng() % corpus.size()], corpus, rng);
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(m.data()), m.size());
+    Run(mutate(corpus[rng() % corpus.size()], corpus, rng));
   }
   std::printf("fuzz: %zu corpus inputs and %ld mutations ran clean\n", corpus.size(), iterations);
   return 0;

@@ -124,7 +124,7 @@ void Layout::finish() {
         break;
       case RFCTYPE_STRUCTURE: {
         const Layout& sub = s.sub->layout();
-        std::memcpy(initial.data() + s.offset, sub.initial.data(), sub.size);
+        std::copy_n(sub.initial.begin(), sub.size, initial.begin() + s.offset);  // an empty one copies nothing
         for (const Aside& a : sub.aside) aside.push_back({s.offset + a.offset, a.type, a.rowType});
         break;
       }

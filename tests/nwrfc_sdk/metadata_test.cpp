@@ -222,4 +222,23 @@ TEST_F(Metadata, FunctionDescriptionsBuiltByTheApplication) {
   EXPECT_EQ(RfcDestroyFunctionDesc(f, &info), RFC_OK);
 }
 
+TEST_F(Metadata, AStructureWithoutFieldsLaysOutEmpty) {
+  RFC_TYPE_DESC_HANDLE t = RfcCreateTypeDesc(u"ZEMPTY", &info);
+  ASSERT_NE(t, nullptr);
+  RFC_FUNCTION_DESC_HANDLE f = RfcCreateFunctionDesc(u"Z_EMPTY", &info);
+  RFC_PARAMETER_DESC p{};
+  p.name[0] = u'S';
+  p.type = RFCTYPE_STRUCTURE;
+  p.direction = RFC_IMPORT;
+  p.typeDescHandle = t;
+  ASSERT_EQ(RfcAddParameter(f, &p, &info), RFC_OK);
+  RFC_FUNCTION_HANDLE h = RfcCreateFunction(f, &info);
+  ASSERT_NE(h, nullptr) << utf8(info.message);
+  RFC_STRUCTURE_HANDLE s = nullptr;
+  EXPECT_EQ(RfcGetStructure(h, u"S", &s, &info), RFC_OK);
+  EXPECT_NE(s, nullptr);
+  EXPECT_EQ(RfcDestroyFunction(h, &info), RFC_OK);
+  EXPECT_EQ(RfcDestroyFunctionDesc(f, &info), RFC_OK);
+}
+
 }  // namespace
