@@ -19,7 +19,8 @@
 #include <string>
 #include <vector>
 
-#if __has_include(<sanitizer/common_interface_defs.h>)
+// The header is there in every build; the runtime only in a sanitizer build.
+#if (defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)) && __has_include(<sanitizer/common_interface_defs.h>)
 #include <sanitizer/common_interface_defs.h>
 #define VELTRANE_FUZZ_SANITIZER_CALLBACK 1
 #endif
